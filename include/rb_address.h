@@ -1,0 +1,91 @@
+// Positions in the flat space and their addresses in this process: two strong types and the four functions between
+// them, plus the bounds that a reader without a lock checks before it follows a link. The segment size, the slot size
+// and the edges between segments are known here alone. Included by rb.h.
+#ifndef CACHET_RB_ADDRESS_H
+#define CACHET_RB_ADDRESS_H
+
+namespace cachet {
+
+enum class FlatOffset : std::int64_t {};
+enum class NodeNumber : std::uint32_t { none = 0 };
+
+inline constexpr int segment_bits = 30;
+inline constexpr std::int64_t segment_bytes = std::int64_t{1} << segment_bits;
+inline constexpr int slot_bits = 5;
+inline constexpr std::int64_t slot_bytes = std::int64_t{1} << slot_bits;
+inline constexpr std::int64_t page_bytes = 4096;
+
+constexpr std::int64_t value_of(FlatOffset offset) noexcept { return static_cast<std::int64_t>(offset); }
+constexpr std::uint32_t value_of(NodeNumber number) noexcept { return static_cast<std::uint32_t>(number); }
+constexpr std::int64_t segment_of(std::int64_t offset) noexcept { return offset >> segment_bits; }
+constexpr std::int64_t round_up(std::int64_t value, std::int64_t step) noexcept {
+  return (value + step - 1) / step * step;
+}
+
+inline char* address_of(const Rb_base* base, FlatOffset offset) noexcept {
+  const std::int64_t position = value_of(offset);
+  if (base->segmentcount == 1) [[likely]] {
+    return base->share_memory_begin[0] + position;
+  }
+  return base->share_memory_begin[segment_of(position)] + (position & (segment_bytes - 1));
+}
+
+inline char* address_of(const Rb_base* base, NodeNumber number) noexcept {
+  return address_of(base, FlatOffset{std::int64_t{value_of(number)} << slot_bits});
+}
+
+inline Rb_node node_at(const Rb_base* base, std::uint32_t number) noexcept {
+  return reinterpret_cast<Rb_node>(address_of(base, NodeNumber{number}));
+}
+
+// The offset of an address in several segments; 0 when it lies in none of them.
+CACHET_API FlatOffset offset_in_segments(const Rb_base* base, const char* address) noexcept;
+
+inline FlatOffset offset_of(const Rb_base* base, const void* address) noexcept {
+  const char* const byte = static_cast<const char*>(address);
+  if (base->segmentcount == 1) [[likely]] {
+    return FlatOffset{byte - base->share_memory_begin[0]};
+  }
+  return offset_in_segments(base, byte);
+}
+
+inline NodeNumber node_number_of(const Rb_base* base, const void* address) noexcept {
+  return NodeNumber{static_cast<std::uint32_t>(value_of(offset_of(base, address)) >> slot_bits)};
+}
+
+// Whether `number` names a slot that has been allocated.
+inline bool is_node(const Rb_base* base, std::uint32_t number) noexcept {
+  const std::int64_t begin = std::int64_t{number} << slot_bits;
+  const std::int64_t front = load_acquire<ZTINT8>(&base->memory->nodeoffset);
+  return begin >= load_relaxed<ZTINT8>(&base->memory->memoryheadsize) && begin + slot_bytes <= front &&
+         front <= base->attached_bytes;
+}
+
+// Whether the `length` bytes at `offset` lie in the data area, and in one segment.
+inline bool is_data(const Rb_base* base, std::int64_t offset, std::int64_t length) noexcept {
+  return offset >= load_acquire<ZTINT8>(&base->memory->dataoffset) && offset > 0 && length >= 0 &&
+         length <= base->attached_bytes && offset <= base->attached_bytes - length &&
+         (length == 0 || segment_of(offset) == segment_of(offset + length - 1));
+}
+
+// A handle that may be overtaken by a writer: it checks links before it follows them.
+inline bool checks_links(const Rb_base* base) noexcept { return base->mode == 1 || base->isolate; }
+
+// The status byte and the links of a node, for walking without a call.
+inline std::uint8_t status_of(const srb_node* node) noexcept {
+  return load_acquire<std::uint8_t>(reinterpret_cast<const char*>(node) + offsetof(srb_node, s));
+}
+inline std::uint32_t flink_of(const srb_node* node) noexcept { return load_acquire<std::uint32_t>(node); }
+inline std::uint32_t blink_of(const srb_node* node) noexcept {
+  return load_acquire<std::uint32_t>(reinterpret_cast<const char*>(node) + 4);
+}
+inline std::int64_t key_offset_of(const srb_node* node) noexcept {
+  return load_unaligned<std::int64_t>(reinterpret_cast<const char*>(node) + offsetof(srb_node, k));
+}
+inline std::int64_t value_offset_of(const srb_node* node) noexcept {
+  return load_unaligned<std::int64_t>(reinterpret_cast<const char*>(node) + offsetof(srb_node, v));
+}
+
+}  // namespace cachet
+
+#endif

@@ -1,0 +1,61 @@
+// Crwspinlock: the cross-process reader/writer lock of a database, kept in a small shared page.
+//
+// The page ("<name>.lk", 8192 bytes) holds two slots of five 32-bit words; the rest is the library's own.
+//
+//   byte   0       4         8         12        16
+//          +-------+---------+---------+---------+---------+
+//   slot 0 | spin  | writers | writers | readers | readers |     slot 1 the same, from byte 20
+//          | word  | holding | waiting | holding | waiting |
+//          +-------+---------+---------+---------+---------+
+//
+// Writers exclude one another; a reader waits while a writer holds, a writer never waits for readers (they validate
+// what they read). A waiter sleeps on the slot's reader or writer semaphore; a wake-up is only a hint.
+#ifndef CACHET_RWSPINLOCK_H
+#define CACHET_RWSPINLOCK_H
+
+#include <vector>
+
+#include "cachet.h"
+#include "dbsessions.h"
+#include "spinlock.h"
+#include "ztmem.h"
+#include "ztsema.h"
+
+class CACHET_API Crwspinlock {
+ public:
+  Crwspinlock();
+
+  // Makes page, session table and the four semaphores. False when one of them fails.
+  bool Create(char* name, int dbsesion_mode);
+  // Attaches what Create made. False when one of them is missing.
+  bool Open(char* name, int dbsesion_mode);
+
+  // Takes slot `lockid` (0, 1) for reading (level 0) or writing (level 1), waiting without limit.
+  // False for another slot or level, or when the lock is not open.
+  bool Lock(int lockid, int locklevel);
+  // Releases. `stype` -1 is the ordinary release; 0 or 2 takes a waiter's count and session back instead. `sid`
+  // names the session to erase (48 characters; null: the calling thread's own).
+  void Unlock(int lockid, int locklevel, int stype, char* sid);
+
+  // Detaches; the last user removes page, session table and semaphores.
+  void Close();
+  // Removes the key files.
+  void Delete();
+  bool GetSessions(std::vector<TransInfo>& sessions, int stype);
+
+  // Whether page and semaphores are there to lock with.
+  bool IsOpen() const;
+  // Whether some process holds the slot for writing right now.
+  bool WriterHolds(int lockid) const;
+
+  Cztshamem m_lockpage;
+  Cztsema m_r_sema[2];
+  Cztsema m_w_sema[2];
+  Cspinlock m_lock[2];
+  DBSessions m_dbsessions;
+
+ private:
+  bool m_open = false;
+};
+
+#endif
