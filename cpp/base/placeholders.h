@@ -8,24 +8,35 @@
 
 namespace cachet::message {
 
+// The first position from `start` on whose character is not in `set`, or the end. (std::string_view::find and
+// its kin are no constant expressions under g++ 12 with its undefined-behaviour sanitizer.)
+constexpr std::size_t skip(std::string_view text, std::size_t start, std::string_view set) {
+  const auto is_in_set = [set](char character) {
+    for (const char each : set) {
+      if (each == character) return true;
+    }
+    return false;
+  };
+  while (start < text.size() && is_in_set(text[start])) ++start;
+  return start;
+}
+
 // Takes the next placeholder off the format and returns its length modifier and conversion ("s", "lld"), "%"
 // for one that is cut short; empty when none is left. "%%" is no placeholder.
 constexpr std::string_view next_conversion(std::string_view& format) {
-  constexpr std::string_view flags_and_widths = "-+ #0123456789.";
-  constexpr std::string_view length_modifiers = "hljzt";
-  while (true) {
-    const std::size_t percent = format.find('%');
-    if (percent == std::string_view::npos) return {};
-    const std::size_t modifier = format.find_first_not_of(flags_and_widths, percent + 1);
-    const std::size_t conversion = format.find_first_not_of(length_modifiers, modifier);
-    if (modifier == std::string_view::npos || conversion == std::string_view::npos) {
-      format = {};
-      return "%";
+  while (!format.empty()) {
+    if (format[0] != '%') {
+      format.remove_prefix(1);
+      continue;
     }
+    const std::size_t modifier = skip(format, 1, "-+ #0123456789.");
+    const std::size_t conversion = skip(format, modifier, "hljzt");
+    if (conversion == format.size()) return "%";
     const std::string_view letters = format.substr(modifier, conversion + 1 - modifier);
     format.remove_prefix(conversion + 1);
     if (letters != "%") return letters;
   }
+  return {};
 }
 
 // Whether an argument of type T may be printed with the conversion.
