@@ -19,5 +19,6 @@ install(FILES cmake/cachetConfig.cmake ${PROJECT_BINARY_DIR}/cachetConfigVersion
         DESTINATION ${CACHET_CMAKE_DIR})
 
 file(RELATIVE_PATH CACHET_PREFIX_FROM_PC /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+string(REGEX REPLACE "/$" "" CACHET_PREFIX_FROM_PC ${CACHET_PREFIX_FROM_PC})
 configure_file(cmake/cachet.pc.in cachet.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/cachet.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
