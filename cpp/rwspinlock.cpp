@@ -36,11 +36,12 @@ constexpr long pause_without_semaphore_ns = 2'000'000;
 
 // The words of a slot, and behind both slots the library's own bookkeeping.
 //
-//   byte   0        20       40     64                            72               8192
-//          +--------+--------+------+-----------------------------+ - - - - - - - -+
-//          | slot 0 | slot 1 | free | reader releases of slot 0, 1|      free      |
-//          +--------+--------+------+-----------------------------+ - - - - - - - -+
+//   byte   0        20       40     64                            72      80               8192
+//          +--------+--------+------+-----------------------------+-------+ - - - - - - - -+
+//          | slot 0 | slot 1 | free | reader releases of slot 0, 1| epoch |      free      |
+//          +--------+--------+------+-----------------------------+-------+ - - - - - - - -+
 constexpr int releases_at = 64;
+constexpr int epoch_at = 72;
 
 class Slot {
  public:
@@ -158,6 +159,14 @@ bool Crwspinlock::IsOpen() const {
 
 bool Crwspinlock::WriterHolds(int lockid) const {
   return m_open && is_slot(lockid) && Slot(m_lockpage.m_p, lockid).writers_holding().load() > 0;
+}
+
+std::uint64_t Crwspinlock::Epoch() const {
+  return m_open ? cachet::load_acquire<std::uint64_t>(m_lockpage.m_p + epoch_at) : 0;
+}
+
+void Crwspinlock::RaiseEpoch() {
+  if (m_open) cachet::shared_word<std::uint64_t>(m_lockpage.m_p + epoch_at).fetch_add(2);
 }
 
 bool Crwspinlock::Lock(int lockid, int locklevel) {
