@@ -1,0 +1,75 @@
+// Stages: how a structure in shared memory changes so that a process may die between any two stores.
+//
+// The stores of one step (a leaf linked, one recolouring round, one rotation, a list append, an unlink) are collected
+// first. With a log they are written, as final values, into the idle one of its two records; one store makes that
+// record the current one; then they are carried out in order. Whoever takes over from a dead writer carries the current
+// record out again, which changes nothing that was done already, and goes on where the record says. Without a log (no
+// lock page, or somebody else's work in it) the stores are carried out directly.
+#ifndef CACHET_RB_STAGE_H
+#define CACHET_RB_STAGE_H
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+
+#include "rb.h"
+
+namespace cachet {
+
+// One store: where, and the final value. `width_bytes` is 1 or 4.
+struct StagedStore {
+  std::int64_t offset;
+  std::uint32_t value;
+  std::uint32_t width_bytes;
+};
+static_assert(sizeof(StagedStore) == 16);
+
+// One record of the log.
+struct StageRecord {
+  static constexpr int max_stores = 14;
+  std::uint16_t count;
+  std::uint16_t step;       // which part of the whole work this belongs to: the index, for an insert
+  std::uint32_t resume_at;  // node that recolouring goes on from; 0 = nothing is left of this step
+  std::array<StagedStore, max_stores> stores;
+};
+static_assert(sizeof(StageRecord) == 8 + 14 * 16);
+
+// The log in the lock page.
+struct StageLog {
+  std::uint32_t current;  // 0 = none, 1 or 2 = that record
+  std::uint32_t reserved;
+  std::array<StageRecord, 2> records;
+};
+static_assert(sizeof(StageLog) == 8 + 2 * sizeof(StageRecord) && offsetof(StageLog, records) == 8);
+
+class Stage {
+ public:
+  explicit Stage(const Rb_base* base) : base_(base) { record_.count = 0; }
+
+  // Adds a store of a 4-byte link, or of a status byte, at an address of the flat space.
+  void link(const void* address, std::uint32_t value) { add(address, value, 4); }
+  void status(const void* address, std::uint8_t value) { add(address, value, 1); }
+
+  // Publishes and carries out what was added.
+  void run(std::uint32_t resume_at = 0);
+
+ private:
+  void add(const void* address, std::uint32_t value, std::uint32_t width_bytes) {
+    record_.stores[record_.count++] = {value_of(offset_of(base_, address)), value, width_bytes};
+  }
+
+  const Rb_base* base_;
+  StageRecord record_;
+};
+
+// Carries the log's current record out once more and finishes its step; none when there is no current record, or when
+// its stores do not lie in the flat space.
+CACHET_API std::optional<int> redo_current_step(Rb_base* base);
+
+// Goes on with an insertion that was interrupted behind a stage.
+void resume_recolouring(Rb_base* base, std::uint32_t node_number);
+
+}  // namespace cachet
+
+#endif
