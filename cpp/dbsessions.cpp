@@ -1,7 +1,5 @@
 #include "dbsessions.h"
 
-#include <sys/syscall.h>
-#include <unistd.h>
 
 #include <array>
 #include <csignal>
@@ -11,6 +9,7 @@
 #include <span>
 #include <string>
 
+#include "base/thread_identity.h"
 #include "shared_word.h"
 
 namespace {
@@ -19,6 +18,7 @@ constexpr int session_key_id = 1;
 constexpr int container_bytes = 0x400000;
 constexpr std::size_t entries_per_type = 1024;
 constexpr int in_use = 1;
+constexpr std::size_t slot_byte = sizeof(TransInfo::info) - 1;  // behind the time's own terminator
 
 using SidText = std::array<char, 49>;
 using TimeText = std::array<char, sizeof(TransInfo::info)>;
@@ -34,16 +34,36 @@ std::span<MemBlock> area_of(const DBSessions& sessions, int type) {
   return {areas[type], entries_per_type};
 }
 
+int number_of(int type, std::size_t index) { return type * static_cast<int>(entries_per_type) + static_cast<int>(index); }
+
 bool is_used(const MemBlock& entry) {
   return cachet::load_acquire<int>(&entry.status) == in_use;
 }
 
-SidText sid_of_caller() {
+SidText sid_of(int pid, int tid) {
   SidText sid{};
-  std::snprintf(sid.data(), sid.size(), "%024lu%024lu", static_cast<unsigned long>(getpid()),
-                static_cast<unsigned long>(syscall(SYS_gettid)));
+  std::snprintf(sid.data(), sid.size(), "%024lu%024lu", static_cast<unsigned long>(pid),
+                static_cast<unsigned long>(tid));
   return sid;
 }
+
+// The text of the calling thread, made once: every lock and unlock needs it.
+const SidText& sid_of_caller() {
+  thread_local SidText sid{};
+  thread_local int made_for = 0;
+  const cachet::ThreadIdentity& caller = cachet::this_thread();
+  if (made_for != caller.tid) {
+    sid = sid_of(caller.pid, caller.tid);
+    made_for = caller.tid;
+  }
+  return sid;
+}
+
+bool has_sid(const MemBlock& entry, const char* sid) {
+  return std::memcmp(entry.trans.sid, sid, sizeof entry.trans.sid) == 0;
+}
+
+std::atomic_ref<int> status_of(MemBlock& entry) { return cachet::shared_word<int>(&entry.status); }
 
 TimeText local_time() {
   TimeText text{};
@@ -96,15 +116,56 @@ bool DBSessions::OpenContainer(const char* name, int mode) {
   return true;
 }
 
+// An entry on its way in or out carries the thread that moves it: neither free nor in use, and its heir's to finish.
+int DBSessions::FreeEntry(SessionType type) const {
+  if (!Tracks()) return -1;
+  const auto area = area_of(*this, type);
+  for (std::size_t index = 0; index < area.size(); ++index) {
+    if (cachet::load_acquire<int>(&area[index].status) == 0) return number_of(type, index);
+  }
+  return -1;
+}
+
+bool DBSessions::ClaimEntry(int entry, int slot) {
+  MemBlock& block = wtread_ssions_[entry];
+  int free = 0;
+  if (!status_of(block).compare_exchange_strong(free, -cachet::this_thread().tid)) return false;
+  std::memcpy(block.trans.sid, sid_of_caller().data(), sizeof block.trans.sid);
+  const TimeText now = local_time();
+  std::memcpy(block.trans.info, now.data(), now.size());
+  block.trans.info[slot_byte] = static_cast<char>(slot);
+  status_of(block).store(in_use, std::memory_order_release);
+  return true;
+}
+
+int DBSessions::EntryOf(SessionType type, const char* sid, int slot) const {
+  const auto area = area_of(*this, type);
+  for (std::size_t index = 0; index < area.size(); ++index) {
+    if (is_used(area[index]) && has_sid(area[index], sid) && SlotOf(area[index].trans) == slot) {
+      return number_of(type, index);
+    }
+  }
+  return -1;
+}
+
+bool DBSessions::ClearEntry(int entry, int pid, int tid, int slot) {
+  MemBlock& block = wtread_ssions_[entry];
+  const int moving = -cachet::this_thread().tid;
+  int status = cachet::load_acquire<int>(&block.status);
+  const bool whole = status == in_use && has_sid(block, sid_of(pid, tid).data()) && SlotOf(block.trans) == slot;
+  if (!whole && status != -tid) return false;
+  if (!status_of(block).compare_exchange_strong(status, moving)) return false;
+  block.trans = TransInfo{};
+  status_of(block).store(0, std::memory_order_release);
+  return true;
+}
+
+int DBSessions::SlotOf(const TransInfo& session) { return session.info[slot_byte]; }
+
 bool DBSessions::InsertSession(SessionType type) {
   if (db_session_mode_ == 0) return true;
-  for (MemBlock& entry : area_of(*this, type)) {
-    if (is_used(entry)) continue;
-    GetCurSid(entry.trans.sid);
-    const TimeText now = local_time();
-    std::memcpy(entry.trans.info, now.data(), now.size());
-    cachet::store_release<int>(&entry.status, in_use);
-    return true;
+  for (int entry = FreeEntry(type); entry >= 0; entry = FreeEntry(type)) {
+    if (ClaimEntry(entry, 0)) return true;
   }
   std::printf("DBSessions::InsertSession: Error, session out of limit.\n");
   return false;
@@ -112,10 +173,9 @@ bool DBSessions::InsertSession(SessionType type) {
 
 bool DBSessions::EraseSession(SessionType type, char* sid) {
   if (db_session_mode_ == 0) return true;
-  const SidText own = sid_of_caller();
-  const char* const wanted = sid != nullptr ? sid : own.data();
+  const char* const wanted = sid != nullptr ? sid : sid_of_caller().data();
   for (MemBlock& entry : area_of(*this, type)) {
-    if (!is_used(entry) || std::memcmp(entry.trans.sid, wanted, sizeof entry.trans.sid) != 0) continue;
+    if (!is_used(entry) || !has_sid(entry, wanted)) continue;
     entry.trans = TransInfo{};
     cachet::store_release<int>(&entry.status, 0);
     return true;
@@ -133,8 +193,7 @@ bool DBSessions::GetSessions(std::vector<TransInfo>& sessions, int stype) {
 }
 
 void DBSessions::GetCurSid(char* sid) {
-  const SidText own = sid_of_caller();
-  std::memcpy(sid, own.data(), sizeof TransInfo::sid);
+  std::memcpy(sid, sid_of_caller().data(), sizeof TransInfo::sid);
 }
 
 void DBSessions::PrintSession() {

@@ -53,6 +53,17 @@ class CACHET_API DBSessions {
   // Appends the used entries of area `stype`, in table order. False for an unknown type or without a segment.
   bool GetSessions(std::vector<TransInfo>& sessions, int stype);
 
+  // The same in steps, for a caller that records each one before it takes it (-1: none). An entry is a number over
+  // all four areas; `slot` is the lock slot it belongs to, kept in the last byte of `info`.
+  int FreeEntry(SessionType type) const;
+  // Enters the calling thread there; false when somebody else was faster.
+  bool ClaimEntry(int entry, int slot);
+  int EntryOf(SessionType type, const char* sid, int slot) const;
+  // Removes the entry if it is `pid` and `tid`'s on this slot, complete or half-way in or out; otherwise false.
+  bool ClearEntry(int entry, int pid, int tid, int slot);
+  static int SlotOf(const TransInfo& session);
+  bool Tracks() const { return db_session_mode_ != 0 && shm_base_addr_ != nullptr; }
+
   // Writes the calling thread's 48 characters, no terminator.
   void GetCurSid(char* sid);
   // Prints the four areas on standard output.

@@ -8,40 +8,13 @@
 #ifndef CACHET_RB_STAGE_H
 #define CACHET_RB_STAGE_H
 
-#include <array>
-#include <cstddef>
 #include <cstdint>
 #include <optional>
 
 #include "rb.h"
+#include "stage_log.h"
 
 namespace cachet {
-
-// One store: where, and the final value. `width_bytes` is 1 or 4.
-struct StagedStore {
-  std::int64_t offset;
-  std::uint32_t value;
-  std::uint32_t width_bytes;
-};
-static_assert(sizeof(StagedStore) == 16);
-
-// One record of the log.
-struct StageRecord {
-  static constexpr int max_stores = 14;
-  std::uint16_t count;
-  std::uint16_t step;       // which part of the whole work this belongs to: the index, for an insert
-  std::uint32_t resume_at;  // node that recolouring goes on from; 0 = nothing is left of this step
-  std::array<StagedStore, max_stores> stores;
-};
-static_assert(sizeof(StageRecord) == 8 + 14 * 16);
-
-// The log in the lock page.
-struct StageLog {
-  std::uint32_t current;  // 0 = none, 1 or 2 = that record
-  std::uint32_t reserved;
-  std::array<StageRecord, 2> records;
-};
-static_assert(sizeof(StageLog) == 8 + 2 * sizeof(StageRecord) && offsetof(StageLog, records) == 8);
 
 class Stage {
  public:

@@ -6,7 +6,7 @@ namespace {
 
 void carry_out(const Rb_base* base, const StageRecord& record) {
   for (int index = 0; index < record.count; ++index) {
-    const StagedStore& store = record.stores[static_cast<std::size_t>(index)];
+    const StagedStore& store = record.stores[index];
     char* const address = address_of(base, FlatOffset{store.offset});
     if (store.width_bytes == 1) {
       store_release<std::uint8_t>(address, static_cast<std::uint8_t>(store.value));
@@ -24,7 +24,7 @@ void publish(StageLog& log, const StageRecord& record) {
   target.step = record.step;
   target.resume_at = record.resume_at;
   for (int index = 0; index < record.count; ++index) {
-    target.stores[static_cast<std::size_t>(index)] = record.stores[static_cast<std::size_t>(index)];
+    target.stores[index] = record.stores[index];
   }
   store_release<std::uint32_t>(&log.current, idle);
 }
@@ -32,7 +32,7 @@ void publish(StageLog& log, const StageRecord& record) {
 bool is_sound(const Rb_base* base, const StageRecord& record) {
   if (record.count > StageRecord::max_stores) return false;
   for (int index = 0; index < record.count; ++index) {
-    const StagedStore& store = record.stores[static_cast<std::size_t>(index)];
+    const StagedStore& store = record.stores[index];
     const auto width = static_cast<std::int64_t>(store.width_bytes);
     if (store.offset < static_cast<std::int64_t>(sizeof(Rb_memory)) || store.offset > base->attached_bytes - width) {
       return false;

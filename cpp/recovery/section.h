@@ -1,0 +1,59 @@
+// The critical section of a slot: its robust mutex, then its documented spin word.
+//
+// The word is taken with a mark on top, 0 -> 1 + mark, the state "held" is recorded, the mark comes off; it is given back
+// the other way round. Mark and state together tell the heir of a dead holder whether the word still holds the dead's 1,
+// whatever processes that know only the word add and take off meanwhile:
+//
+//   state     mark   the word holds the dead's
+//   none      no     nothing
+//   none      yes    1 + mark
+//   held      no     1
+//   held      yes    1 + mark
+//   leaving   yes    1 + mark
+//   leaving   no     nothing
+#ifndef CACHET_CPP_RECOVERY_SECTION_H
+#define CACHET_CPP_RECOVERY_SECTION_H
+
+#include "lock_page.h"
+#include "spinlock.h"
+
+namespace cachet {
+
+// Leaves a slot as if its dead holder neither held nor waited there, and posts where that lets others go. Called with
+// the dead's record and while its spin word still keeps others out; may be called again.
+class SlotHeir {
+ public:
+  virtual ~SlotHeir() = default;
+  virtual void finish(int lockid, const SectionRecord& record) = 0;
+};
+
+class Section {
+ public:
+  // Enters; finishes the work of a holder that died inside first. Without a recoverable page only `word` is used.
+  Section(LockPage& page, int lockid, Cspinlock& word, SlotHeir& heir);
+  ~Section();
+  Section(const Section&) = delete;
+  Section& operator=(const Section&) = delete;
+
+  // Publishes what the heir is to do, before the first change; and takes it back behind the last one.
+  void announce(const SectionRecord& record);
+  void done();
+
+  // Outside for the time of a wait.
+  void leave();
+  void enter();
+
+ private:
+  LockPage& page_;
+  int lockid_;
+  Cspinlock& word_;
+  SlotHeir& heir_;
+};
+
+// Locks a robust mutex. True when its last owner died holding it: the caller sees to that and then calls
+// pthread_mutex_consistent.
+bool lock_robust(pthread_mutex_t& mutex);
+
+}  // namespace cachet
+
+#endif
