@@ -15,6 +15,7 @@
 #include <sys/shm.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <ctime>
 #include <string>
 
@@ -28,7 +29,8 @@ constexpr int lock_semaphore_id = 1;
 constexpr int lock_semaphore_max = 100;
 constexpr int page_bytes = 8192;
 constexpr int slot_count = 2;
-constexpr int slot_bytes = 20;
+constexpr std::ptrdiff_t slot_bytes = 20;
+constexpr std::ptrdiff_t word_bytes = 4;
 constexpr int read_level = 0;
 constexpr int write_level = 1;
 constexpr int slice_ms = 200;
@@ -46,7 +48,7 @@ constexpr int epoch_at = 72;
 class Slot {
  public:
   Slot(char* page, int lockid)
-      : words_(page + lockid * slot_bytes), releases_(page + releases_at + lockid * 4) {}
+      : words_(page + lockid * slot_bytes), releases_(page + releases_at + lockid * word_bytes) {}
 
   auto writers_holding() const { return word(1); }
   auto writers_waiting() const { return word(2); }
@@ -57,7 +59,7 @@ class Slot {
 
  private:
   std::atomic_ref<std::int32_t> word(int index) const {
-    return cachet::shared_word<std::int32_t>(words_ + index * 4);
+    return cachet::shared_word<std::int32_t>(words_ + index * word_bytes);
   }
   char* words_;
   char* releases_;

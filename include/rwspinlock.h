@@ -50,8 +50,8 @@ class CACHET_API Crwspinlock {
   // Whether some process holds the slot for writing right now.
   bool WriterHolds(int lockid) const;
 
-  // A counter of the whole database, in the page. A rollback takes records' own counters back and raises this one
-  // instead, before it clears their marks. 0 for ever when the lock is not open.
+  // A counter of the whole database, in the page. A rollback takes records' own counters back and raises this
+  // one instead, before it clears their marks. 0 for ever when the lock is not open.
   std::uint64_t Epoch() const;
   void RaiseEpoch();
 

@@ -45,8 +45,12 @@ namespace cachet {
 
 namespace {
 
-const ZtRecord* image_of(const ZtRecordCopy& copy) { return reinterpret_cast<const ZtRecord*>(copy.data); }
-ZtRecord* record_of(const ZtRecordCopy& copy) { return reinterpret_cast<ZtRecord*>(copy.offset); }
+const ZtRecord* image_of(const ZtRecordCopy& copy) {
+  return reinterpret_cast<const ZtRecord*>(copy.data);
+}
+ZtRecord* record_of(const ZtRecordCopy& copy) {
+  return reinterpret_cast<ZtRecord*>(copy.offset);
+}
 
 // Everything but the mark, the counter last.
 void restore_all_but_mark(const ZtRecordCopy& copy) {

@@ -23,9 +23,10 @@ class WriterWait {
   long pause_ns_ = 0;
 };
 
-// Runs `attempt` until a run of it overlapped no change of what `watched` marks (a table's catalog record, or a
-// record), and returns its result. The epoch is read first and compared last: a rollback raises it after the
-// restored counters and before the marks clear, so a clear mark behind a rollback always shows the new epoch.
+// Runs `attempt` until a run of it overlapped no change of what `watched` marks (a table's catalog record, or
+// a record), and returns its result. The epoch is read first and compared last: a rollback raises it after
+// the restored counters and before the marks clear, so a clear mark behind a rollback always shows the new
+// epoch.
 template <class Watched, class Attempt>
 auto read_unchanged(ZtDbHandle database, const Watched* watched, const Attempt& attempt) {
   WriterWait wait_for_writers(database);
