@@ -4,6 +4,7 @@
 #include <array>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <span>
@@ -18,6 +19,7 @@ constexpr int session_key_id = 1;
 constexpr int container_bytes = 0x400000;
 constexpr std::size_t entries_per_type = 1024;
 constexpr int in_use = 1;
+constexpr std::size_t sid_digits = 24;
 constexpr std::size_t slot_byte = sizeof(TransInfo::info) - 1;  // behind the time's own terminator
 
 using SidText = std::array<char, 49>;
@@ -40,10 +42,10 @@ bool is_used(const MemBlock& entry) {
   return cachet::load_acquire<int>(&entry.status) == in_use;
 }
 
-SidText sid_of(int pid, int tid) {
+SidText sid_of(const cachet::ThreadIdentity& thread) {
   SidText sid{};
-  std::snprintf(sid.data(), sid.size(), "%024lu%024lu", static_cast<unsigned long>(pid),
-                static_cast<unsigned long>(tid));
+  std::snprintf(sid.data(), sid.size(), "%024lu%024lu", static_cast<unsigned long>(thread.pid),
+                static_cast<unsigned long>(thread.tid));
   return sid;
 }
 
@@ -53,7 +55,7 @@ const SidText& sid_of_caller() {
   thread_local int made_for = 0;
   const cachet::ThreadIdentity& caller = cachet::this_thread();
   if (made_for != caller.tid) {
-    sid = sid_of(caller.pid, caller.tid);
+    sid = sid_of(caller);
     made_for = caller.tid;
   }
   return sid;
@@ -118,7 +120,6 @@ bool DBSessions::OpenContainer(const char* name, int mode) {
 
 // An entry on its way in or out carries the thread that moves it: neither free nor in use, and its heir's to finish.
 int DBSessions::FreeEntry(SessionType type) const {
-  if (!Tracks()) return -1;
   const auto area = area_of(*this, type);
   for (std::size_t index = 0; index < area.size(); ++index) {
     if (cachet::load_acquire<int>(&area[index].status) == 0) return number_of(type, index);
@@ -138,36 +139,48 @@ bool DBSessions::ClaimEntry(int entry, int slot) {
   return true;
 }
 
-int DBSessions::EntryOf(SessionType type, const char* sid, int slot) const {
+int DBSessions::EntryOf(SessionType type, const cachet::ThreadIdentity& owner, int slot) const {
+  const SidText sid = sid_of(owner);
   const auto area = area_of(*this, type);
   for (std::size_t index = 0; index < area.size(); ++index) {
-    if (is_used(area[index]) && has_sid(area[index], sid) && SlotOf(area[index].trans) == slot) {
+    if (is_used(area[index]) && has_sid(area[index], sid.data()) && SlotOf(area[index].trans) == slot) {
       return number_of(type, index);
     }
   }
   return -1;
 }
 
-bool DBSessions::ClearEntry(int entry, int pid, int tid, int slot) {
+void DBSessions::ClearEntry(int entry, const cachet::ThreadIdentity& owner, int slot, int mover) {
+  if (entry < 0 || shm_base_addr_ == nullptr) return;
   MemBlock& block = wtread_ssions_[entry];
-  const int moving = -cachet::this_thread().tid;
   int status = cachet::load_acquire<int>(&block.status);
-  const bool whole = status == in_use && has_sid(block, sid_of(pid, tid).data()) && SlotOf(block.trans) == slot;
-  if (!whole && status != -tid) return false;
-  if (!status_of(block).compare_exchange_strong(status, moving)) return false;
+  if (status == in_use && has_sid(block, sid_of(owner).data()) && SlotOf(block.trans) == slot &&
+      status_of(block).compare_exchange_strong(status, -mover)) {
+    status = -mover;
+  }
+  if (status != -mover) return;
   block.trans = TransInfo{};
   status_of(block).store(0, std::memory_order_release);
-  return true;
 }
 
 int DBSessions::SlotOf(const TransInfo& session) { return session.info[slot_byte]; }
+
+cachet::ThreadIdentity DBSessions::OwnerOf(const char* sid) {
+  const auto number = [](const char* digits) {
+    return static_cast<int>(std::strtoul(std::string(digits, sid_digits).c_str(), nullptr, 10));
+  };
+  return {number(sid), number(sid + sid_digits)};
+}
+
+void DBSessions::ReportFull() { std::printf("DBSessions::InsertSession: Error, session out of limit.\n"); }
+void DBSessions::ReportMissing() { std::printf("DBSessions::EraseSession: Error, session doesnot exist.\n"); }
 
 bool DBSessions::InsertSession(SessionType type) {
   if (db_session_mode_ == 0) return true;
   for (int entry = FreeEntry(type); entry >= 0; entry = FreeEntry(type)) {
     if (ClaimEntry(entry, 0)) return true;
   }
-  std::printf("DBSessions::InsertSession: Error, session out of limit.\n");
+  ReportFull();
   return false;
 }
 
@@ -180,7 +193,7 @@ bool DBSessions::EraseSession(SessionType type, char* sid) {
     cachet::store_release<int>(&entry.status, 0);
     return true;
   }
-  std::printf("DBSessions::EraseSession: Error, session doesnot exist.\n");
+  ReportMissing();
   return false;
 }
 

@@ -36,6 +36,10 @@ struct MemBlock {
 static_assert(sizeof(TransInfo) == 64 && offsetof(TransInfo, info) == 48);
 static_assert(sizeof(MemBlock) == 68 && offsetof(MemBlock, status) == 64);
 
+namespace cachet {
+struct ThreadIdentity;
+}
+
 class CACHET_API DBSessions {
  public:
   DBSessions();
@@ -58,10 +62,13 @@ class CACHET_API DBSessions {
   int FreeEntry(SessionType type) const;
   // Enters the calling thread there; false when somebody else was faster.
   bool ClaimEntry(int entry, int slot);
-  int EntryOf(SessionType type, const char* sid, int slot) const;
-  // Removes the entry if it is `pid` and `tid`'s on this slot, complete or half-way in or out; otherwise false.
-  bool ClearEntry(int entry, int pid, int tid, int slot);
+  int EntryOf(SessionType type, const cachet::ThreadIdentity& owner, int slot) const;
+  // Removes the entry if it is the owner's on this slot, or half-way in or out by thread `mover`; else does nothing.
+  void ClearEntry(int entry, const cachet::ThreadIdentity& owner, int slot, int mover);
   static int SlotOf(const TransInfo& session);
+  static cachet::ThreadIdentity OwnerOf(const char* sid);
+  static void ReportFull();
+  static void ReportMissing();
   bool Tracks() const { return db_session_mode_ != 0 && shm_base_addr_ != nullptr; }
 
   // Writes the calling thread's 48 characters, no terminator.

@@ -23,6 +23,10 @@
 #include "ztmem.h"
 #include "ztsema.h"
 
+namespace cachet {
+struct LockPage;
+}
+
 class CACHET_API Crwspinlock {
  public:
   Crwspinlock();
@@ -54,6 +58,11 @@ class CACHET_API Crwspinlock {
   // one instead, before it clears their marks. 0 for ever when the lock is not open.
   std::uint64_t Epoch() const;
   void RaiseEpoch();
+
+  // Takes back what a dead thread holds or waits for, if its session is still in the table; its slot is the session's.
+  bool UnlockOfDead(SessionType type, const TransInfo& session);
+  // The page, when dead processes' work can be finished through it; null otherwise.
+  cachet::LockPage* RecoverablePage() const;
 
   Cztshamem m_lockpage;
   Cztsema m_r_sema[2];

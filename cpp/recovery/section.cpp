@@ -60,6 +60,7 @@ void inherit(LockPage& page, int lockid, SlotHeir& heir) {
     heir.finish(lockid, section.record);
     store_release<std::int32_t>(&section.record.active, 0);
   }
+  heir.wake(lockid);
   if (dead_holds_word(page, lockid)) {
     give_word_back(page, lockid);
   } else {

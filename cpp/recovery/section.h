@@ -19,12 +19,14 @@
 
 namespace cachet {
 
-// Leaves a slot as if its dead holder neither held nor waited there, and posts where that lets others go. Called with
-// the dead's record and while its spin word still keeps others out; may be called again.
+// Leaves a slot as if its dead holder neither held nor waited there. Both are called while the dead's spin word still
+// keeps others out, and may be called again.
 class SlotHeir {
  public:
   virtual ~SlotHeir() = default;
   virtual void finish(int lockid, const SectionRecord& record) = 0;
+  // Posts where the waiters may go on: the dead may have been about to, or have swallowed a post.
+  virtual void wake(int lockid) = 0;
 };
 
 class Section {
