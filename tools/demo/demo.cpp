@@ -172,7 +172,7 @@ bool Demo::compare_all() {
   const int64_t answers = done(kLookUp) + done(kListSection) + done(kTenLargest);
   const Comparison result = compare(database_, model_, ledgers_);
   if (!result.difference.empty()) {
-    print("\nDIFFERENT: " + result.difference + "\n");
+    print("\nWRONG in the final comparison: " + result.difference + "\n");
     return false;
   }
   print("\nChecks\n");
@@ -200,16 +200,21 @@ bool Demo::clean_up() {
     remove_leftovers(directory_);
     left = audit_.look();
   }
-  print("  left behind: " + std::to_string(left.segments) + " segments, " +
-        std::to_string(left.semaphore_sets) + " semaphore sets (while it was up: " +
-        std::to_string(while_up_.segments) + " and " + std::to_string(while_up_.semaphore_sets) +
-        ")\n  System V objects on this machine: " + std::to_string(segments_before_) + " segments and " +
-        std::to_string(semaphore_sets_before_) + " sets before, " +
-        std::to_string(objects_of_all_programs("shm")) + " and " +
-        std::to_string(objects_of_all_programs("sem")) + " after\n  in " + directory_ + ":");
-  for (const std::string& file : left.files) print(" " + file);
-  print(" (the lock file, now removed; there were " + std::to_string(while_up_.files.size()) + " files)\n");
+  print_what_is_left(left);
   return !something_left();
+}
+
+void Demo::print_what_is_left(const SystemVAudit::Found& left) const {
+  const auto objects = [](int segments, int semaphore_sets) {
+    return std::to_string(segments) + " segments and " + std::to_string(semaphore_sets) + " semaphore sets";
+  };
+  print("  left behind: " + objects(left.segments, left.semaphore_sets) +
+        " (while it was up: " + objects(while_up_.segments, while_up_.semaphore_sets) +
+        ")\n  of all programs: " + objects(segments_before_, semaphore_sets_before_) + " before, " +
+        objects(objects_of_all_programs("shm"), objects_of_all_programs("sem")) + " after\n  in " +
+        directory_ + " of " + std::to_string(while_up_.files.size()) + " files:");
+  for (const std::string& file : left.files) print(" " + file);
+  print(left.files.size() == 1 ? " (the lock file; now removed)\n" : "\n");
 }
 
 // ---- what the children do ----
@@ -285,8 +290,8 @@ void Demo::print_complaints() const {
   for (int role = 0; role < kRoles; ++role) {
     const Report& report = board_.reports[role];
     if (report.complaint_count == 0) continue;
-    print(std::string("\nDIFFERENT: ") + kRoleNames[role] + ", " + std::to_string(report.complaint_count) +
-          " times, first: " + report.first_complaint + "\n");
+    print(std::string("\nWRONG in ") + kRoleNames[role] + " (" + std::to_string(report.complaint_count) +
+          " times): " + report.first_complaint + "\n");
   }
 }
 

@@ -31,6 +31,7 @@ class Demo {
   void print_figures() const;
   bool compare_all();
   bool clean_up();
+  void print_what_is_left(const SystemVAudit::Found& left) const;
 
   // What the children do.
   void be_first_writer();

@@ -17,9 +17,10 @@ int main() {
       std::fputs("cachet-demo: this machine has no Debian package index\n", stderr);
       return 2;
     }
+    const size_t count = index.packages.size();
     demo::print(std::string("cachet ") + ZtGetLibVersion() + "\n\n" +
-                demo::with_thousands(static_cast<int64_t>(index.packages.size())) + " packages from " +
-                index.source + "\n");
+                demo::with_thousands(static_cast<int64_t>(count)) + " packages from " + index.source +
+                (count < 10'000 ? " (after apt-get update there are more)" : "") + "\n");
     demo::Demo story{demo::Model(std::move(index.packages))};
     const bool passed = story.run();
     demo::print(passed ? "\nAll checks passed.\n" : "\nFAILED\n");
