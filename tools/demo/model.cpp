@@ -24,6 +24,15 @@ Model::Model(std::vector<Package> packages) : packages_(std::move(packages)) {
   largest_.resize(shown);
 }
 
+int Model::choose(std::mt19937& random) const {
+  constexpr int64_t favourites = 16;
+  const auto below = [&](int64_t limit) {
+    return std::uniform_int_distribution<int64_t>(0, limit - 1)(random);
+  };
+  const bool favourite = below(2) == 0;
+  return static_cast<int>(favourite ? below(favourites) * count() / favourites : below(count()));
+}
+
 const char* Model::complaint_about(const Row& row) const {
   if (!row.sealed) return "the seal of a row is broken: it was read half-way through a change";
   if (row.account.stock < 0) return "a stock is negative: a change was seen that was rolled back";

@@ -8,6 +8,7 @@
 #define CACHET_TOOLS_DEMO_MODEL_H
 
 #include <cstdint>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -36,6 +37,10 @@ class Model {
   const Section& section_of(int record_id) const {
     return sections_[section_numbers_[static_cast<size_t>(record_id)]];
   }
+
+  // A package chosen by lot: half of the time one of a few that everybody wants, so that readers and writers
+  // meet.
+  int choose(std::mt19937& random) const;
 
   // Record ids of the ten largest packages, in the order of a walk from the end of the size index: of equal
   // sizes the one that was inserted last comes first.

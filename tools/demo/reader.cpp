@@ -58,7 +58,7 @@ Row Reader::row_at_cursor() {
 
 // The key has one field of the two that the index has: any version of the name matches.
 void Reader::look_up() {
-  const Package& wanted = model_.package(below(model_.count()));
+  const Package& wanted = model_.package(model_.choose(random_));
   condition_.select(kByNameAndVersion);
   condition_.add(wanted.name);
   const Search search(database_, mode_, report_.tasks[kLookUp]);

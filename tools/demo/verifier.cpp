@@ -129,7 +129,7 @@ void show_search(const Database& database, const std::string& name, int count) {
                     std::string(row.summary)});
   }
   print_table(
-      {{"name", 20}, {"version", 14}, {"section", 10}, {"KiB", 7, true}, {"stock", 5, true}, {"summary", 38}},
+      {{"name", 20}, {"version", 14}, {"section", 12}, {"KiB", 7, true}, {"stock", 5, true}, {"summary", 36}},
       rows);
 }
 

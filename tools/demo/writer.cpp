@@ -10,7 +10,16 @@
 // The ledger is written after the commit, and only then.
 #include "writer.h"
 
+#include <thread>
+#include <utility>
+
 namespace demo {
+namespace {
+
+// How long a change that is to be undone stands there, for everybody to see who should not.
+constexpr auto kSecondThoughts = std::chrono::microseconds(100);
+
+}  // namespace
 
 Writer::Writer(const Database& database, const Model& model, int number, Report& report, Ledger ledger)
     : database_(database),
@@ -32,9 +41,10 @@ void Writer::write_once() {
 }
 
 void Writer::transfer(Outcome outcome) {
-  const int from = below(model_.count());
+  int from = model_.choose(random_);
   const std::vector<int>& section = model_.section_of(from).record_ids;
-  const int to = section[static_cast<size_t>(below(static_cast<int>(section.size())))];
+  int to = section[static_cast<size_t>(below(static_cast<int>(section.size())))];
+  if (below(2) == 0) std::swap(from, to);
   const int32_t amount = from == to ? 0 : 1 + below(5);
 
   const Clock::time_point begin = Clock::now();
@@ -126,6 +136,7 @@ bool Writer::find(const Package& package, ZtRecordHandle record) {
 
 void Writer::end(Transaction& transaction, Outcome outcome, Clock::time_point begin) {
   const bool kept = outcome == Outcome::kKept;
+  if (!kept) std::this_thread::sleep_for(kSecondThoughts);
   kept ? transaction.commit() : transaction.roll_back();
   report_.tasks[kept ? kCommit : kRollback].add(Clock::now() - begin);
 }
