@@ -19,6 +19,7 @@
 namespace demo {
 
 enum Role { kWriter1, kWriter2, kReaderReadOnly, kReaderReadWrite, kRoles };
+constexpr Role kAllRoles[] = {kWriter1, kWriter2, kReaderReadOnly, kReaderReadWrite};
 constexpr const char* kRoleNames[kRoles] = {"writer 1", "writer 2", "reader 1 (read-only)",
                                             "reader 2 (read-write)"};
 

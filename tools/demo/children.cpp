@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <thread>
@@ -38,6 +39,7 @@ void Children::start(Role role, const std::function<void()>& work) {
   if (child == 0) {
     prepare_child(board_, parent);
     work();
+    std::fflush(stdout);  // what the library printed
     _exit(EXIT_SUCCESS);
   }
   if (child < 0) {
@@ -49,7 +51,7 @@ void Children::start(Role role, const std::function<void()>& work) {
 }
 
 void Children::collect() {
-  for (int role = 0; role < kRoles; ++role) collect(static_cast<Role>(role), WNOHANG);
+  for (const Role role : kAllRoles) collect(role, WNOHANG);
 }
 
 void Children::collect(Role role, int wait_options) {
@@ -73,10 +75,10 @@ void Children::end_all() {
     collect();
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
-  for (int role = 0; role < kRoles; ++role) {
+  for (const Role role : kAllRoles) {
     if (!running_[role]) continue;
     kill(pids_[role], SIGKILL);
-    collect(static_cast<Role>(role), 0);
+    collect(role, 0);
   }
 }
 

@@ -140,9 +140,8 @@ bool Demo::run_for_some_seconds() {
 
 void Demo::print_figures() const {
   std::vector<std::vector<std::string>> rows;
-  for (int role = 0; role < kRoles; ++role) {
-    std::string name =
-        std::string(kRoleNames[role]) + ", process " + std::to_string(children_.pid(Role(role)));
+  for (const Role role : kAllRoles) {
+    std::string name = std::string(kRoleNames[role]) + ", process " + std::to_string(children_.pid(role));
     for (int task = 0; task < kTasks; ++task) {
       const Latencies& latencies = board_.reports[role].tasks[task];
       if (latencies.count() == 0) continue;
@@ -287,7 +286,7 @@ bool Demo::nothing_wrong() const {
 
 void Demo::print_complaints() const {
   if (interrupted()) print("\nInterrupted\n");
-  for (int role = 0; role < kRoles; ++role) {
+  for (const Role role : kAllRoles) {
     const Report& report = board_.reports[role];
     if (report.complaint_count == 0) continue;
     print(std::string("\nWRONG in ") + kRoleNames[role] + " (" + std::to_string(report.complaint_count) +

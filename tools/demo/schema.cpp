@@ -39,7 +39,7 @@ constexpr TextField kTextFields[] = {{"name", &Package::name},
 int64_t database_bytes(const std::vector<Package>& packages) {
   int64_t row_bytes = 64;
   for (const TextField& field : kTextFields) row_bytes += slot_bytes(packages, field.text);
-  constexpr int64_t tree_bytes = 4 * (32 + 32 + 32 + 64);
+  constexpr int64_t tree_bytes = int64_t{4} * (32 + 32 + 32 + 64);
   constexpr int64_t unit_bytes = int64_t{64} << 20;
   const int64_t rows = 2 * static_cast<int64_t>(packages.size()) + 100'000;
   return (rows * (row_bytes + tree_bytes) / unit_bytes + 1) * unit_bytes;

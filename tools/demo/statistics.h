@@ -1,6 +1,6 @@
 // How often something was done and how long it took: a histogram of fixed size that fits into shared memory.
 //
-// Buckets grow with the value (32 to each power of two), so a percentile is off by 3 % at most.
+// Buckets grow with the value (kPerPower to each power of two), so a percentile is off by 3 % at most.
 #ifndef CACHET_TOOLS_DEMO_STATISTICS_H
 #define CACHET_TOOLS_DEMO_STATISTICS_H
 
@@ -39,18 +39,19 @@ class Latencies {
 
  private:
   static size_t bucket_of(uint64_t ns) {
-    if (ns < 32) return ns;
-    const unsigned power = static_cast<unsigned>(std::bit_width(ns)) - 6;  // of the 32 buckets' common width
-    const size_t bucket = 32 * power + (ns >> power);
+    if (ns < kPerPower) return ns;
+    const unsigned power = static_cast<unsigned>(std::bit_width(ns)) - 6;  // the width of the power's buckets
+    const size_t bucket = kPerPower * power + (ns >> power);
     return bucket < kBuckets ? bucket : kBuckets - 1;
   }
   static uint64_t upper_end_ns(size_t bucket) {
-    if (bucket < 64) return bucket;
-    const size_t power = bucket / 32 - 1;
-    return ((bucket - 32 * power + 1) << power) - 1;
+    if (bucket < 2 * kPerPower) return bucket;
+    const size_t power = bucket / kPerPower - 1;
+    return ((bucket - kPerPower * power + 1) << power) - 1;
   }
 
-  static constexpr size_t kBuckets = 32 * 36;
+  static constexpr size_t kPerPower = 32;
+  static constexpr size_t kBuckets = kPerPower * 36;
   std::array<int64_t, kBuckets> buckets_{};
   std::atomic<int64_t> count_{0};  // others watch it while the owner adds
 };

@@ -4,6 +4,7 @@
 #ifndef CACHET_TOOLS_DEMO_TEXT_H
 #define CACHET_TOOLS_DEMO_TEXT_H
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
