@@ -73,6 +73,8 @@ Demo::Demo(Model model)
       semaphore_sets_before_(objects_of_all_programs("sem")) {}
 
 Demo::~Demo() {
+  children_.end_all();
+  database_.reset();
   std::error_code ignored;
   std::filesystem::remove_all(directory_, ignored);
 }
@@ -80,8 +82,9 @@ Demo::~Demo() {
 bool Demo::run() {
   const bool compared = load_packages() && attach_the_others() && run_for_some_seconds() && compare_all();
   print_complaints();
-  const bool clean = clean_up();
-  return compared && clean && nothing_wrong();
+  const bool in_order = compared && nothing_wrong();
+  const bool clean = clean_up(in_order);
+  return in_order && clean;
 }
 
 // ---- the phases ----
@@ -132,8 +135,6 @@ bool Demo::run_for_some_seconds() {
   run_seconds_ = elapsed();
   const bool ended = wait_for([this] { return !children_.any_running(); }, 15, [] {});
   show(true);
-  if (!ended && !interrupted() && nothing_wrong())
-    board_.reports[kWriter1].complain("the processes did not stop");
   print_figures();
   return ended && !interrupted();
 }
@@ -188,19 +189,18 @@ bool Demo::compare_all() {
 
 // In the ordinary case the parent is the last to leave, and nothing is left. Where a process was killed, or
 // the parent never attached, the leftovers are replaced by a new database, which is removed.
-bool Demo::clean_up() {
+bool Demo::clean_up(bool in_order) {
   children_.end_all();
   database_.reset();
   SystemVAudit::Found left = audit_.look();
-  const auto something_left = [&] {
-    return left.segments + left.semaphore_sets != 0 || left.files.size() > 1;
-  };
-  if (something_left() && (interrupted() || !nothing_wrong())) {
+  const bool clean = left.segments + left.semaphore_sets == 0 && left.files.size() <= 1;
+  if (in_order) print_what_is_left(left);
+  if (!clean) {
     remove_leftovers(directory_);
     left = audit_.look();
   }
-  print_what_is_left(left);
-  return !something_left();
+  if (!in_order) print_what_is_left(left);
+  return clean;
 }
 
 void Demo::print_what_is_left(const SystemVAudit::Found& left) const {
@@ -270,7 +270,11 @@ bool Demo::wait_for(const std::function<bool()>& done, int seconds,
   const Clock::time_point deadline = Clock::now() + std::chrono::seconds(seconds);
   while (!done()) {
     children_.collect();
-    if (interrupted() || !nothing_wrong() || Clock::now() > deadline) return false;
+    if (interrupted() || !nothing_wrong()) return false;
+    if (Clock::now() > deadline) {
+      print("\nWRONG: the processes were not done in " + std::to_string(seconds) + " s\n");
+      return false;
+    }
     show_progress();
     std::this_thread::sleep_for(milliseconds(50));
   }

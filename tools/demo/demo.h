@@ -30,7 +30,7 @@ class Demo {
   bool run_for_some_seconds();
   void print_figures() const;
   bool compare_all();
-  bool clean_up();
+  bool clean_up(bool in_order);
   void print_what_is_left(const SystemVAudit::Found& left) const;
 
   // What the children do.
