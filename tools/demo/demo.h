@@ -39,7 +39,8 @@ class Demo {
   void be_reader(Role role, int mode);
   void write_until_stopped(const Database& database, Role role);
 
-  // Waits, watching the children and the user. False on a complaint, Ctrl-C or after `seconds`.
+  // Waits, watching the children and the user. False on a complaint, after Ctrl-C, and, said aloud, after
+  // `seconds`.
   bool wait_for(const std::function<bool()>& done, int seconds, const std::function<void()>& show_progress);
   void wait_for_go();
   bool nothing_wrong() const;
