@@ -1,12 +1,11 @@
 // The protocol of a slot. All words of a slot change under its spin lock, which is never held across a wait.
 //
-//   write    held or waited for?  no: W1 += 1, in
-//                                 yes: W2 += 1, sleep on the writer semaphore until W1 = 0; W2 -= 1, W1 += 1,
-//                                 in
-//   read     held by a writer?    no: W3 += 1, in
-//                                 yes: W4 += 1, sleep on the reader semaphore until W1 = 0 and either no
-//                                 writer waits or an unlock has let the readers go since; W4 -= 1, W3 += 1,
-//                                 in
+//   write    free?           W1 += 1, in
+//            held or waited  W2 += 1, sleep on the writer semaphore until W1 = 0; W2 -= 1, W1 += 1, in
+//            for?
+//   read     no writer in?   W3 += 1, in
+//            held?           W4 += 1, sleep on the reader semaphore until W1 = 0, and no writer waits or an
+//                            unlock has let the readers go since; W4 -= 1, W3 += 1, in
 //   unlock   W1 -= 1; a writer waits: one post for writers; else one post for each waiting reader
 //
 // A wake-up is only a hint. Posts are made before the spin lock is given back, so no releaser can die between
