@@ -1,6 +1,5 @@
 #include "dbsessions.h"
 
-
 #include <array>
 #include <csignal>
 #include <cstdio>
@@ -36,7 +35,9 @@ std::span<MemBlock> area_of(const DBSessions& sessions, int type) {
   return {areas[type], entries_per_type};
 }
 
-int number_of(int type, std::size_t index) { return type * static_cast<int>(entries_per_type) + static_cast<int>(index); }
+int number_of(int type, std::size_t index) {
+  return type * static_cast<int>(entries_per_type) + static_cast<int>(index);
+}
 
 bool is_used(const MemBlock& entry) {
   return cachet::load_acquire<int>(&entry.status) == in_use;
@@ -65,7 +66,9 @@ bool has_sid(const MemBlock& entry, const char* sid) {
   return std::memcmp(entry.trans.sid, sid, sizeof entry.trans.sid) == 0;
 }
 
-std::atomic_ref<int> status_of(MemBlock& entry) { return cachet::shared_word<int>(&entry.status); }
+std::atomic_ref<int> status_of(MemBlock& entry) {
+  return cachet::shared_word<int>(&entry.status);
+}
 
 TimeText local_time() {
   TimeText text{};
@@ -118,7 +121,8 @@ bool DBSessions::OpenContainer(const char* name, int mode) {
   return true;
 }
 
-// An entry on its way in or out carries the thread that moves it: neither free nor in use, and its heir's to finish.
+// An entry on its way in or out carries the thread that moves it: neither free nor in use, and its heir's to
+// finish.
 int DBSessions::FreeEntry(SessionType type) const {
   const auto area = area_of(*this, type);
   for (std::size_t index = 0; index < area.size(); ++index) {
@@ -163,7 +167,9 @@ void DBSessions::ClearEntry(int entry, const cachet::ThreadIdentity& owner, int 
   status_of(block).store(0, std::memory_order_release);
 }
 
-int DBSessions::SlotOf(const TransInfo& session) { return session.info[slot_byte]; }
+int DBSessions::SlotOf(const TransInfo& session) {
+  return session.info[slot_byte];
+}
 
 cachet::ThreadIdentity DBSessions::OwnerOf(const char* sid) {
   const auto number = [](const char* digits) {
@@ -172,8 +178,12 @@ cachet::ThreadIdentity DBSessions::OwnerOf(const char* sid) {
   return {number(sid), number(sid + sid_digits)};
 }
 
-void DBSessions::ReportFull() { std::printf("DBSessions::InsertSession: Error, session out of limit.\n"); }
-void DBSessions::ReportMissing() { std::printf("DBSessions::EraseSession: Error, session doesnot exist.\n"); }
+void DBSessions::ReportFull() {
+  std::printf("DBSessions::InsertSession: Error, session out of limit.\n");
+}
+void DBSessions::ReportMissing() {
+  std::printf("DBSessions::EraseSession: Error, session doesnot exist.\n");
+}
 
 bool DBSessions::InsertSession(SessionType type) {
   if (db_session_mode_ == 0) return true;

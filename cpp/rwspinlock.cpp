@@ -1,17 +1,21 @@
 // The protocol of a slot. All words of a slot change under its spin lock, which is never held across a wait.
 //
-//   write:  held or waited for?  --no-->  W1 += 1, in
-//              | yes: W2 += 1, sleep on the writer semaphore until W1 = 0; W2 -= 1, W1 += 1, in
-//   read:   held by a writer?    --no-->  W3 += 1, in
-//              | yes: W4 += 1, sleep on the reader semaphore until W1 = 0 and either no writer waits or an
-//              unlock |      has let the readers go since; W4 -= 1, W3 += 1, in
-//   unlock: W1 -= 1; a writer waits: one post for writers; else one post for each waiting reader
+//   write    free?           W1 += 1, in
+//            held or waited  W2 += 1, sleep on the writer semaphore until W1 = 0; W2 -= 1, W1 += 1, in
+//            for?
+//   read     no writer in?   W3 += 1, in
+//            held?           W4 += 1, sleep on the reader semaphore until W1 = 0, and no writer waits or an
+//                            unlock has let the readers go since; W4 -= 1, W3 += 1, in
+//   unlock   W1 -= 1; a writer waits: one post for writers; else one post for each waiting reader
 //
-// A wake-up is only a hint. Posts are made before the spin lock is given back, so no releaser can die between the two;
-// waits end after at most 200 ms to look again, so no lost post, dead waiter or removed semaphore blocks for ever.
+// A wake-up is only a hint. Posts are made before the spin lock is given back, so no releaser can die between
+// the two; waits end after at most 200 ms to look again, so no lost post, dead waiter or removed semaphore
+// blocks for ever. A waiting writer that leaves a free slot alone for ten slices is taken for dead by a
+// reader.
 //
-// Whoever dies inside a section is undone by the next one in it: before its first change a holder announces the counts,
-// and the session entries, as they are to be when it neither holds nor waits (recovery/section.h).
+// Whoever dies inside a section is undone by the next one in it: before its first change a holder announces
+// the counts, and the session entries, as they are to be when it neither holds nor waits
+// (recovery/section.h).
 #include "rwspinlock.h"
 
 #include <sys/shm.h>
@@ -36,15 +40,22 @@ constexpr int lock_semaphore_max = 100;
 constexpr int read_level = 0;
 constexpr int write_level = 1;
 constexpr int slice_ms = 200;
+constexpr int slices_for_a_dead_writer = 10;
 constexpr long pause_without_semaphore_ns = 2'000'000;
 constexpr int no_entry = -1;
 
-LockPage& page_of(const Crwspinlock& lock) { return *reinterpret_cast<LockPage*>(lock.m_lockpage.m_p); }
+LockPage& page_of(const Crwspinlock& lock) {
+  return *reinterpret_cast<LockPage*>(lock.m_lockpage.m_p);
+}
 
-void wait_for_hint(Cztsema& semaphore) {
-  if (semaphore.Wait(slice_ms) == 1 || errno == EAGAIN || errno == EINTR) return;
-  const timespec pause{0, pause_without_semaphore_ns};
-  nanosleep(&pause, nullptr);
+// True when a post came, false when it is time to look without one.
+bool wait_for_hint(Cztsema& semaphore) {
+  if (semaphore.Wait(slice_ms) == 1) return true;
+  if (errno != EAGAIN && errno != EINTR) {
+    const timespec pause{0, pause_without_semaphore_ns};
+    nanosleep(&pause, nullptr);
+  }
+  return false;
 }
 
 // Lets the waiters of a slot look again: a writer first, else every reader.
@@ -84,7 +95,8 @@ class Heir final : public SlotHeir {
   Crwspinlock& lock_;
 };
 
-// One slot of the lock, inside its section. Counts are plain words here: only the holder of the section changes them.
+// One slot of the lock, inside its section. Counts are plain words here: only the holder of the section
+// changes them.
 class SlotWork {
  public:
   SlotWork(Crwspinlock& lock, int lockid)
@@ -108,11 +120,7 @@ class SlotWork {
   void lock_for_reading() {
     if (words_.writers_holding > 0) {
       enter(words_.readers_waiting, WTREAD);
-      const std::int32_t releases_before = reader_releases();
-      do {
-        wait(lock_.m_r_sema[lockid_]);
-      } while (words_.writers_holding > 0 ||
-               (words_.writers_waiting > 0 && reader_releases() == releases_before));
+      wait_for_turn_to_read();
       take_off(WTREAD, nullptr);
     }
     enter(words_.readers_holding, INREAD);
@@ -200,10 +208,22 @@ class SlotWork {
     section_.done();
   }
 
-  void wait(Cztsema& semaphore) {
+  void wait_for_turn_to_read() {
+    const std::int32_t releases_before = reader_releases();
+    for (int free_slices = 0; free_slices < slices_for_a_dead_writer;) {
+      const bool posted = wait(lock_.m_r_sema[lockid_]);
+      const bool is_free = words_.writers_holding == 0;
+      if (is_free && (words_.writers_waiting == 0 || reader_releases() != releases_before)) return;
+      if (!posted) free_slices = is_free ? free_slices + 1 : 0;
+    }
+  }
+
+  // Outside the section; true when a post came.
+  bool wait(Cztsema& semaphore) {
     section_.leave();
-    wait_for_hint(semaphore);
+    const bool posted = wait_for_hint(semaphore);
     section_.enter();
+    return posted;
   }
 
   Crwspinlock& lock_;
@@ -247,7 +267,8 @@ Crwspinlock::Crwspinlock() = default;
 
 bool Crwspinlock::Create(char* name, int dbsesion_mode) {
   const std::string page = std::string(name) + ".lk";
-  if (!m_lockpage.Create(page.c_str(), lock_key_id, lock_page_bytes, false) || !prepare(page_of(*this))) return false;
+  if (!m_lockpage.Create(page.c_str(), lock_key_id, lock_page_bytes, false) || !prepare(page_of(*this)))
+    return false;
   bind_slots(*this);
   if (!m_dbsessions.CreateContainer(name, dbsesion_mode)) {
     cachet::message::print_line(cachet::message::create_sessions_failed, name);
@@ -278,7 +299,8 @@ bool Crwspinlock::IsOpen() const {
 }
 
 bool Crwspinlock::WriterHolds(int lockid) const {
-  return m_open && is_slot(lockid) && load_acquire<std::int32_t>(&page_of(*this).slots[lockid].writers_holding) > 0;
+  return m_open && is_slot(lockid) &&
+         load_acquire<std::int32_t>(&page_of(*this).slots[lockid].writers_holding) > 0;
 }
 
 std::uint64_t Crwspinlock::Epoch() const {
@@ -287,6 +309,14 @@ std::uint64_t Crwspinlock::Epoch() const {
 
 void Crwspinlock::RaiseEpoch() {
   if (m_open) shared_word<std::uint64_t>(&page_of(*this).epoch).fetch_add(2);
+}
+
+void Crwspinlock::MakeEpochOdd() {
+  if (m_open) shared_word<std::uint64_t>(&page_of(*this).epoch).fetch_or(1);
+}
+
+void Crwspinlock::MakeEpochEven() {
+  if (m_open && Epoch() % 2 != 0) shared_word<std::uint64_t>(&page_of(*this).epoch).fetch_add(1);
 }
 
 bool Crwspinlock::Lock(int lockid, int locklevel) {

@@ -57,13 +57,14 @@ class CACHET_API DBSessions {
   // Appends the used entries of area `stype`, in table order. False for an unknown type or without a segment.
   bool GetSessions(std::vector<TransInfo>& sessions, int stype);
 
-  // The same in steps, for a caller that records each one before it takes it (-1: none). An entry is a number over
-  // all four areas; `slot` is the lock slot it belongs to, kept in the last byte of `info`.
+  // The same in steps, for a caller that records each one before it takes it (-1: none). An entry is a number
+  // over all four areas; `slot` is the lock slot it belongs to, kept in the last byte of `info`.
   int FreeEntry(SessionType type) const;
   // Enters the calling thread there; false when somebody else was faster.
   bool ClaimEntry(int entry, int slot);
   int EntryOf(SessionType type, const cachet::ThreadIdentity& owner, int slot) const;
-  // Removes the entry if it is the owner's on this slot, or half-way in or out by thread `mover`; else does nothing.
+  // Removes the entry if it is the owner's on this slot, or half-way in or out by thread `mover`; else does
+  // nothing.
   void ClearEntry(int entry, const cachet::ThreadIdentity& owner, int slot, int mover);
   static int SlotOf(const TransInfo& session);
   static cachet::ThreadIdentity OwnerOf(const char* sid);

@@ -1,14 +1,16 @@
-// The lock page of a database: the documented words of both slots, and in the rest of its 8192 bytes what lets a live
-// process finish the work of a dead one.
+// The lock page of a database: the documented words of both slots, and in the rest of its 8192 bytes what
+// lets a live process finish the work of a dead one.
 //
-//   byte     0       20      40    64         72     80    128     192       448       704       768       832
-//           +-------+-------+ - - +----------+------+ - - +-------+---------+---------+---------+---------+---------+
-//           | slot 0| slot 1|     | reader   | epoch|     | magic | section | section | cleaner | work    | stage   |
-//           |       |       |     | releases |      |     |       | of 0    | of 1    | mutex   | record  | log     |
-//           +-------+-------+ - - +----------+------+ - - +-------+---------+---------+---------+---------+---------+
+//   byte     0       20      40    64         72     80    128     192       448       704       768 832
+//           +-------+-------+ - - +----------+------+ - -
+//           +-------+---------+---------+---------+---------+---------+ | slot 0| slot 1|     | reader   |
+//           epoch|     | magic | section | section | cleaner | work    | stage   | |       |       |     |
+//           releases |      |     |       | of 0    | of 1    | mutex   | record  | log     |
+//           +-------+-------+ - - +----------+------+ - -
+//           +-------+---------+---------+---------+---------+---------+
 //
-// The creator of the page prepares everything behind the magic and writes the magic last. Without it (a page of a plain
-// implementation) only the documented words are used, and nothing can be recovered.
+// The creator of the page prepares everything behind the magic and writes the magic last. Without it (a page
+// of a plain implementation) only the documented words are used, and nothing can be recovered.
 #ifndef CACHET_LOCK_PAGE_H
 #define CACHET_LOCK_PAGE_H
 
@@ -35,8 +37,8 @@ struct SlotWords {
   std::int32_t readers_waiting;
 };
 
-// What the holder of a slot's spin lock is doing, so that its heir can leave the slot as if the holder had never held or
-// waited there. Written before the first change, published by `active`.
+// What the holder of a slot's spin lock is doing, so that its heir can leave the slot as if the holder had
+// never held or waited there. Written before the first change, published by `active`.
 struct SectionRecord {
   std::int32_t active;
   std::int32_t word_state;  // WordState
@@ -85,8 +87,10 @@ struct LockPage {
 
 static_assert(sizeof(SlotWords) == 20 && offsetof(LockPage, slots) == 0);
 static_assert(offsetof(LockPage, reader_releases) == 64 && offsetof(LockPage, epoch) == 72);
-static_assert(offsetof(LockPage, magic) == 128 && offsetof(LockPage, sections) == 192 && sizeof(SlotSection) == 256);
-static_assert(offsetof(LockPage, cleaner) == 704 && offsetof(LockPage, work) == 768 && sizeof(WorkRecord) == 64);
+static_assert(offsetof(LockPage, magic) == 128 && offsetof(LockPage, sections) == 192 &&
+              sizeof(SlotSection) == 256);
+static_assert(offsetof(LockPage, cleaner) == 704 && offsetof(LockPage, work) == 768 &&
+              sizeof(WorkRecord) == 64);
 static_assert(offsetof(LockPage, stages) == 832 && sizeof(LockPage) <= lock_page_bytes);
 
 // Prepares a zeroed page. False when the system has no robust mutexes to give.

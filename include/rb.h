@@ -174,9 +174,9 @@ struct CACHET_API Rb_base {
   std::vector<int> mshid;         // System V id of each segment
 
   // This process's own knowledge, behind the documented fields.
-  ZTINT8 attached_bytes = 0;          // size of the flat space when it was attached
-  std::string absolute_path;          // base path of the key files, for their removal
-  std::vector<Rb_keyfile> key_files;  // the file that each segment was attached through
+  ZTINT8 attached_bytes = 0;           // size of the flat space when it was attached
+  std::string absolute_path;           // base path of the key files, for their removal
+  std::vector<Rb_keyfile> key_files;   // the file that each segment was attached through
   cachet::StageLog* stages = nullptr;  // while this handle's work is to survive its death (rb_stage.h)
   std::uint16_t stage_step = 0;
 };

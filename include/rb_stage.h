@@ -1,10 +1,11 @@
 // Stages: how a structure in shared memory changes so that a process may die between any two stores.
 //
-// The stores of one step (a leaf linked, one recolouring round, one rotation, a list append, an unlink) are collected
-// first. With a log they are written, as final values, into the idle one of its two records; one store makes that
-// record the current one; then they are carried out in order. Whoever takes over from a dead writer carries the current
-// record out again, which changes nothing that was done already, and goes on where the record says. Without a log (no
-// lock page, or somebody else's work in it) the stores are carried out directly.
+// The stores of one step (a leaf linked, one recolouring round, one rotation, a list append, an unlink) are
+// collected first. With a log they are written, as final values, into the idle one of its two records; one
+// store makes that record the current one; then they are carried out in order. Whoever takes over from a dead
+// writer carries the current record out again, which changes nothing that was done already, and goes on where
+// the record says. Without a log (no lock page, or somebody else's work in it) the stores are carried out
+// directly.
 #ifndef CACHET_RB_STAGE_H
 #define CACHET_RB_STAGE_H
 
@@ -36,8 +37,8 @@ class Stage {
   StageRecord record_;
 };
 
-// Carries the log's current record out once more and finishes its step; none when there is no current record, or when
-// its stores do not lie in the flat space.
+// Carries the log's current record out once more and finishes its step; none when there is no current record,
+// or when its stores do not lie in the flat space.
 CACHET_API std::optional<int> redo_current_step(Rb_base* base);
 
 // Goes on with an insertion that was interrupted behind a stage.

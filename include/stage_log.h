@@ -1,5 +1,5 @@
-// The log of staged changes: two records, of which one word names the current one. It lies in the lock page; the trees
-// and lists write it (rb_stage.h).
+// The log of staged changes: two records, of which one word names the current one. It lies in the lock page;
+// the trees and lists write it (rb_stage.h).
 #ifndef CACHET_STAGE_LOG_H
 #define CACHET_STAGE_LOG_H
 

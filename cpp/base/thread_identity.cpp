@@ -14,7 +14,9 @@ namespace {
 
 std::atomic<unsigned> forks{1};
 
-void count_fork() { forks.fetch_add(1, std::memory_order_relaxed); }
+void count_fork() {
+  forks.fetch_add(1, std::memory_order_relaxed);
+}
 
 }  // namespace
 
@@ -31,6 +33,8 @@ const ThreadIdentity& this_thread() {
   return identity;
 }
 
-bool is_gone(unsigned long pid) { return kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH; }
+bool is_gone(unsigned long pid) {
+  return kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH;
+}
 
 }  // namespace cachet

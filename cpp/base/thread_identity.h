@@ -11,7 +11,8 @@ struct ThreadIdentity {
 
 const ThreadIdentity& this_thread();
 
-// True when no process has this id any more. A zombie, and a process that may not be signalled, still count as there.
+// True when no process has this id any more. A zombie, and a process that may not be signalled, still count
+// as there.
 bool is_gone(unsigned long pid);
 
 }  // namespace cachet

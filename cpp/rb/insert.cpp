@@ -26,13 +26,20 @@ std::uint8_t with_bits(Rb_node node, unsigned bits, bool on) {
 }
 
 // The word that holds a node's link to its child, or a head's to the root.
-const char* child_link(Rb_node node, bool left) { return bytes_of(node) + (left ? 0 : 4); }
-const char* parent_link(Rb_node node) { return bytes_of(node) + 8; }
-const char* status_byte(Rb_node node) { return bytes_of(node) + offsetof(srb_node, s); }
+const char* child_link(Rb_node node, bool left) {
+  return bytes_of(node) + (left ? 0 : 4);
+}
+const char* parent_link(Rb_node node) {
+  return bytes_of(node) + 8;
+}
+const char* status_byte(Rb_node node) {
+  return bytes_of(node) + offsetof(srb_node, s);
+}
 
 enum class Colours { keep, swap };
 
-// Adds the rotation that lifts y's child x on the given side into y's place; with `swap` x becomes black and y red.
+// Adds the rotation that lifts y's child x on the given side into y's place; with `swap` x becomes black and
+// y red.
 void add_rotation(Stage& stage, const Rb_base* base, Rb_node y, bool left, Colours colours) {
   const Rb_node x = node_at(base, child_of(y, left));
   const std::uint32_t inner = child_of(x, !left);
@@ -60,10 +67,12 @@ void add_rotation(Stage& stage, const Rb_base* base, Rb_node y, bool left, Colou
   stage.link(y_was_root ? parent_link(above) : child_link(above, y_was_left), number_of(base, x));
 }
 
-void make_black(Rb_node node) { set_bits(node, RB_RED, false); }
+void make_black(Rb_node node) {
+  set_bits(node, RB_RED, false);
+}
 
-// Restores the colours above a new red node x. Every round is one stage; blackening the root at the end needs none,
-// since whoever resumes does it again.
+// Restores the colours above a new red node x. Every round is one stage; blackening the root at the end needs
+// none, since whoever resumes does it again.
 void recolour(const Rb_base* base, Rb_node x) {
   for (;;) {
     if (is(x, RB_ROOT)) return make_black(x);
@@ -100,7 +109,8 @@ Rb_node ancestor_before(const Rb_base* base, Rb_node leaf) {
   return parent_node(base, node);
 }
 
-// A red internal node over (left, right), complete but not reachable yet, for the place where `replaced` hangs.
+// A red internal node over (left, right), complete but not reachable yet, for the place where `replaced`
+// hangs.
 Rb_node make_internal(Rb_base* base, Rb_node left, Rb_node right, Rb_node replaced) {
   const Rb_node node = reinterpret_cast<Rb_node>(Rb_node_malloc(base));
   const Rb_node parent = parent_node(base, replaced);

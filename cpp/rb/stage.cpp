@@ -34,7 +34,8 @@ bool is_sound(const Rb_base* base, const StageRecord& record) {
   for (int index = 0; index < record.count; ++index) {
     const StagedStore& store = record.stores[index];
     const auto width = static_cast<std::int64_t>(store.width_bytes);
-    if (store.offset < static_cast<std::int64_t>(sizeof(Rb_memory)) || store.offset > base->attached_bytes - width) {
+    if (store.offset < static_cast<std::int64_t>(sizeof(Rb_memory)) ||
+        store.offset > base->attached_bytes - width) {
       return false;
     }
   }

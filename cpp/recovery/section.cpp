@@ -52,8 +52,8 @@ bool dead_holds_word(LockPage& page, int lockid) {
   return marked || page.sections[lockid].record.word_state == word_held;
 }
 
-// The next holder of the mutex finishes what the dead one began. Every step may be repeated: if this process dies too,
-// the mutex says so to the next one.
+// The next holder of the mutex finishes what the dead one began. Every step may be repeated: if this process
+// dies too, the mutex says so to the next one.
 void inherit(LockPage& page, int lockid, SlotHeir& heir) {
   SlotSection& section = page.sections[lockid];
   if (load_acquire<std::int32_t>(&section.record.active) != 0) {
@@ -85,7 +85,9 @@ Section::Section(LockPage& page, int lockid, Cspinlock& word, SlotHeir& heir)
   enter();
 }
 
-Section::~Section() { leave(); }
+Section::~Section() {
+  leave();
+}
 
 void Section::enter() {
   if (!is_recoverable(page_)) {
@@ -121,6 +123,8 @@ void Section::announce(const SectionRecord& record) {
   store_release<std::int32_t>(&target.active, 1);
 }
 
-void Section::done() { store_release<std::int32_t>(&page_.sections[lockid_].record.active, 0); }
+void Section::done() {
+  store_release<std::int32_t>(&page_.sections[lockid_].record.active, 0);
+}
 
 }  // namespace cachet

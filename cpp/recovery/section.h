@@ -1,8 +1,8 @@
 // The critical section of a slot: its robust mutex, then its documented spin word.
 //
-// The word is taken with a mark on top, 0 -> 1 + mark, the state "held" is recorded, the mark comes off; it is given back
-// the other way round. Mark and state together tell the heir of a dead holder whether the word still holds the dead's 1,
-// whatever processes that know only the word add and take off meanwhile:
+// The word is taken with a mark on top, 0 -> 1 + mark, the state "held" is recorded, the mark comes off; it
+// is given back the other way round. Mark and state together tell the heir of a dead holder whether the word
+// still holds the dead's 1, whatever processes that know only the word add and take off meanwhile:
 //
 //   state     mark   the word holds the dead's
 //   none      no     nothing
@@ -19,8 +19,8 @@
 
 namespace cachet {
 
-// Leaves a slot as if its dead holder neither held nor waited there. Both are called while the dead's spin word still
-// keeps others out, and may be called again.
+// Leaves a slot as if its dead holder neither held nor waited there. Both are called while the dead's spin
+// word still keeps others out, and may be called again.
 class SlotHeir {
  public:
   virtual ~SlotHeir() = default;
@@ -31,7 +31,8 @@ class SlotHeir {
 
 class Section {
  public:
-  // Enters; finishes the work of a holder that died inside first. Without a recoverable page only `word` is used.
+  // Enters; finishes the work of a holder that died inside first. Without a recoverable page only `word` is
+  // used.
   Section(LockPage& page, int lockid, Cspinlock& word, SlotHeir& heir);
   ~Section();
   Section(const Section&) = delete;
