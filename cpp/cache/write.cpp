@@ -33,7 +33,9 @@ bool no_room(ZtDbHandle database) {
 }
 
 bool may_insert(ZtDbHandle database, const ZtTable& table, const ZtRecordRow* row) {
-  if (table.listindex == nullptr) return report(database, ZT_ERR_GENERAL, message::database_not_open);
+  const bool has_heads =
+      table.listindex != nullptr && (table.indexs.empty() || table.indexs.back() != nullptr);
+  if (!has_heads) return report(database, ZT_ERR_GENERAL, message::database_not_open);
   if (!require_record(database, row)) return false;
   return free_bytes(database->base) >= least_free_bytes || no_room(database);
 }
