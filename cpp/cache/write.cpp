@@ -2,8 +2,7 @@
 // writers apart.
 //
 // Order of an insert, which readers and rollback rely on (docs/concurrency.md):
-//   1. the record's bytes, with `deleted` set; then its before-image, so that a rollback leaves a deleted
-//   record;
+//   1. the record's bytes, with `deleted` set, then its before-image: a rollback leaves a deleted record;
 //   2. its header is cleared: complete before anything leads to it;
 //   3. the table is marked: read-only readers keep out until the commit;
 //   4. the index trees, then the record-id tree.
