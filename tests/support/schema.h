@@ -25,7 +25,12 @@ inline constexpr int name_bytes = 20;
 struct Error {
   int code = 0;
   std::string text;  // GBK
+  bool operator==(const Error&) const = default;
 };
+
+inline std::ostream& operator<<(std::ostream& out, const Error& error) {
+  return out << error.code << ' ' << ::testing::PrintToString(error.text);
+}
 
 inline Error last_error(ZtDbHandle handle) {
   Error error;

@@ -32,10 +32,8 @@ bool semaphore_set_exists(int id) {
 
 }  // namespace
 
-TempDirectory::TempDirectory() {
-  char path[] = "/tmp/ctXXXXXX";  // short: a base path has room for 79 bytes
-  if (mkdtemp(path) == nullptr) std::abort();
-  path_ = path;
+TempDirectory::TempDirectory(const char* parent) : path_(std::string(parent) + "/ctXXXXXX") {
+  if (mkdtemp(path_.data()) == nullptr) std::abort();
 }
 
 TempDirectory::~TempDirectory() {

@@ -15,7 +15,7 @@ namespace cachet::test {
 
 class TempDirectory {
  public:
-  TempDirectory();
+  explicit TempDirectory(const char* parent = "/tmp");
   ~TempDirectory();
   TempDirectory(const TempDirectory&) = delete;
   TempDirectory& operator=(const TempDirectory&) = delete;
