@@ -339,7 +339,9 @@ TEST_F(GoldenBytes, RecordsArePackedBehindAFourteenByteHeader) {
 }
 
 // 130 tables: the heads begin 384 bytes into page 3, and its last slot stays unused.
-TEST_F(DatabaseTest, HeadsSkipTheLastSlotOfAPageForCreatorAndOpener) {
+using TreeHeads = DatabaseTest;
+
+TEST_F(TreeHeads, SkipTheLastSlotOfAPageForCreatorAndOpener) {
   constexpr int table_count = 130;
   constexpr std::int64_t heads_begin = 192 + table_count * 96;
   constexpr std::int64_t heads_in_first_page = (4 * 4096 - heads_begin) / 32 - 1;
