@@ -4,7 +4,6 @@
 
 #include <filesystem>
 
-#include "rb.h"
 #include "support/raw_memory.h"
 #include "support/schema.h"
 #include "support/texts.h"
@@ -22,10 +21,6 @@ Database open_reusing(const std::string& path) {
   db.opened = ZtOpenDb(db.out(), path.c_str(), "d", version_text, ZT_MODE_READ_WRITE, 0, false, 1, 0, 0);
   if (db.opened) finish_open(db);
   return db;
-}
-
-Rb_base* base_of(const Database& db) {
-  return reinterpret_cast<Rb_base*>(static_cast<ZtDbHandle>(db));
 }
 
 int attached(const TempDirectory& directory) {

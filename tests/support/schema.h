@@ -9,7 +9,7 @@
 #include <string>
 #include <utility>
 
-#include "cachet.h"
+#include "caches.h"
 #include "support/temp_database.h"
 
 namespace cachet::test {
@@ -70,6 +70,10 @@ class Database {
  private:
   ZtDbHandle handle_ = nullptr;
 };
+
+inline Rb_base* base_of(const Database& db) {
+  return &static_cast<ZtDbHandle>(db)->base;
+}
 
 // ZtCreateDb and ZtOpenDb with the usual arguments; both return holding the file lock when `opened`.
 inline Database begin_create(TempDirectory& directory, ZTINT8 size_bytes = small_bytes,
