@@ -183,6 +183,7 @@ INSTANTIATE_TEST_SUITE_P(, Tree, ::testing::ValuesIn(shapes),
 
 class SmallTree : public Tree {
  protected:
+  static int integer_key(Rb_node node) { return node->k.ikey; }  // a copy: it lies unaligned
   static std::string hex(Rb_node node) {
     char text[20];
     std::snprintf(text, sizeof text, "0x%x\n", static_cast<unsigned>(reinterpret_cast<std::uintptr_t>(node)));
@@ -208,9 +209,10 @@ TEST_P(SmallTree, KeepsTextAndIntegerKeys) {
   for (const int number : {5, -7, 2000000000, -2000000000, 5})
     rb_inserti(base, integers, number, block(number));
   std::vector<int> order;
-  for (Rb_node n = rb_first(base, integers); n != integers; n = rb_next(base, n)) order.push_back(n->k.ikey);
+  for (Rb_node n = rb_first(base, integers); n != integers; n = rb_next(base, n))
+    order.push_back(integer_key(n));
   EXPECT_EQ(order, (std::vector<int>{-2000000000, -7, 5, 5, 2000000000}));
-  EXPECT_EQ(rb_find_ikey_n(base, integers, -7, &found)->k.ikey, -7);
+  EXPECT_EQ(integer_key(rb_find_ikey_n(base, integers, -7, &found)), -7);
   EXPECT_EQ(found, 1);
   EXPECT_EQ(rb_find_ikey(base, integers, 2000000001), integers);
 }
@@ -240,32 +242,38 @@ TEST_P(SmallTree, EndsTheProcessWithStatus1WhenMisused) {
 TEST_P(SmallTree, SearchOfAReaderEndsWhateverALinkHolds) {
   for (int key = 0; key < 64; ++key) rb_insertg(base, head, block(key), nullptr, compare_ints);
   const Rb_node root = at(head->p.root);
-  std::uint32_t* const links[] = {&head->c.list.blink, &head->p.root, &root->c.child.left,
-                                  &root->c.child.right, &root->k.lext};
+  char* const head_bytes = reinterpret_cast<char*>(head);
+  char* const root_bytes = reinterpret_cast<char*>(root);
+  char* const last = head_bytes + offsetof(srb_node, c.list.blink);
+  char* const lext = root_bytes + offsetof(srb_node, k.lext);
+  char* const left = root_bytes + offsetof(srb_node, c.child.left);
+  char* const links[] = {last, lext, left, root_bytes + offsetof(srb_node, c.child.right),
+                         head_bytes + offsetof(srb_node, p.root)};
+  const auto own = static_cast<std::uint32_t>((root_bytes - address(0)) / 32);
   for (const bool isolated : {false, true}) {
     base->mode = isolated ? ZT_MODE_READ_WRITE : ZT_MODE_READ_ONLY;
     base->isolate = isolated;
-    for (std::uint32_t* const link : links) {
-      const std::uint32_t right_one = *link;
-      const auto own = static_cast<std::uint32_t>((reinterpret_cast<char*>(root) - address(0)) / 32);
+    for (char* const link : links) {
+      std::uint32_t right_one = 0;
+      std::memcpy(&right_one, link, sizeof right_one);
       for (const std::uint32_t wrong : {0u, own, 1u, 0x1FFFFu, 0x02000000u, 0x7FFFFFFFu, 0xFFFFFFFFu}) {
-        *link = wrong;
+        std::memcpy(link, &wrong, sizeof wrong);
         for (const int key : {-1, 3, 31, 32, 63, 64}) {
           int found = 9;
           rb_find_gkey_n(base, head, const_cast<int*>(&key), compare_ints, &found);
           EXPECT_TRUE(found == 0 || found == 1);
         }
-        if (wrong == 0 && link == &head->c.list.blink) {
+        if (wrong == 0 && link == last) {
           const int key = 3;
           EXPECT_EQ(rb_find_gkey(base, head, const_cast<int*>(&key), compare_ints), head);
         }
-        if (wrong == 0 && (link == &root->k.lext || link == &root->c.child.left)) {
+        if (wrong == 0 && (link == lext || link == left)) {
           const int key = 3;
           EXPECT_EQ(rb_find_gkey(base, head, const_cast<int*>(&key), compare_ints), root)
               << "the node it stood on";
         }
       }
-      *link = right_one;
+      std::memcpy(link, &right_one, sizeof right_one);
     }
     base->isolate = false;
   }
