@@ -181,7 +181,7 @@ bool ShmRecordcopySet::Open(const char* name, unsigned long pid) {
   return true;
 }
 
-bool ShmRecordcopySet::PushBack(int tableid, ZtRecord* pRecord, long record_offset, int length) {
+bool ShmRecordcopySet::Reserve(int length) {
   // Whose set it is costs a system call: asked once per transaction, which in a forked child is early enough,
   // since it cannot go on with its parent's.
   if (creator_pid_ == 0 || (tail_off_ == 0 && is_inherited(creator_pid_))) return false;
@@ -190,8 +190,14 @@ bool ShmRecordcopySet::PushBack(int tableid, ZtRecord* pRecord, long record_offs
   const StorePosition end = write_pos_of(copyset_header);
   if (!may_start_entry(end) || GetRaw(raw(end)) == nullptr) return false;
   const StorePosition place = place_of_entry(end, size);
-  if (segment_of(place) >= static_cast<long>(shm_segs.size()) && !AppendSeg()) return false;
+  return segment_of(place) < static_cast<long>(shm_segs.size()) || AppendSeg();
+}
 
+bool ShmRecordcopySet::PushBack(int tableid, ZtRecord* pRecord, long record_offset, int length) {
+  if (!Reserve(length)) return false;
+  const long size = entry_bytes(length);
+  const StorePosition end = write_pos_of(copyset_header);
+  const StorePosition place = place_of_entry(end, size);
   const long skipped_bytes = raw(place) - raw(end);
   std::memset(GetRaw(raw(end)), 0, static_cast<std::size_t>(skipped_bytes));
   char* const entry = GetRaw(raw(place));

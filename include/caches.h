@@ -4,14 +4,14 @@
 #define CACHET_CACHES_H
 
 #include <set>
+#include <string>
 #include <vector>
 
 #include "cachet.h"
 #include "rb.h"
 #include "rwlock.h"
 #include "rwspinlock.h"
-
-class ShmRecordcopySet;
+#include "shmrecordcopyset.h"
 
 /* ---- descriptors: process-local, index = id ---- */
 
@@ -186,6 +186,7 @@ struct ZtDb {
   int reuse_shmmap = 0;
 
   // The handle's own state, behind the documented fields.
+  std::string lock_name;                         // base path of the lock's and the store's key files
   int creator_pid = 0;                           // who made the handle; a forked child is somebody else
   std::vector<int> tables_to_unmark;             // marked tables whose copies a reset dropped
   std::vector<cachet::IndexPlace> index_places;  // scratch of an insert

@@ -417,6 +417,25 @@ CACHET_API void ZtCommitTransaction(ZtDbHandle database);
  */
 CACHET_API void ZtRollbackTransaction(ZtDbHandle database);
 
+/* ------------------------------------------------------------------------------------------------------- */
+/* Sessions of dead processes                                                                              */
+/* ------------------------------------------------------------------------------------------------------- */
+
+/*
+ * Clears what every dead process left: its transaction is rolled back from its shared store, or its commit
+ * finished, its unfinished work on the trees completed, its locks and waits taken back. Works for processes that had
+ * session tracking and the shared store on. A process counts as dead when its id is gone: not as a zombie, and not
+ * while another process has the id. Once nobody else is attached, the stores of dead processes are removed as well.
+ * May wait for a live writer. False when a dead writer is left as it is: on a read-only handle, or without its store.
+ */
+CACHET_API bool ZtClearDBWildTrans(ZtDbHandle database);
+
+/*
+ * The same for one session: `stype` 0 waiting to read, 1 reading, 2 waiting to write, 3 writing; process and thread
+ * id as in the table. Nothing for a live process. A session that is not in the table takes a count back all the same.
+ */
+CACHET_API bool ZtClearWildTrans(ZtDbHandle database, int stype, unsigned long pid, unsigned long tid);
+
 #ifdef __cplusplus
 }
 #endif

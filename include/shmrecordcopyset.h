@@ -66,6 +66,8 @@ class CACHET_API ShmRecordcopySet {
   // Appends `length` bytes of the record. False, with nothing changed, when a segment is needed and cannot be
   // made, when the entry is larger than a segment, and on a set that this process did not create.
   bool PushBack(int tableid, ZtRecord* pRecord, long record_offset, int length);
+  // Makes the segment that an entry of this length needs. False where PushBack would be.
+  bool Reserve(int length);
 
   // Walk in push order. An entry is followed by the next one directly or at the next segment's start;
   // anything else, and whatever lies outside the written part of the attached segments, ends the walk. A walk

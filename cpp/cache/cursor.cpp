@@ -4,6 +4,7 @@
 #include "cache/key.h"
 #include "cache/record.h"
 #include "cache/snapshot.h"
+#include "cache/work.h"
 
 namespace cachet {
 
@@ -122,16 +123,13 @@ int unlink_and_step(ZtDbHandle database, ZtConditionHandle condition) {
   // The last entry must be this very key's: a cursor's entry may belong to another key than its point.
   if (!is_linked || (next == 0 && Records::tail(item) != number)) return Direction::skip;
 
-  if (is_head) {
-    Records::set_head(item, next);
-  } else {
-    Records::set_next(entry_at(base, prev), next);
+  {
+    const Work work(database, work_lists);
+    Stage stage(base);
+    Records::remove(stage, base, item, prev, next);
+    stage.run();
   }
-  if (next == 0) {
-    Records::set_tail(item, prev);
-    return Direction::skip;
-  }
-  Records::set_prev(entry_at(base, next), prev);
+  if (next == 0) return Direction::skip;
   return step_for<Direction>(database, condition, stand_on_entry(database, condition, next));
 }
 

@@ -1,10 +1,13 @@
 // The tree heads of every table and index, which lie directly behind the catalog in a fixed order, and the
 // reset that makes them anew at the same places.
+#include "cache/heads.h"
+
 #include <algorithm>
 
 #include "cache/error.h"
 #include "cache/record.h"
 #include "cache/transaction.h"
+#include "cache/work.h"
 #include "rb_fronts.h"
 
 using namespace cachet;
@@ -64,10 +67,8 @@ void ZtLoadDb(ZtDbHandle database) {
   for_each_head(database, make_rb);
 }
 
-void ZtResetDb(ZtDbHandle database) {
-  if (!require_writable(database)) return;
+void cachet::reset_in_place(ZtDbHandle database) {
   Rb_base& base = database->base;
-  drop_copies_of_abandoned_records(database);
   // No table's mark tells readers of a reset.
   database->lock.MakeEpochOdd();
   base.memory->rb_count = 0;
@@ -79,5 +80,12 @@ void ZtResetDb(ZtDbHandle database) {
   }
   for_each_head(database, make_rb_ext);
   database->lock.MakeEpochEven();
-  base.rb_count = base.memory->rb_count;
+}
+
+void ZtResetDb(ZtDbHandle database) {
+  if (!require_writable(database)) return;
+  drop_copies_of_abandoned_records(database);
+  const Work work(database, work_reset);
+  reset_in_place(database);
+  database->base.rb_count = database->base.memory->rb_count;
 }

@@ -8,6 +8,7 @@
 //   4. the index trees, then the record-id tree.
 #include <cstring>
 
+#include "cache/copies.h"
 #include "cache/error.h"
 #include "cache/link.h"
 #include "cache/record.h"
@@ -46,26 +47,19 @@ void take_record_id(Rb_tablename* catalog, ZtRecord* record) {
   store_release<int>(&catalog->recordcount, id + 1);
 }
 
-ZtListItem* store_list_item(Rb_base* base, const ZtRecord* record) {
-  auto* const item = reinterpret_cast<ZtListItem*>(Rb_data_malloc(base, sizeof(ZtListItem), 0, false));
-  item->recordid = id_of(record);
-  item->precord = value_of(offset_of(base, record));
-  return item;
-}
-
 // Steps 1 to 4 for a record whose bytes are in place. Its mark comes between the list item and the trees.
 void store_new_record(ZtDbHandle database, ZtTable& table, ZtRecordRow* row) {
   ZtRecord* const record = row->record;
   Rb_tablename* const catalog = catalog_of(database, row->tableid);
   set_deleted(record, true);
   take_record_id(catalog, record);
-  ZtSaveRecord(database, row->tableid, record, stored_bytes(table));
+  keep_before_image(database, row->tableid, record, stored_bytes(table));
   set_updateno(record, 0);
   set_duty(record, false);
   set_deleted(record, false);
   ZtListItem* const list_item = store_list_item(&database->base, record);
   mark_table(catalog);
-  enter_into_trees(database, table, record, list_item);
+  enter_into_trees(database, row->tableid, record, list_item);
   row->newrow = false;
 }
 
@@ -86,6 +80,7 @@ bool insert_in_place(ZtDbHandle database, ZtRecordRow* row, const Store& store) 
   if (!may_insert(database, *table, row) || !require_shared_record(database, *table, row)) return false;
   find_places(database, *table, row->record);
   if (!fits(database, *table, record_is_stored)) return no_room(database);
+  if (!reserve_before_image(database, stored_bytes(*table))) return false;
   store(*table);
   return true;
 }
@@ -104,6 +99,7 @@ bool ZtPutRecord(ZtDbHandle database, ZtRecordHandle record) {
   }
   const int bytes = stored_bytes(*table);
   if (!fits(database, *table, bytes)) return no_room(database);
+  if (!reserve_before_image(database, bytes)) return false;
 
   char* const stored = Rb_data_malloc(&database->base, bytes, 8, true);
   std::memcpy(stored, record->record, static_cast<std::size_t>(bytes));
@@ -123,7 +119,7 @@ bool ZtLoadRecord(ZtDbHandle database, ZtRecordHandle recordrow) {
     ZtRecord* const record = recordrow->record;
     set_deleted(record, false);
     take_record_id(catalog_of(database, recordrow->tableid), record);
-    enter_into_trees(database, table, record, store_list_item(&database->base, record));
+    enter_into_trees(database, recordrow->tableid, record, store_list_item(&database->base, record));
   });
 }
 
@@ -135,6 +131,7 @@ void ZtDeleteRecord(ZtDbHandle database, ZtRecordHandle record) {
     return;
   }
   if (is_deleted(record->record)) return;
-  ZtSaveRecord(database, record->tableid, record->record, stored_bytes(*table));
-  set_deleted(record->record, true);
+  if (keep_before_image(database, record->tableid, record->record, stored_bytes(*table))) {
+    set_deleted(record->record, true);
+  }
 }

@@ -5,6 +5,7 @@
 #include <cerrno>
 
 #include "base/thread_identity.h"
+#include "robust.h"
 
 namespace cachet {
 

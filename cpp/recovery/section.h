@@ -53,10 +53,6 @@ class Section {
   SlotHeir& heir_;
 };
 
-// Locks a robust mutex. True when its last owner died holding it: the caller sees to that and then calls
-// pthread_mutex_consistent.
-bool lock_robust(pthread_mutex_t& mutex);
-
 }  // namespace cachet
 
 #endif

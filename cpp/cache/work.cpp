@@ -1,0 +1,116 @@
+#include "cache/work.h"
+
+#include "base/thread_identity.h"
+#include "cache/heads.h"
+#include "cache/link.h"
+#include "cache/record.h"
+#include "cache/stale_sessions.h"
+#include "robust.h"
+#include "rb_stage.h"
+
+namespace cachet {
+
+namespace {
+
+std::atomic_ref<std::uint64_t> owner_of(WorkRecord& record) { return shared_word<std::uint64_t>(&record.owner); }
+
+bool claim(ZtDbHandle database, WorkRecord& record) {
+  std::uint64_t nobody = 0;
+  const auto self = static_cast<std::uint64_t>(this_thread().pid);
+  if (owner_of(record).compare_exchange_strong(nobody, self)) return true;
+  return is_gone(nobody) && finish_work_of_dead(database) && owner_of(record).compare_exchange_strong(nobody = 0, self);
+}
+
+void give_up(WorkRecord& record) {
+  store_release<std::int32_t>(&record.kind, work_none);
+  owner_of(record).store(0);
+}
+
+// The record's links behind the last stage that was published. It comes back deleted: its transaction is not whole.
+void finish_insert(ZtDbHandle database, const WorkRecord& work) {
+  ZtTable& table = database->database[static_cast<std::size_t>(work.tableid)];
+  ZtRecord* const record = record_at(&database->base, work.record_offset);
+  set_deleted(record, true);
+  const std::optional<int> finished = redo_current_step(&database->base);
+  resume_entering(database, table, record, finished ? *finished + 1 : 0);
+}
+
+bool is_sound(const ZtDb* database, const WorkRecord& work) {
+  if (work.kind != work_insert) return true;
+  const auto id = static_cast<std::size_t>(work.tableid);
+  return work.tableid >= 0 && id < database->database.size() &&
+         is_data(&database->base, work.record_offset, stored_bytes(database->database[id]));
+}
+
+}  // namespace
+
+Work::Work(ZtDbHandle database, WorkKind kind, int tableid, std::int64_t record_offset) : database_(database) {
+  LockPage* const page = database->lock.RecoverablePage();
+  if (page == nullptr || !claim(database, page->work)) return;
+  record_ = &page->work;
+  record_->tableid = tableid;
+  record_->record_offset = record_offset;
+  store_release<std::uint32_t>(&page->stages.current, 0);
+  store_release<std::int32_t>(&record_->kind, kind);
+  database->base.stages = &page->stages;
+  database->base.stage_step = 0;
+}
+
+Work::~Work() {
+  if (record_ == nullptr) return;
+  database_->base.stages = nullptr;
+  give_up(*record_);
+}
+
+WorkKind work_of_dead(const ZtDb* database) {
+  LockPage* const page = database->lock.RecoverablePage();
+  if (page == nullptr) return work_none;
+  const std::uint64_t owner = owner_of(page->work).load();
+  if (owner == 0 || !is_gone(owner)) return work_none;
+  return static_cast<WorkKind>(load_acquire<std::int32_t>(&page->work.kind));
+}
+
+bool finish_work_of_dead(ZtDbHandle database) {
+  LockPage* const page = database->lock.RecoverablePage();
+  if (page == nullptr) return true;
+  WorkRecord& work = page->work;
+  const std::uint64_t owner = owner_of(work).load();
+  if (owner == 0 || !is_gone(owner)) return true;
+  if (!is_sound(database, work)) return false;
+
+  StageLog* const own_log = database->base.stages;
+  database->base.stages = &page->stages;
+  bool finished = true;
+  switch (load_acquire<std::int32_t>(&work.kind)) {
+    case work_insert:
+      finish_insert(database, work);
+      break;
+    case work_lists:
+      redo_current_step(&database->base);
+      break;
+    case work_commit:
+      finished = finish_commit_of(database, owner);
+      break;
+    case work_reset:
+      reset_in_place(database);
+      break;
+    case work_load:
+      finished = false;
+      break;
+    default:
+      break;
+  }
+  database->base.stages = own_log;
+  if (finished) give_up(work);
+  return finished;
+}
+
+CleanerLock::CleanerLock(LockPage* page) : page_(page) {
+  if (page_ != nullptr && lock_robust(page_->cleaner)) pthread_mutex_consistent(&page_->cleaner);
+}
+
+CleanerLock::~CleanerLock() {
+  if (page_ != nullptr) pthread_mutex_unlock(&page_->cleaner);
+}
+
+}  // namespace cachet
