@@ -345,6 +345,10 @@ void Crwspinlock::Unlock(int lockid, int locklevel, int stype, char* sid) {
   SlotWork(*this, lockid).take_off(waits ? static_cast<SessionType>(stype) : holds, sid);
 }
 
+void Crwspinlock::Settle() {
+  for (int id = 0; m_open && id < lock_slots; ++id) SlotWork(*this, id);
+}
+
 bool Crwspinlock::UnlockOfDead(SessionType type, const TransInfo& session) {
   const int lockid = DBSessions::SlotOf(session);
   return m_open && is_slot(lockid) && SlotWork(*this, lockid).take_off_of_dead(type, session);

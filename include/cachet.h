@@ -142,8 +142,8 @@ CACHET_API bool ZtCreateDb(ZtDbHandle* database, const char* path, const char* n
  *   "connecting" text when nobody listens and with the "login" text when somebody does.
  * `reuse_shmmap`: nonzero reuses the process's first attachment instead of a new one; it must be this very
  *   database, still attached. Such a handle detaches nothing; it must not outlive the one that attached.
- * `shmrcset_mode`: 0 keeps rollback copies in process memory. 1 asks for the shared rollback store, which
- *   this release does not have yet: the open fails.
+ * `shmrcset_mode`: 0 keeps rollback copies in process memory; 1 keeps them in shared memory, from where a
+ *   survivor can roll back for this process. A process has one such handle per database.
  * `dbsesion_mode`: as for ZtCreateDb.
  * The handle is stored in *database also on failure, and is ended with ZtDeleteDb in both cases.
  *

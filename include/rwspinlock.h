@@ -62,6 +62,8 @@ class CACHET_API Crwspinlock {
   void MakeEpochOdd();
   void MakeEpochEven();
 
+  // Finishes what a process left that died inside a slot's section.
+  void Settle();
   // Takes back what a dead thread holds or waits for, if its session is still in the table; its slot is the
   // session's.
   bool UnlockOfDead(SessionType type, const TransInfo& session);

@@ -39,7 +39,8 @@ bool keep_before_image(ZtDbHandle database, int tableid, ZtRecord* record, int l
 }
 
 bool reserve_before_image(ZtDbHandle database, int length) {
-  return database->shm_recordcopyset == nullptr || database->shm_recordcopyset->Reserve(length) || no_room(database);
+  return database->shm_recordcopyset == nullptr || database->shm_recordcopyset->Reserve(length) ||
+         no_room(database);
 }
 
 }  // namespace cachet

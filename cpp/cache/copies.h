@@ -24,8 +24,8 @@ bool reserve_before_image(ZtDbHandle database, int length);
 template <class Each>
 void for_each_local_copy(ZtDbHandle database, const Each& each) {
   for (const ZtRecordCopy& copy : database->recordcopy.m_index) {
-    each(Copy{reinterpret_cast<ZtRecord*>(copy.offset), reinterpret_cast<const ZtRecord*>(copy.data), copy.length,
-              copy.tableid});
+    each(Copy{reinterpret_cast<ZtRecord*>(copy.offset), reinterpret_cast<const ZtRecord*>(copy.data),
+              copy.length, copy.tableid});
   }
 }
 
@@ -47,7 +47,8 @@ bool for_each_shared_copy(ZtDbHandle database, ShmRecordcopySet& store, const Ea
 // Every copy that the handle keeps, wherever.
 template <class Each>
 void for_each_copy(ZtDbHandle database, const Each& each) {
-  if (database->shm_recordcopyset != nullptr) for_each_shared_copy(database, *database->shm_recordcopyset, each);
+  if (database->shm_recordcopyset != nullptr)
+    for_each_shared_copy(database, *database->shm_recordcopyset, each);
   for_each_local_copy(database, each);
 }
 

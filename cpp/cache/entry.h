@@ -42,8 +42,8 @@ struct List {
 
   // Adds to the stage what puts an entry between two neighbours, of which either may be missing: the forward link
   // first. The entry's own links are set at once, since nothing leads to them yet.
-  static void insert(Stage& stage, const Rb_base* base, ZtIndexItem* item, ZtIndexNode* before, ZtIndexNode* entry,
-                     ZtIndexNode* behind) noexcept {
+  static void insert(Stage& stage, const Rb_base* base, ZtIndexItem* item, ZtIndexNode* before,
+                     ZtIndexNode* entry, ZtIndexNode* behind) noexcept {
     const std::uint32_t number = number_of(base, entry);
     set_next(entry, behind != nullptr ? number_of(base, behind) : 0);
     set_prev(entry, before != nullptr ? number_of(base, before) : 0);

@@ -97,7 +97,8 @@ IndexPlace place_in_index(Rb_base* base, const ZtTable& table, std::size_t id, Z
 }
 
 // Takes from the fronts what entering one index takes.
-bool take_for_index(Fronts& fronts, Rb_base* base, const ZtTable& table, std::size_t id, const IndexPlace& place) {
+bool take_for_index(Fronts& fronts, Rb_base* base, const ZtTable& table, std::size_t id,
+                    const IndexPlace& place) {
   if (place.found) return take_nodes(fronts, 1);
   return fronts.take_data(sizeof(ZtIndexItem), 0, unaligned) >= 0 &&
          fronts.take_data(key_field_bytes(table.indexdescrible[id]), 0, unaligned) >= 0 &&

@@ -21,9 +21,13 @@ void CZtRecordCopySet::Add(ZtRecordCopy& copy) {
   m_index.insert(copy);
 }
 
-void CZtRecordCopySet::Erase(ZtRecordCopy& copy) { m_index.erase(copy); }
+void CZtRecordCopySet::Erase(ZtRecordCopy& copy) {
+  m_index.erase(copy);
+}
 
-void CZtRecordCopySet::Clear() { m_index.clear(); }
+void CZtRecordCopySet::Clear() {
+  m_index.clear();
+}
 
 namespace cachet {
 

@@ -32,7 +32,8 @@ std::map<unsigned long, std::vector<std::string>> stores_of_dead(const std::stri
     unsigned long pid = 0;
     const char* const digits = name.data() + prefix.size();
     const auto [end, fault] = std::from_chars(digits, name.data() + name.size(), pid);
-    if (fault == std::errc{} && end != digits && *end == '_' && is_gone(pid)) stores[pid].push_back(entry.path());
+    if (fault == std::errc{} && end != digits && *end == '_' && is_gone(pid))
+      stores[pid].push_back(entry.path());
   }
   return stores;
 }

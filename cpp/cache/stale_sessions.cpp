@@ -115,6 +115,7 @@ bool ZtClearDBWildTrans(ZtDbHandle database) {
   if (!database->lock.IsOpen()) return report(database, ZT_ERR_GENERAL, message::database_not_open);
   {
     const CleanerLock only_cleaner(database->lock.RecoverablePage());
+    database->lock.Settle();
     for (const SessionType type : {WTREAD, INREAD, WTWRITE, INWRITE}) {
       if (!clear_dead_sessions(database, type)) return false;
     }

@@ -39,7 +39,8 @@ void end_transaction(ZtDbHandle database) {
 }  // namespace
 
 void cachet::take_marks_off(ZtDbHandle database) {
-  if (writes_locally(database) && !database->lock.WriterHolds(writers_position)) make_own_changes_final(database);
+  if (writes_locally(database) && !database->lock.WriterHolds(writers_position))
+    make_own_changes_final(database);
 }
 
 void ZtBeginTransaction(ZtDbHandle database) {

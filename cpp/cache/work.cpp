@@ -5,20 +5,23 @@
 #include "cache/link.h"
 #include "cache/record.h"
 #include "cache/stale_sessions.h"
-#include "robust.h"
 #include "rb_stage.h"
+#include "robust.h"
 
 namespace cachet {
 
 namespace {
 
-std::atomic_ref<std::uint64_t> owner_of(WorkRecord& record) { return shared_word<std::uint64_t>(&record.owner); }
+std::atomic_ref<std::uint64_t> owner_of(WorkRecord& record) {
+  return shared_word<std::uint64_t>(&record.owner);
+}
 
 bool claim(ZtDbHandle database, WorkRecord& record) {
   std::uint64_t nobody = 0;
   const auto self = static_cast<std::uint64_t>(this_thread().pid);
   if (owner_of(record).compare_exchange_strong(nobody, self)) return true;
-  return is_gone(nobody) && finish_work_of_dead(database) && owner_of(record).compare_exchange_strong(nobody = 0, self);
+  return is_gone(nobody) && finish_work_of_dead(database) &&
+         owner_of(record).compare_exchange_strong(nobody = 0, self);
 }
 
 void give_up(WorkRecord& record) {
@@ -44,7 +47,8 @@ bool is_sound(const ZtDb* database, const WorkRecord& work) {
 
 }  // namespace
 
-Work::Work(ZtDbHandle database, WorkKind kind, int tableid, std::int64_t record_offset) : database_(database) {
+Work::Work(ZtDbHandle database, WorkKind kind, int tableid, std::int64_t record_offset)
+    : database_(database) {
   LockPage* const page = database->lock.RecoverablePage();
   if (page == nullptr || !claim(database, page->work)) return;
   record_ = &page->work;

@@ -13,9 +13,9 @@ namespace cachet {
 
 enum WorkKind : std::int32_t {
   work_none = 0,
-  work_insert = 1,   // the links of a stored record: one step per index, the last one for the record-id tree
-  work_lists = 2,    // one change of a key's lists
-  work_commit = 3,   // the marks of a transaction, by its store
+  work_insert = 1,  // the links of a stored record: one step per index, the last one for the record-id tree
+  work_lists = 2,   // one change of a key's lists
+  work_commit = 3,  // the marks of a transaction, by its store
   work_reset = 4,
   work_load = 5
 };

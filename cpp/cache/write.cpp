@@ -48,7 +48,7 @@ void take_record_id(Rb_tablename* catalog, ZtRecord* record) {
 }
 
 // Steps 1 to 4 for a record whose bytes are in place. Its mark comes between the list item and the trees.
-void store_new_record(ZtDbHandle database, ZtTable& table, ZtRecordRow* row) {
+void store_new_record(ZtDbHandle database, const ZtTable& table, ZtRecordRow* row) {
   ZtRecord* const record = row->record;
   Rb_tablename* const catalog = catalog_of(database, row->tableid);
   set_deleted(record, true);
@@ -111,11 +111,11 @@ bool ZtPutRecord(ZtDbHandle database, ZtRecordHandle record) {
 
 bool ZtPutRecord2(ZtDbHandle database, ZtRecordHandle recordrow) {
   return insert_in_place(database, recordrow,
-                         [&](ZtTable& table) { store_new_record(database, table, recordrow); });
+                         [&](const ZtTable& table) { store_new_record(database, table, recordrow); });
 }
 
 bool ZtLoadRecord(ZtDbHandle database, ZtRecordHandle recordrow) {
-  return insert_in_place(database, recordrow, [&](ZtTable& table) {
+  return insert_in_place(database, recordrow, [&](const ZtTable&) {
     ZtRecord* const record = recordrow->record;
     set_deleted(record, false);
     take_record_id(catalog_of(database, recordrow->tableid), record);
