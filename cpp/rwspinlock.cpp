@@ -14,7 +14,7 @@
 //
 // Whoever dies inside a section is undone by the next one in it: before its first change a holder announces
 // the counts, and the session entries, as they are to be when it neither holds nor waits
-// (recovery/section.h).
+// (lock_section.h).
 #include "rwspinlock.h"
 
 #include <sys/shm.h>
@@ -27,7 +27,7 @@
 #include "base/messages.h"
 #include "base/thread_identity.h"
 #include "lock_page.h"
-#include "recovery/section.h"
+#include "lock_section.h"
 
 using namespace cachet;
 

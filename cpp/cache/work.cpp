@@ -5,8 +5,8 @@
 #include "cache/link.h"
 #include "cache/record.h"
 #include "cache/stale_sessions.h"
+#include "lock_section.h"
 #include "rb_stage.h"
-#include "robust.h"
 
 namespace cachet {
 

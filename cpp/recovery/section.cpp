@@ -1,11 +1,9 @@
-#include "recovery/section.h"
-
 #include <immintrin.h>
 
 #include <cerrno>
 
 #include "base/thread_identity.h"
-#include "robust.h"
+#include "lock_section.h"
 
 namespace cachet {
 

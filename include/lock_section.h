@@ -11,8 +11,8 @@
 //   held      yes    1 + mark
 //   leaving   yes    1 + mark
 //   leaving   no     nothing
-#ifndef CACHET_CPP_RECOVERY_SECTION_H
-#define CACHET_CPP_RECOVERY_SECTION_H
+#ifndef CACHET_LOCK_SECTION_H
+#define CACHET_LOCK_SECTION_H
 
 #include "lock_page.h"
 #include "spinlock.h"
@@ -52,6 +52,10 @@ class Section {
   Cspinlock& word_;
   SlotHeir& heir_;
 };
+
+// Locks a mutex whose owner may die, spinning a little before it sleeps. True when its last owner died holding
+// it: the caller sees to what that one left and then calls pthread_mutex_consistent.
+bool lock_robust(pthread_mutex_t& mutex);
 
 }  // namespace cachet
 
