@@ -19,22 +19,27 @@ namespace cachet {
 
 class Stage {
  public:
-  explicit Stage(const Rb_base* base) : base_(base) { record_.count = 0; }
+  explicit Stage(const Rb_base* base) : base_(base) {}
 
   // Adds a store of a 4-byte link, or of a status byte, at an address of the flat space.
-  void link(const void* address, std::uint32_t value) { add(address, value, 4); }
-  void status(const void* address, std::uint8_t value) { add(address, value, 1); }
+  void link(const void* address, std::uint32_t value) { changes_[count_++] = {address, value, 4}; }
+  void status(const void* address, std::uint8_t value) { changes_[count_++] = {address, value, 1}; }
 
-  // Publishes and carries out what was added.
+  // Publishes what was added, and carries it out.
   void run(std::uint32_t resume_at = 0);
 
  private:
-  void add(const void* address, std::uint32_t value, std::uint32_t width_bytes) {
-    record_.stores[record_.count++] = {value_of(offset_of(base_, address)), value, width_bytes};
-  }
+  struct Change {
+    const void* address;
+    std::uint32_t value;
+    std::uint32_t width_bytes;
+  };
+
+  void publish(StageLog& log, std::uint32_t resume_at) const;
 
   const Rb_base* base_;
-  StageRecord record_;
+  int count_ = 0;
+  Change changes_[StageRecord::max_stores];
 };
 
 // Carries the log's current record out once more and finishes its step; none when there is no current record,
