@@ -2,6 +2,7 @@
 // die.
 #include <gtest/gtest.h>
 
+#include <deque>
 #include <filesystem>
 #include <fstream>
 
@@ -149,6 +150,21 @@ TEST_F(OpenDb, WithoutALockPageAdmitsOnlyReaders) {
     EXPECT_FALSE(ZtLockPosition(reader, 0));
   }
   std::filesystem::rename(page + ".away", page);
+}
+
+// Key files come and go while others open: a key may stand for another segment by the time it is looked up.
+TEST_F(OpenDb, RefusesALockWhoseSessionTableIsTooSmall) {
+  Database creator = create_items(directory);
+  const std::string table = directory.base() + "_session_shmname";
+  std::filesystem::rename(table, table + ".away");
+  std::filesystem::create_hard_link(directory.base() + ".lk", table);  // the key of the lock page
+  Child writer([&](Gate&) {
+    EXPECT_EQ(error_of([&] { return begin_open(directory, ZT_MODE_READ_WRITE); }),
+              failure(text::create_lock_failed, directory.base().c_str()));
+    return 0;
+  });
+  EXPECT_EQ(writer.exit_status(), 0);
+  std::filesystem::rename(table + ".away", table);
 }
 
 TEST_F(OpenDb, InIsolationNeedsAManager) {
@@ -394,6 +410,38 @@ TEST_F(ResetDb, EmptiesTheTablesOfEveryProcessInPlace) {
   EXPECT_TRUE(commit_item(creator, 5));
   reader.tell('p');
   EXPECT_EQ(reader.exit_status(), 0);
+}
+
+// Processes that open the database if it is there, make it if not, use it and leave, all at once. Refusals
+// are part of it; a crash, a process that hangs, or anything left behind is not.
+TEST(Lifecycle, SurvivesProcessesThatComeAndGo) {
+  TempDirectory directory;
+  const auto visit = [&](int visitor) {
+    for (int round = 0; round < 100; ++round) {
+      const int mode = (round + visitor) % 3 == 0 ? ZT_MODE_READ_ONLY : ZT_MODE_READ_WRITE;
+      Database db = begin_open(directory, mode);
+      bool writes = mode == ZT_MODE_READ_WRITE;
+      if (db.opened) {
+        finish_open(db);
+      } else {
+        db = begin_create(directory, 1 << 20);
+        if (!db.opened) continue;
+        define_items(db);
+        finish_create(db);
+        writes = true;
+      }
+      Row row(db);
+      EXPECT_TRUE(!writes || commit_item(db, 1000 * visitor + round));
+      EXPECT_EQ(find_item(db, 1000 * visitor + round, row), writes);
+    }
+    return 0;
+  };
+  std::deque<Child> visitors;
+  for (int i = 0; i < 4; ++i) {
+    visitors.emplace_back([&, i](Gate&) { return visit(i); }, Child::Output::captured);
+  }
+  for (Child& visitor : visitors) EXPECT_EQ(visitor.exit_status(), 0) << visitor.output();
+  EXPECT_EQ(directory.leftovers(), std::vector<std::string>{});
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <sched.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -117,6 +118,13 @@ void Child::wait_until_asleep() const {
 
 int Child::exit_status() {
   if (!reaped_) {
+    const int process = static_cast<int>(syscall(SYS_pidfd_open, pid_, 0));
+    pollfd ended{process, POLLIN, 0};
+    if (poll(&ended, 1, patience_ms) != 1) {
+      ADD_FAILURE() << "child " << pid_ << " does not end";
+      ::kill(pid_, SIGKILL);
+    }
+    close(process);
     int raw = 0;
     waitpid(pid_, &raw, 0);
     reaped_ = true;

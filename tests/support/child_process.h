@@ -52,7 +52,7 @@ class Child {
   // Waits until the child sleeps in the kernel (a lock, a semaphore, a pipe) or has ended.
   void wait_until_asleep() const;
 
-  // Wait for the end: the status of exit, or minus the number of the signal.
+  // Waits for the end, a minute at most: the status of exit, or minus the number of the signal.
   int exit_status();
   void kill();
   // What it printed, on standard output and standard error, when captured; to be asked after its end.
