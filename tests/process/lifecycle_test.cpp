@@ -5,6 +5,7 @@
 #include <deque>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 
 #include "caches.h"
 #include "support/child_process.h"
@@ -22,23 +23,6 @@ using OpenDb = DatabaseTest;
 using ConnectDb = DatabaseTest;
 using DeleteDb = DatabaseTest;
 using ResetDb = DatabaseTest;
-
-// Runs an open that must fail and takes the line it prints; the handle is deleted.
-template <class Open>
-Error error_of(Open open) {
-  ::testing::internal::CaptureStdout();
-  Error error;
-  {
-    Database db = open();
-    EXPECT_FALSE(db.opened);
-    error = last_error(db);
-  }
-  std::fflush(stdout);
-  const std::string printed = ::testing::internal::GetCapturedStdout();
-  EXPECT_NE(printed.find("errcode=" + std::to_string(error.code) + ",errmsg=" + error.text + "\n"),
-            std::string::npos);
-  return error;
-}
 
 // Waits until the process is listed as waiting for a record lock.
 void wait_until_blocked_at_file_lock(const Child& child) {
@@ -295,6 +279,25 @@ TEST_F(CreateDb, ReplacesWhatAKilledProcessLeft) {
   EXPECT_TRUE(commit_item(db, 1)) << "the dead process's transaction is gone too";
 }
 
+TEST_F(OpenDb, FindsWhatAKilledProcessCommitted) {
+  Child victim([&](Gate& gate) {
+    Database db = create_items(directory);
+    EXPECT_TRUE(commit_item(db, 1, "kept"));
+    EXPECT_TRUE(ZtLockDb(db, ZT_LOCK_EXCLUSIVE));
+    gate.tell('c');
+    gate.wait_for('-');
+    return 0;
+  });
+  ASSERT_TRUE(victim.wait_for('c'));
+  victim.kill();
+  Database db = open_items(directory);
+  directory.note_objects();
+  Row row(db);
+  EXPECT_TRUE(find_item(db, 1, row));
+  EXPECT_EQ(row.text(item_name), "kept");
+  EXPECT_TRUE(commit_item(db, 2));
+}
+
 TEST_F(CreateDb, RefusesADatabaseInUse) {
   Database creator = create_items(directory);
   ASSERT_TRUE(commit_item(creator, 1));
@@ -410,6 +413,41 @@ TEST_F(ResetDb, EmptiesTheTablesOfEveryProcessInPlace) {
   EXPECT_TRUE(commit_item(creator, 5));
   reader.tell('p');
   EXPECT_EQ(reader.exit_status(), 0);
+}
+
+TEST_F(OpenDb, ThatFailedLeavesAHandleThatRefusesEverything) {
+  ::testing::internal::CaptureStdout();
+  const Database db = begin_open(directory);
+  std::fflush(stdout);
+  ::testing::internal::GetCapturedStdout();
+  ASSERT_FALSE(db.opened);
+  silence(db);
+  ZTINT8 size = 1;
+  ZTINT8 used = 1;
+  ZtMemoryInfo(db, &size, &used);
+  EXPECT_EQ(size + used, 0);
+  EXPECT_EQ(ZtGetDbVersion(db), nullptr);
+  Row row(db);
+  Condition key(by_id, 1);
+  const std::function<bool()> calls[] = {
+      [&] { return ZtNewRecord(db, items, row); },
+      [&] { return ZtPutRecord(db, row); },
+      [&] { return ZtFindRecord(db, items, key, ZT_OP_EQUAL); },
+      [&] { return ZtListRecord(db, items, key); },
+      [&] { return ZtGotoRecord(db, items, 0, key); },
+      [&] { return ZtNextRecord(db, key); },
+      [&] { return ZtGetRecord(db, key, row); },
+      [&] { return ZtLockPosition(db, 0); },
+      [&] { return ZtSaveDbInfo(db), false; },
+      [&] { return ZtLoadDbInfo(db), false; },
+      [&] { return ZtLoadDb(db), false; },
+      [&] { return ZtResetDb(db), false; },
+      [&] { return ZtBeginTransaction(db), ZtCommitTransaction(db), ZtRollbackTransaction(db), false; },
+  };
+  for (int i = 0; const auto& call : calls) {
+    SCOPED_TRACE(i++);
+    EXPECT_FALSE(call());
+  }
 }
 
 // Processes that open the database if it is there, make it if not, use it and leave, all at once. Refusals

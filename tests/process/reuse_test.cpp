@@ -28,11 +28,10 @@ int attached(const TempDirectory& directory) {
 }
 
 void expect_refused(const TempDirectory& directory) {
-  const Database db = open_reusing(directory.path());
-  EXPECT_FALSE(db.opened);
+  const Error error = error_of([&] { return open_reusing(directory.path()); });
   const std::string start = gbk(message::open_file_failed, (directory.base() + "00.data").c_str(), 0);
-  EXPECT_EQ(last_error(db).code, ZT_ERR_GENERAL);
-  EXPECT_EQ(last_error(db).text.substr(0, start.size() - 2), start.substr(0, start.size() - 2));
+  EXPECT_EQ(error.code, ZT_ERR_GENERAL);
+  EXPECT_EQ(error.text.substr(0, start.size() - 2), start.substr(0, start.size() - 2));
 }
 
 const ReuseCase cases[] = {
