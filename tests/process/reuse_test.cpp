@@ -23,10 +23,6 @@ Database open_reusing(const std::string& path) {
   return db;
 }
 
-int attached(const TempDirectory& directory) {
-  return static_cast<int>(segment_status(segment_id(directory.base() + "00.data")).shm_nattch);
-}
-
 void expect_refused(const TempDirectory& directory) {
   const Error error = error_of([&] { return open_reusing(directory.path()); });
   const std::string start = gbk(message::open_file_failed, (directory.base() + "00.data").c_str(), 0);
@@ -46,7 +42,7 @@ const ReuseCase cases[] = {
        EXPECT_EQ(base_of(second)->memory, base_of(first)->memory);
        EXPECT_TRUE(commit_item(second, 1));
        second.close();
-       EXPECT_EQ(attached(directory), 1);
+       EXPECT_EQ(attachments(directory.base()), 1);
        Row row(first);
        EXPECT_TRUE(find_item(first, 1, row));
      }},

@@ -39,6 +39,28 @@ char state_of(pid_t pid) {
   return end_of_name == std::string::npos ? 'X' : text[end_of_name + 2];
 }
 
+bool waits_for_record_lock(pid_t pid) {
+  const std::string id = " " + std::to_string(pid) + " ";
+  std::ifstream locks("/proc/locks");
+  for (std::string line; std::getline(locks, line);) {
+    if (line.find("->") != std::string::npos && line.find(id) != std::string::npos) return true;
+  }
+  return false;
+}
+
+// Looks again and again, a minute at most.
+template <class Holds>
+void wait_until(const Holds& holds) {
+  const auto limit = std::chrono::steady_clock::now() + std::chrono::milliseconds(patience_ms);
+  while (!holds()) {
+    if (std::chrono::steady_clock::now() > limit) {
+      ADD_FAILURE() << "the child does not come to rest";
+      return;
+    }
+    sched_yield();
+  }
+}
+
 }  // namespace
 
 void Gate::tell(char sign) const {
@@ -106,14 +128,14 @@ Child::~Child() {
 }
 
 void Child::wait_until_asleep() const {
-  const auto limit = std::chrono::steady_clock::now() + std::chrono::milliseconds(patience_ms);
-  for (char state = 'R'; state == 'R' || state == 'D'; state = state_of(pid_)) {
-    if (std::chrono::steady_clock::now() > limit) {
-      ADD_FAILURE() << "child " << pid_ << " does not come to rest";
-      return;
-    }
-    sched_yield();
-  }
+  wait_until([&] {
+    const char state = state_of(pid_);
+    return state != 'R' && state != 'D';
+  });
+}
+
+void Child::wait_until_blocked_at_record_lock() const {
+  wait_until([&] { return has_sign() || waits_for_record_lock(pid_); });
 }
 
 int Child::exit_status() {

@@ -51,6 +51,8 @@ class Child {
 
   // Waits until the child sleeps in the kernel (a lock, a semaphore, a pipe) or has ended.
   void wait_until_asleep() const;
+  // Waits until the system lists the child as waiting for a record lock, or the child has given a sign.
+  void wait_until_blocked_at_record_lock() const;
 
   // Waits for the end, a minute at most: the status of exit, or minus the number of the signal.
   int exit_status();
