@@ -88,7 +88,7 @@ void Gate::close() {
   ::close(out_);
 }
 
-Child::Child(const std::function<int(Gate&)>& body, Output output, Leave leave) {
+Child::Child(const std::function<int(Gate&)>& body, Output output) {
   int down[2];
   int up[2];
   if (pipe2(down, O_CLOEXEC) != 0 || pipe2(up, O_CLOEXEC) != 0) std::abort();
@@ -104,12 +104,12 @@ Child::Child(const std::function<int(Gate&)>& body, Output output, Leave leave) 
   gate_ = Gate(up[0], down[1]);
   if (pid_ == 0) {
     gate_.close();
-    run(body, below, leave);
+    run(body, below);
   }
   below.close();
 }
 
-void Child::run(const std::function<int(Gate&)>& body, Gate& gate, Leave leave) const {
+void Child::run(const std::function<int(Gate&)>& body, Gate& gate) const {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (output_file_ >= 0) {
     dup2(output_file_, STDOUT_FILENO);
@@ -117,7 +117,6 @@ void Child::run(const std::function<int(Gate&)>& body, Gate& gate, Leave leave) 
   }
   int status = body(gate);
   if (status == 0 && ::testing::Test::HasFailure()) status = failed_expectation;
-  if (leave == Leave::through_exit) std::exit(status);
   std::fflush(nullptr);
   _exit(status);
 }

@@ -32,14 +32,12 @@ class Gate {
 
 class Child {
  public:
-  enum class Leave { at_once, through_exit };  // _exit, or exit with its handlers
   enum class Output { shared, captured };
 
   // Exit status of a child whose function returned 0 although an expectation failed in it.
   static constexpr int failed_expectation = 98;
 
-  explicit Child(const std::function<int(Gate&)>& body, Output output = Output::shared,
-                 Leave leave = Leave::at_once);
+  explicit Child(const std::function<int(Gate&)>& body, Output output = Output::shared);
   ~Child();  // kills and reaps it
   Child(const Child&) = delete;
   Child& operator=(const Child&) = delete;
@@ -62,7 +60,7 @@ class Child {
   const std::string& errors() const { return errors_; }
 
  private:
-  [[noreturn]] void run(const std::function<int(Gate&)>& body, Gate& gate, Leave leave) const;
+  [[noreturn]] void run(const std::function<int(Gate&)>& body, Gate& gate) const;
 
   pid_t pid_ = -1;
   bool reaped_ = false;

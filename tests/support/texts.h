@@ -40,8 +40,8 @@ Error error_of(Open open) {
   }
   std::fflush(stdout);
   const std::string printed = ::testing::internal::GetCapturedStdout();
-  EXPECT_NE(printed.find("errcode=" + std::to_string(error.code) + ",errmsg=" + error.text + "\n"),
-            std::string::npos);
+  const std::string line = "errcode=" + std::to_string(error.code) + ",errmsg=" + error.text + "\n";
+  EXPECT_NE(printed.find(line), std::string::npos) << ::testing::PrintToString(printed);
   return error;
 }
 
