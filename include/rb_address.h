@@ -68,6 +68,14 @@ inline bool is_data(const Rb_base* base, std::int64_t offset, std::int64_t lengt
          (length == 0 || segment_of(offset) == segment_of(offset + length - 1));
 }
 
+// Whether `length` bytes from an address inside the flat space would run out of its segment.
+inline bool runs_out(const Rb_base* base, const void* address, std::int64_t length) noexcept {
+  const std::int64_t begin = value_of(offset_of(base, address));
+  const std::int64_t end = begin + length;
+  if (begin <= 0 || begin >= base->attached_bytes) return false;
+  return end > base->attached_bytes || segment_of(begin) != segment_of(end - 1);
+}
+
 // A handle that may be overtaken by a writer: it checks links before it follows them.
 inline bool checks_links(const Rb_base* base) noexcept { return base->mode == 1 || base->isolate; }
 

@@ -1,0 +1,47 @@
+// Opening the files that other processes meet at: key files and lock files.
+//
+// They lie where others may write, so none is reached through a symbolic link, and no descriptor survives
+// exec.
+#ifndef CACHET_CPP_BASE_FILE_H
+#define CACHET_CPP_BASE_FILE_H
+
+#include <sys/types.h>
+
+#include <string>
+#include <utility>
+
+namespace cachet {
+
+// Owns a file descriptor and closes it, leaving errno as it is. False when it owns none.
+class Descriptor {
+ public:
+  Descriptor() = default;
+  explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
+  Descriptor(Descriptor&& other) noexcept : descriptor_(other.release()) {}
+  Descriptor& operator=(Descriptor&& other) noexcept;
+  ~Descriptor();
+
+  explicit operator bool() const { return descriptor_ >= 0; }
+  int get() const { return descriptor_; }
+  // Gives the descriptor away; -1 when there is none.
+  int release() { return std::exchange(descriptor_, -1); }
+
+ private:
+  int descriptor_ = -1;
+};
+
+// Opens an existing file with these flags. False on failure, errno says why: ELOOP for a symbolic link.
+Descriptor open_key_file(const char* path, int flags);
+
+// Opens the file for reading and writing, making it if it is missing, emptying it if `truncate`. A file of
+// the caller's own gets exactly `mode`, whatever the umask; somebody else's keeps the mode it has. False on
+// failure, errno says why.
+Descriptor create_key_file(const char* path, bool truncate, mode_t mode);
+
+// The path behind the current directory, unless it is absolute already. The text alone: links and ".." stay.
+// When there is no current directory any more, the path as it is.
+std::string absolute_path(const char* path);
+
+}  // namespace cachet
+
+#endif

@@ -1,0 +1,78 @@
+// Conditions: a key in process memory, owned field by field, and the cursor that a search leaves in them.
+#include <cstdlib>
+#include <cstring>
+
+#include "base/fatal.h"
+#include "caches.h"
+
+using namespace cachet;
+
+namespace {
+
+// Zeros behind every value, so that a comparison of a wider type, or of a text, finds an end.
+constexpr std::size_t padding_bytes = 8;
+constexpr int longest_value = 65535;
+
+void clear_key(ZtConditionHandle condition) {
+  ZtIndexItem& key = condition->indexitem;
+  for (int i = 0; i < key.point; ++i) std::free(key.index[i].data);
+  key.point = 0;
+  condition->overfull = false;
+}
+
+bool has_room(const ZtIndexItem& key, int len, const void* value) {
+  return key.point < key.count && len >= 0 && len <= longest_value && (len == 0 || value != nullptr);
+}
+
+}  // namespace
+
+void ZtCreateCondition(int fieldcount, ZtConditionHandle* condition) {
+  auto* const made = new ZtCondition;
+  ZtIndexItem& key = made->indexitem;
+  key.count = static_cast<signed char>(fieldcount);
+  key.index = key.count >= 1 ? new ZtIndexField[static_cast<std::size_t>(key.count)]{} : nullptr;
+  *condition = made;
+}
+
+void ZtCloseCondition(ZtConditionHandle condition) {
+  if (condition == nullptr) return;
+  clear_key(condition);
+  delete[] condition->indexitem.index;
+  delete condition;
+}
+
+void ZtSetConditionIndex(ZtConditionHandle condition, int index) {
+  clear_key(condition);
+  condition->indexid = index;
+}
+
+void ZtAddConditionIndexItem(ZtConditionHandle condition, int type, int len, const void* value) {
+  ZtIndexItem& key = condition->indexitem;
+  if (!has_room(key, len, value)) {
+    condition->overfull = true;
+    return;
+  }
+  const auto length = static_cast<std::size_t>(len);
+  auto* const copy = static_cast<char*>(std::calloc(1, length + padding_bytes));
+  if (copy == nullptr) fatal::out_of_heap(fatal::condition_key_line);
+  if (length != 0) std::memcpy(copy, value, length);
+  key.index[key.point++] = {copy, static_cast<signed char>(type), 0, static_cast<short>(len)};
+}
+
+// `nodepoint` is left out: the copy goes on from the key, not from the record within it.
+void ZtDupCondition(ZtConditionHandle source, ZtConditionHandle destination) {
+  if (source == destination) return;
+  ZtSetConditionIndex(destination, source->indexid);
+  const ZtIndexItem& key = source->indexitem;
+  for (int i = 0; i < key.point; ++i) {
+    const ZtIndexField& field = key.index[i];
+    ZtAddConditionIndexItem(destination, field.type, static_cast<unsigned short>(field.length), field.data);
+  }
+  destination->overfull = destination->overfull || source->overfull;
+  destination->begin = source->begin;
+  destination->end = source->end;
+  destination->op = source->op;
+  destination->point = source->point;
+  destination->precord = source->precord;
+  destination->tableid = source->tableid;
+}

@@ -1,0 +1,211 @@
+#include "cache/cursor.h"
+
+#include "cache/error.h"
+#include "cache/key.h"
+#include "cache/record.h"
+#include "cache/snapshot.h"
+
+namespace cachet {
+
+Standing stand_on_record(ZtDbHandle database, ZtConditionHandle condition, std::int64_t offset) {
+  const Rb_base* const base = &database->base;
+  const ZtTable& table = database->database[static_cast<std::size_t>(condition->tableid)];
+  if (checks_links(base) && !is_data(base, offset, stored_bytes(table))) return Standing::unreadable;
+  condition->precord = offset;
+  return is_deleted(record_at(base, offset)) ? Standing::deleted : Standing::live;
+}
+
+Standing stand_on_entry(ZtDbHandle database, ZtConditionHandle condition, std::uint32_t number) {
+  const Rb_base* const base = &database->base;
+  if (checks_links(base) && !is_node(base, number)) return Standing::unreadable;
+  condition->nodepoint = entry_at(base, number);
+  return stand_on_record(database, condition, record_offset_of(condition->nodepoint));
+}
+
+Standing stand_on_list_item(ZtDbHandle database, ZtConditionHandle condition) {
+  const ZtListItem* const item = stored_list_item(&database->base, condition->point);
+  if (item == nullptr) return Standing::unreadable;
+  return stand_on_record(database, condition, load_unaligned<std::int64_t>(&item->precord));
+}
+
+template <class Direction>
+Standing stand_on_key(ZtDbHandle database, ZtConditionHandle condition) {
+  const ZtIndexItem* const item = stored_item(&database->base, condition->point);
+  if (item == nullptr) return Standing::unreadable;
+  const std::uint32_t first = Direction::Records::head(item);
+  return first != 0 ? stand_on_entry(database, condition, first) : Standing::empty_key;
+}
+
+template Standing stand_on_key<Forward>(ZtDbHandle, ZtConditionHandle);
+template Standing stand_on_key<Backward>(ZtDbHandle, ZtConditionHandle);
+
+namespace {
+
+// Who meets a deleted record on an index: a local writer unlinks it, everybody else passes it over.
+template <class Direction>
+Step step_for(const ZtDb* database, const ZtCondition* condition, Standing standing) {
+  switch (standing) {
+    case Standing::live:
+      return step_stands;
+    case Standing::empty_key:
+      return Direction::skip;
+    case Standing::deleted:
+      return walks_index(condition) && writes_locally(database) ? Direction::unlink : Direction::skip;
+    case Standing::unreadable:
+      break;
+  }
+  return step_exhausted;
+}
+
+template <class Direction>
+Step step_to_next_key(ZtDbHandle database, ZtConditionHandle condition) {
+  if (condition->point == nullptr || condition->point == Direction::limit(condition)) return step_exhausted;
+  const Rb_node next = Direction::next_key(&database->base, condition->point);
+  if (next == nullptr || (status_of(next) & RB_HEAD) != 0) return step_exhausted;
+  condition->point = next;
+  if (!walks_index(condition)) {
+    return step_for<Direction>(database, condition, stand_on_list_item(database, condition));
+  }
+  const Standing standing = stand_on_key<Direction>(database, condition);
+  if (standing == Standing::empty_key) condition->nodepoint = nullptr;
+  return step_for<Direction>(database, condition, standing);
+}
+
+template <class Direction>
+Step step_once(ZtDbHandle database, ZtConditionHandle condition) {
+  if (walks_index(condition) && condition->nodepoint != nullptr) {
+    const std::uint32_t next = Direction::Records::next(condition->nodepoint);
+    if (next != 0) return step_for<Direction>(database, condition, stand_on_entry(database, condition, next));
+  }
+  return step_to_next_key<Direction>(database, condition);
+}
+
+// Every attempt of a read-only handle starts from where the call found the cursor.
+template <class Direction>
+int step(ZtDbHandle database, ZtConditionHandle condition) {
+  if (!require_table(database, condition->tableid, condition)) return step_exhausted;
+  if (database->base.mode != ZT_MODE_READ_ONLY) return step_once<Direction>(database, condition);
+  const ZtCondition place = *condition;
+  return read_table(database, condition->tableid, [&] {
+    *condition = place;
+    return step_once<Direction>(database, condition);
+  });
+}
+
+// Whether this handle may change the lists now: not while another process is inside as a writer.
+bool may_unlink(const ZtDb* database, const ZtCondition* condition) {
+  if (!writes_locally(database) || !walks_index(condition) || condition->nodepoint == nullptr) return false;
+  constexpr int writers_position = 0;
+  return database->locks.contains(writers_position) || !database->lock.WriterHolds(writers_position);
+}
+
+// Takes the deleted record's entry out of the current list and stands on its successor; the entry's own links stay. An
+// entry that is not linked any more (the cursor is stale) is left alone: its links may lead to link 0, the header.
+template <class Direction>
+int unlink_and_step(ZtDbHandle database, ZtConditionHandle condition) {
+  using Records = typename Direction::Records;
+  if (!require_table(database, condition->tableid, condition)) return step_exhausted;
+  if (!may_unlink(database, condition)) return Direction::skip;
+  const Rb_base* const base = &database->base;
+  ZtIndexNode* const entry = condition->nodepoint;
+  ZtIndexItem* const item = stored_item(base, condition->point);
+  if (!is_deleted(record_at(base, record_offset_of(entry)))) return Direction::skip;
+
+  const std::uint32_t number = number_of(base, entry);
+  const std::uint32_t prev = Records::head(item) == number ? 0 : Records::prev(entry);
+  const std::uint32_t next = Records::next(entry);
+  if (Records::head(item) == number) {
+    Records::set_head(item, next);
+  } else if (prev != 0 && Records::next(entry_at(base, prev)) == number) {
+    Records::set_next(entry_at(base, prev), next);
+  } else {
+    return Direction::skip;
+  }
+  if (next == 0) {
+    Records::set_tail(item, prev);
+    return Direction::skip;
+  }
+  Records::set_prev(entry_at(base, next), prev);
+  return step_for<Direction>(database, condition, stand_on_entry(database, condition, next));
+}
+
+// Runs steps until the cursor stands on a live record or has passed its last one.
+bool run(ZtDbHandle database, ZtConditionHandle condition, int code) {
+  for (;;) {
+    switch (code) {
+      case step_stands:
+        return true;
+      case step_unlink_forward:
+        code = ZtInMoveNextRecord(database, condition);
+        break;
+      case step_unlink_backward:
+        code = ZtInMovePrevRecord(database, condition);
+        break;
+      case step_skip_forward:
+        code = ZtInNextRecord(database, condition);
+        break;
+      case step_skip_backward:
+        code = ZtInPrevRecord(database, condition);
+        break;
+      default:
+        return false;
+    }
+  }
+}
+
+}  // namespace
+
+bool require_table(ZtDbHandle database, int tableid, const ZtCondition* condition) {
+  const ZtTable* const table = table_at(database, tableid);
+  if (table == nullptr) return false;
+  if (table->listindex == nullptr) return report(database, ZT_ERR_GENERAL, message::database_not_open);
+  if (condition->indexid < static_cast<int>(table->indexs.size())) return true;
+  return report(database, ZT_ERR_GENERAL, message::bad_index, condition->indexid);
+}
+
+template <class Direction>
+bool settle(ZtDbHandle database, ZtConditionHandle condition, Standing standing) {
+  if (standing == Standing::live) return true;
+  const Step step = standing == Standing::unreadable ? Direction::skip
+                                                     : step_for<Direction>(database, condition, standing);
+  return end_read(database, run(database, condition, step));
+}
+
+template bool settle<Forward>(ZtDbHandle, ZtConditionHandle, Standing);
+template bool settle<Backward>(ZtDbHandle, ZtConditionHandle, Standing);
+
+}  // namespace cachet
+
+using namespace cachet;
+
+int ZtInNextRecord(ZtDbHandle database, ZtConditionHandle condition) { return step<Forward>(database, condition); }
+int ZtInPrevRecord(ZtDbHandle database, ZtConditionHandle condition) { return step<Backward>(database, condition); }
+int ZtInMoveNextRecord(ZtDbHandle database, ZtConditionHandle condition) {
+  return unlink_and_step<Forward>(database, condition);
+}
+int ZtInMovePrevRecord(ZtDbHandle database, ZtConditionHandle condition) {
+  return unlink_and_step<Backward>(database, condition);
+}
+
+bool ZtNextLoop(ZtDbHandle database, ZtConditionHandle condition) {
+  return run(database, condition, ZtInNextRecord(database, condition));
+}
+bool ZtPrevLoop(ZtDbHandle database, ZtConditionHandle condition) {
+  return run(database, condition, ZtInPrevRecord(database, condition));
+}
+bool ZtMoveNextLoop(ZtDbHandle database, ZtConditionHandle condition) {
+  return run(database, condition, ZtInMoveNextRecord(database, condition));
+}
+bool ZtMovePrevLoop(ZtDbHandle database, ZtConditionHandle condition) {
+  return run(database, condition, ZtInMovePrevRecord(database, condition));
+}
+
+bool ZtMoveNextRecord(ZtDbHandle database, ZtConditionHandle condition) { return ZtMoveNextLoop(database, condition); }
+bool ZtMovePrevRecord(ZtDbHandle database, ZtConditionHandle condition) { return ZtMovePrevLoop(database, condition); }
+
+bool ZtNextRecord(ZtDbHandle database, ZtConditionHandle condition) {
+  return end_read(database, ZtNextLoop(database, condition));
+}
+bool ZtPrevRecord(ZtDbHandle database, ZtConditionHandle condition) {
+  return end_read(database, ZtPrevLoop(database, condition));
+}

@@ -1,0 +1,68 @@
+#include "cache/error.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+#include "base/fatal.h"
+#include "base/gbk_text.h"
+
+void ZtSetError(ZtDbHandle database, int errcode, const char* format, ...) {
+  char text[1000];
+  va_list args;
+  va_start(args, format);
+  std::vsnprintf(text, sizeof text, format, args);
+  va_end(args);
+
+  database->lasterrno = errcode;
+  cachet::copy_bounded(database->lasterrmsg, sizeof database->lasterrmsg, text);
+  if (database->errhandle == nullptr) {
+    std::printf("errcode=%d,errmsg=%s\n", errcode, database->lasterrmsg);
+  } else if (!database->errhandle(errcode, database->lasterrmsg)) {
+    cachet::fatal::refused_by_callback();
+  }
+}
+
+void ZtGetError(ZtDbHandle database, int* errcode, char* errmsg) {
+  *errcode = database->lasterrno;
+  std::strcpy(errmsg, database->lasterrmsg);  // NOLINT: both are ZT_ERRMSG_SIZE bytes
+}
+
+void ZtSetErrorHandle(ZtDbHandle database, ZtErrorHandle callback) { database->errhandle = callback; }
+
+namespace cachet {
+
+ZtTable* table_at(ZtDbHandle database, int tableid) {
+  if (tableid >= 0 && static_cast<std::size_t>(tableid) < database->database.size()) {
+    return &database->database[static_cast<std::size_t>(tableid)];
+  }
+  report(database, ZT_ERR_GENERAL, message::bad_table, tableid);
+  return nullptr;
+}
+
+const ZtDataField* field_at(ZtDbHandle database, const ZtTable& table, int fieldid) {
+  if (fieldid >= 0 && static_cast<std::size_t>(fieldid) < table.fielddescrible.size()) {
+    return &table.fielddescrible[static_cast<std::size_t>(fieldid)];
+  }
+  report(database, ZT_ERR_GENERAL, message::bad_field, fieldid);
+  return nullptr;
+}
+
+ZtTable* table_of_record(ZtDbHandle database, const ZtRecordRow* row) {
+  if (row->record != nullptr) return table_at(database, row->tableid);
+  report(database, ZT_ERR_GENERAL, message::no_record);
+  return nullptr;
+}
+
+bool require_writable(ZtDbHandle database, const ZtTable& table) {
+  if (writes_locally(database)) return true;
+  return report(database, ZT_ERR_READ_ONLY, message::table_read_only, table.name);
+}
+
+bool require_writable(ZtDbHandle database) {
+  if (!database->opened) return report(database, ZT_ERR_GENERAL, message::database_not_open);
+  if (writes_locally(database)) return true;
+  return report(database, ZT_ERR_GENERAL, message::database_read_only);
+}
+
+}  // namespace cachet

@@ -1,0 +1,37 @@
+// Reporting with the catalogue's texts, and the checks that many calls begin with. A check that fails has reported.
+#ifndef CACHET_CPP_CACHE_ERROR_H
+#define CACHET_CPP_CACHE_ERROR_H
+
+#include <type_traits>
+
+#include "base/messages.h"
+#include "caches.h"
+
+namespace cachet {
+
+// Reports and returns false, so that a failing call can return the report.
+template <class... Args>
+bool report(ZtDbHandle database, int errcode, const message::Message<Args...>& text,
+            std::type_identity_t<Args>... args) {
+  ZtSetError(database, errcode, text.c_str(), args...);
+  return false;
+}
+
+// Null, reported, for an id out of range.
+ZtTable* table_at(ZtDbHandle database, int tableid);
+const ZtDataField* field_at(ZtDbHandle database, const ZtTable& table, int fieldid);
+
+// Null, reported, for a handle without a record or with a table id out of range.
+ZtTable* table_of_record(ZtDbHandle database, const ZtRecordRow* row);
+
+// Whether this handle itself writes the shared memory.
+inline bool writes_locally(const ZtDb* database) { return database->base.mode == 2 && !database->base.isolate; }
+
+// False, reported with the table's name, on a handle that may not write.
+bool require_writable(ZtDbHandle database, const ZtTable& table);
+// False, reported, on a handle that may not write, for calls that concern no table.
+bool require_writable(ZtDbHandle database);
+
+}  // namespace cachet
+
+#endif

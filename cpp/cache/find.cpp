@@ -1,0 +1,106 @@
+// Index search. The tree search finds the largest key that is not above the searched one; the operators differ in which
+// of its neighbours the walk begins and ends at.
+#include "cache/cursor.h"
+#include "cache/error.h"
+#include "cache/snapshot.h"
+
+using namespace cachet;
+
+namespace {
+
+// Places `begin`, `point` and `end` for one operator. Tree order is falling: next = smaller, previous = larger.
+class Search {
+ public:
+  Search(ZtDbHandle database, ZtConditionHandle condition)
+      : base_(&database->base),
+        condition_(condition),
+        head_(database->database[static_cast<std::size_t>(condition->tableid)]
+                  .indexs[static_cast<std::size_t>(condition->indexid)]) {}
+
+  // False when no key satisfies the operator.
+  bool run() {
+    int found = 0;
+    node_ = rb_find_gkey_n(base_, head_, &condition_->indexitem, ZtComp, &found);
+    found_ = found != 0;
+    switch (condition_->op) {
+      case ZT_OP_LESS:
+        return up_to(found_ ? neighbour(base_, flink_of(node_)) : node_);
+      case ZT_OP_LESS_EQUAL:
+        return up_to(node_);
+      case ZT_OP_EQUAL:
+        return only();
+      case ZT_OP_GREATER_EQUAL:
+        return from(found_ ? node_ : larger());
+      default:
+        return from(larger());
+    }
+  }
+
+ private:
+  // The next larger key; the smallest when every key is larger than the searched one.
+  Rb_node larger() const { return neighbour(base_, blink_of(node_)); }
+
+  bool is_key(Rb_node node) const { return node != nullptr && node != head_; }
+
+  bool up_to(Rb_node last) {
+    const Rb_node smallest = neighbour(base_, blink_of(head_));
+    if (!is_key(last) || !is_key(smallest)) return false;
+    condition_->end = last;
+    condition_->begin = condition_->point = smallest;
+    return true;
+  }
+
+  bool only() {
+    condition_->begin = node_;
+    if (!found_) return false;
+    condition_->end = condition_->point = node_;
+    return true;
+  }
+
+  bool from(Rb_node first) {
+    const Rb_node largest = neighbour(base_, flink_of(head_));
+    if (!is_key(first) || !is_key(largest)) return false;
+    condition_->begin = condition_->point = first;
+    condition_->end = largest;
+    return true;
+  }
+
+  Rb_base* base_;
+  ZtConditionHandle condition_;
+  Rb_node head_;
+  Rb_node node_ = nullptr;
+  bool found_ = false;
+};
+
+struct Outcome {
+  bool found;
+  Standing standing;
+};
+
+bool accepts(ZtDbHandle database, int tableid, const ZtCondition* condition, int op) {
+  const ZtTable* const table = table_at(database, tableid);
+  if (table == nullptr) return false;
+  if (op < ZT_OP_LESS || op > ZT_OP_GREATER) {
+    return report(database, ZT_ERR_BAD_OPERATOR, message::unsupported_operator, table->name);
+  }
+  if (!require_table(database, tableid, condition)) return false;
+  if (!walks_index(condition)) return report(database, ZT_ERR_GENERAL, message::bad_index, condition->indexid);
+  if (condition->overfull) return report(database, ZT_ERR_GENERAL, message::condition_overfull);
+  return true;
+}
+
+}  // namespace
+
+bool ZtFindRecord(ZtDbHandle database, int tableid, ZtConditionHandle condition, int op) {
+  if (!accepts(database, tableid, condition, op)) return false;
+  condition->tableid = tableid;
+  condition->indexitem.sharememory = 0;
+  condition->op = op;
+  const Outcome outcome = read_table(database, tableid, [&]() -> Outcome {
+    if (!Search(database, condition).run()) return {false, Standing::unreadable};
+    return {true, stand_on_key<Forward>(database, condition)};
+  });
+  if (!outcome.found) return end_read(database, false);
+  if (outcome.standing == Standing::empty_key) condition->nodepoint = nullptr;
+  return end_read(database, settle<Forward>(database, condition, outcome.standing));
+}

@@ -1,0 +1,166 @@
+// Comparison of keys. The sign is the reverse of strcmp: positive when the first key orders before the second, so a tree
+// runs from the largest key to the smallest.
+//
+// No comparison reads beyond a value's length: a number in a slot narrower than its type counts as extended with zero
+// bytes, a text ends at its NUL or at its length. For fields and keys that match their types this changes nothing.
+#include "cache/key.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "cache/record.h"
+
+namespace cachet {
+
+namespace {
+
+struct Value {
+  const char* data;
+  std::size_t length;
+};
+
+template <class T>
+T number_in(const Value& value) {
+  if (value.length >= sizeof(T)) [[likely]] return load_unaligned<T>(value.data);
+  T number{};
+  std::memcpy(&number, value.data, value.length);
+  return number;
+}
+
+// With NaN neither is less and both differ: -1.
+template <class T>
+int compare_numbers(const Value& a, const Value& b) {
+  const T left = number_in<T>(a);
+  const T right = number_in<T>(b);
+  if (left < right) return 1;
+  return left == right ? 0 : -1;
+}
+
+int compare_texts(const Value& a, const Value& b) {
+  const std::size_t left = strnlen(a.data, a.length);
+  const std::size_t right = strnlen(b.data, b.length);
+  const int order = std::memcmp(a.data, b.data, std::min(left, right));
+  if (order != 0) return -order;
+  return (left < right) - (left > right);
+}
+
+int compare_values(signed char type, const Value& a, const Value& b) {
+  switch (type) {
+    case FIELD_SHORT:
+      return compare_numbers<std::int16_t>(a, b);
+    case FIELD_INT:
+      return compare_numbers<std::int32_t>(a, b);
+    case FIELD_CHAR:
+      return compare_numbers<std::int8_t>(a, b);
+    case FIELD_USHORT:
+      return compare_numbers<std::uint16_t>(a, b);
+    case FIELD_UINT:
+      return compare_numbers<std::uint32_t>(a, b);
+    case FIELD_UCHAR:
+      return compare_numbers<std::uint8_t>(a, b);
+    case FIELD_STRING:
+      return compare_texts(a, b);
+    case FIELD_DOUBLE:
+      return compare_numbers<double>(a, b);
+    case FIELD_INT8:
+      return compare_numbers<std::int64_t>(a, b);
+    default:
+      return 0;
+  }
+}
+
+// A key's fields, wherever they lie. Offsets in a stored key are turned into addresses; on a handle that a writer may
+// overtake only after their bounds were checked.
+class KeyFields {
+ public:
+  KeyFields(const Rb_base* base, const void* key)
+      : base_(base),
+        item_(static_cast<const char*>(key)),
+        checked_(checks_links(base)) {
+    if (checked_ && runs_out(base, key, sizeof(ZtIndexItem))) return;
+    stored_ = load_unaligned<unsigned char>(item_ + offsetof(ZtIndexItem, sharememory)) == 1;
+    count_ = load_unaligned<signed char>(item_ + offsetof(ZtIndexItem, point));
+    fields_ = load_unaligned<char*>(item_ + offsetof(ZtIndexItem, index));
+    if (stored_) fields_ = resolve(fields_, count_ * static_cast<std::int64_t>(sizeof(ZtIndexField)));
+    readable_ = fields_ != nullptr || count_ <= 0;
+  }
+
+  int count() const { return count_; }
+  bool readable() const { return readable_; }
+  signed char type(int index) const { return load_unaligned<signed char>(field(index) + offsetof(ZtIndexField, type)); }
+
+  // No address: the value cannot be read.
+  Value value(int index) const {
+    const auto length = load_unaligned<unsigned short>(field(index) + offsetof(ZtIndexField, length));
+    char* data = load_unaligned<char*>(field(index) + offsetof(ZtIndexField, data));
+    if (stored_) data = resolve(data, length);
+    return {data, length};
+  }
+
+ private:
+  const char* field(int index) const { return fields_ + static_cast<std::size_t>(index) * sizeof(ZtIndexField); }
+
+  char* resolve(const char* offset, std::int64_t length) const {
+    const auto position = reinterpret_cast<std::int64_t>(offset);
+    if (checked_ && !is_data(base_, position, length)) return nullptr;
+    return address_of(base_, FlatOffset{position});
+  }
+
+  const Rb_base* base_;
+  const char* item_;
+  bool checked_;
+  bool stored_ = false;
+  bool readable_ = false;
+  int count_ = 0;
+  const char* fields_ = nullptr;
+};
+
+constexpr int undecided_by_unreadable = -1;
+
+}  // namespace
+
+RowKey::RowKey(const ZtTable& table, const ZtIndexDescrible& index, ZtRecord* row) : item_{} {
+  std::size_t count = 0;
+  for (const int fieldid : index.indexdescrible) {
+    const ZtDataField& field = table.fielddescrible[static_cast<std::size_t>(fieldid)];
+    fields_[count++] = {field_bytes(row, field), field.type, 0, static_cast<short>(field.length)};
+  }
+  item_.index = fields_.data();
+  item_.point = static_cast<signed char>(count);
+  item_.count = item_.point;
+}
+
+ZtIndexItem* stored_item(const Rb_base* base, Rb_node node) {
+  const std::int64_t offset = key_offset_of(node);
+  if (checks_links(base) && !is_data(base, offset, sizeof(ZtIndexItem))) return nullptr;
+  return reinterpret_cast<ZtIndexItem*>(address_of(base, FlatOffset{offset}));
+}
+
+ZtListItem* stored_list_item(const Rb_base* base, Rb_node node) {
+  const std::int64_t offset = key_offset_of(node);
+  if (checks_links(base) && !is_data(base, offset, sizeof(ZtListItem))) return nullptr;
+  return reinterpret_cast<ZtListItem*>(address_of(base, FlatOffset{offset}));
+}
+
+}  // namespace cachet
+
+int ZtComp(Rb_base* base, void* key1, void* key2) {
+  const cachet::KeyFields first(base, key1);
+  const cachet::KeyFields second(base, key2);
+  const int count = std::min(first.count(), second.count());
+  if (!first.readable() || !second.readable()) return cachet::undecided_by_unreadable;
+  for (int index = 0; index < count; ++index) {
+    const cachet::Value a = first.value(index);
+    const cachet::Value b = second.value(index);
+    if (a.data == nullptr || b.data == nullptr) return cachet::undecided_by_unreadable;
+    const int order = cachet::compare_values(first.type(index), a, b);
+    if (order != 0) return order;
+  }
+  return 0;
+}
+
+int ZtComp2(Rb_base* /*base*/, void* key1, void* key2) {
+  const auto first = cachet::load_unaligned<ZTINT8>(key1);
+  const auto second = cachet::load_unaligned<ZTINT8>(key2);
+  return (first < second) - (first > second);
+}

@@ -1,0 +1,31 @@
+// Index keys: building one from a row, and reaching the fields of one that lies in a tree.
+#ifndef CACHET_CPP_CACHE_KEY_H
+#define CACHET_CPP_CACHE_KEY_H
+
+#include <array>
+
+#include "caches.h"
+
+namespace cachet {
+
+// A key over the bytes of a row, in process memory. Holds addresses into the row.
+class RowKey {
+ public:
+  RowKey(const ZtTable& table, const ZtIndexDescrible& index, ZtRecord* row);
+  RowKey(const RowKey&) = delete;
+  RowKey& operator=(const RowKey&) = delete;
+
+  ZtIndexItem* item() { return &item_; }
+
+ private:
+  std::array<ZtIndexField, 127> fields_;
+  ZtIndexItem item_;
+};
+
+// The key at an external node; null when a handle that a writer may overtake finds no key there.
+ZtIndexItem* stored_item(const Rb_base* base, Rb_node node);
+ZtListItem* stored_list_item(const Rb_base* base, Rb_node node);
+
+}  // namespace cachet
+
+#endif

@@ -1,0 +1,140 @@
+#include "cache/link.h"
+
+#include "cache/entry.h"
+#include "cache/key.h"
+#include "cache/record.h"
+#include "rb_fronts.h"
+
+namespace cachet {
+
+namespace {
+
+constexpr bool unaligned = false;
+
+// Nodes a tree takes for one more key: a leaf, and an internal node over it and its neighbour.
+int nodes_for_new_key(Rb_base* base, Rb_node head) { return rb_empty(base, head) ? 1 : 2; }
+
+bool take_nodes(Fronts& fronts, int count) {
+  for (int i = 0; i < count; ++i) {
+    if (fronts.take_node() < 0) return false;
+  }
+  return true;
+}
+
+int key_field_bytes(const ZtIndexDescrible& index) {
+  return static_cast<int>(index.indexdescrible.size() * sizeof(ZtIndexField));
+}
+
+// A key in shared memory whose values are the fields of `record`, which outlives it.
+ZtIndexItem* store_key(Rb_base* base, const ZtTable& table, const ZtIndexDescrible& index, ZtRecord* record) {
+  auto* const item = reinterpret_cast<ZtIndexItem*>(Rb_data_malloc(base, sizeof(ZtIndexItem), 0, unaligned));
+  char* const fields = Rb_data_malloc(base, key_field_bytes(index), 0, unaligned);
+  auto* field = reinterpret_cast<ZtIndexField*>(fields);
+  for (const int fieldid : index.indexdescrible) {
+    const ZtDataField& source = table.fielddescrible[static_cast<std::size_t>(fieldid)];
+    const std::int64_t offset = value_of(offset_of(base, field_bytes(record, source)));
+    *field++ = {reinterpret_cast<char*>(offset), source.type, 0, static_cast<short>(source.length)};
+  }
+  item->index = reinterpret_cast<ZtIndexField*>(value_of(offset_of(base, fields)));
+  item->count = static_cast<signed char>(index.indexdescrible.size());
+  item->point = item->count;
+  item->sharememory = 1;
+  return item;
+}
+
+// An entry for the record, with no links.
+ZtIndexNode* store_entry(Rb_base* base, std::int64_t record_offset) {
+  auto* const entry = reinterpret_cast<ZtIndexNode*>(Rb_node_malloc(base));
+  entry->precord = record_offset;
+  return entry;
+}
+
+ZtIndexNode* entry_or_none(const Rb_base* base, std::uint32_t number) {
+  return number != 0 ? entry_at(base, number) : nullptr;
+}
+
+// The entry goes to the end of both lists. Under a key whose current list has run empty it starts both anew.
+void append_entry(Rb_base* base, ZtIndexItem* item, ZtIndexNode* entry) {
+  const std::uint32_t current_tail = CurrentList::tail(item);
+  const std::uint32_t origin_tail = current_tail != 0 ? OriginList::tail(item) : 0;
+  OriginList::insert(base, item, entry_or_none(base, origin_tail), entry, nullptr);
+  CurrentList::insert(base, item, entry_or_none(base, current_tail), entry, nullptr);
+}
+
+void enter_into_index(Rb_base* base, const ZtTable& table, std::size_t id, const IndexPlace& place,
+                      ZtRecord* record, std::int64_t record_offset) {
+  if (place.found) {
+    append_entry(base, stored_item(base, place.node), store_entry(base, record_offset));
+    return;
+  }
+  ZtIndexItem* const item = store_key(base, table, table.indexdescrible[id], record);
+  ZtIndexNode* const entry = store_entry(base, record_offset);
+  item->originhead = item->origintail = number_of(base, entry);
+  item->curenthead = item->curenttail = number_of(base, entry);
+  rb_insert_b(base, place.node, item, item);
+}
+
+// Record ids rise, and the tree's first node holds the largest: nearly always the new one goes before it.
+void enter_into_list(Rb_base* base, Rb_node head, ZtListItem* list_item) {
+  const Rb_node first = rb_first(base, head);
+  if (first == head || ZtComp2(base, stored_list_item(base, first), list_item) > 0) {
+    rb_insert_b(base, first, list_item, list_item);
+  } else {
+    rb_insertg(base, head, list_item, list_item, ZtComp2);
+  }
+}
+
+}  // namespace
+
+void find_places(ZtDbHandle database, ZtTable& table, ZtRecord* row) {
+  database->index_places.resize(table.indexs.size());
+  for (std::size_t id = 0; id < table.indexs.size(); ++id) {
+    RowKey key(table, table.indexdescrible[id], row);
+    int found = 0;
+    const Rb_node node = rb_find_gkey_n(&database->base, table.indexs[id], key.item(), ZtComp, &found);
+    database->index_places[id] = {node, found != 0};
+  }
+}
+
+bool conflicts(ZtDbHandle database, const ZtTable& table) {
+  const Rb_base* const base = &database->base;
+  for (std::size_t id = 0; id < table.indexs.size(); ++id) {
+    const IndexPlace& place = database->index_places[id];
+    if (table.indexdescrible[id].indextype != ZT_INDEX_UNIQUE || !place.found) continue;
+    std::uint32_t number = CurrentList::head(stored_item(base, place.node));
+    while (number != 0) {
+      const ZtIndexNode* const entry = entry_at(base, number);
+      if (!is_deleted(record_at(base, record_offset_of(entry)))) return true;
+      number = CurrentList::next(entry);
+    }
+  }
+  return false;
+}
+
+bool fits(ZtDbHandle database, const ZtTable& table, int record_bytes) {
+  Rb_base* const base = &database->base;
+  Fronts fronts = Fronts::of(base);
+  if (record_bytes != record_is_stored && fronts.take_data(record_bytes, 8, true) < 0) return false;
+  if (fronts.take_data(sizeof(ZtListItem), 0, unaligned) < 0) return false;
+  for (std::size_t id = 0; id < table.indexs.size(); ++id) {
+    const bool new_key = !database->index_places[id].found;
+    if (new_key && (fronts.take_data(sizeof(ZtIndexItem), 0, unaligned) < 0 ||
+                    fronts.take_data(key_field_bytes(table.indexdescrible[id]), 0, unaligned) < 0)) {
+      return false;
+    }
+    const int nodes = 1 + (new_key ? nodes_for_new_key(base, table.indexs[id]) : 0);
+    if (!take_nodes(fronts, nodes)) return false;
+  }
+  return take_nodes(fronts, nodes_for_new_key(base, table.listindex));
+}
+
+void enter_into_trees(ZtDbHandle database, ZtTable& table, ZtRecord* record, ZtListItem* list_item) {
+  Rb_base* const base = &database->base;
+  const std::int64_t record_offset = value_of(offset_of(base, record));
+  for (std::size_t id = 0; id < table.indexs.size(); ++id) {
+    enter_into_index(base, table, id, database->index_places[id], record, record_offset);
+  }
+  enter_into_list(base, table.listindex, list_item);
+}
+
+}  // namespace cachet

@@ -1,0 +1,144 @@
+// Putting a cursor on a record without a key, and handing out the record it stands on.
+#include <algorithm>
+#include <cstring>
+
+#include "base/fatal.h"
+#include "cache/cursor.h"
+#include "cache/error.h"
+#include "cache/key.h"
+#include "cache/row.h"
+#include "cache/snapshot.h"
+
+using namespace cachet;
+
+namespace {
+
+// The first record of the key (or the record) at `point`, in the direction.
+template <class Direction>
+Standing stand_at_point(ZtDbHandle database, ZtConditionHandle condition) {
+  return walks_index(condition) ? stand_on_key<Direction>(database, condition)
+                                : stand_on_list_item(database, condition);
+}
+
+// `first` clears a stale entry before it leaves an empty key behind, `last` steps back from it, on purpose.
+enum class OnEmptyKey { clear_entry, keep_entry };
+
+template <class Direction>
+bool go_to_end(ZtDbHandle database, ZtConditionHandle condition, Rb_node place, OnEmptyKey on_empty_key) {
+  if (!require_table(database, condition->tableid, condition) || place == nullptr) return false;
+  condition->point = place;
+  const Standing standing = stand_at_point<Direction>(database, condition);
+  if (standing == Standing::empty_key && on_empty_key == OnEmptyKey::clear_entry) condition->nodepoint = nullptr;
+  return settle<Direction>(database, condition, standing);
+}
+
+// Makes the cursor run over the whole tree; false when it is empty.
+bool span_tree(ZtDbHandle database, ZtConditionHandle condition, Rb_node head) {
+  const Rb_base* const base = &database->base;
+  const Rb_node largest = neighbour(base, flink_of(head));
+  const Rb_node smallest = neighbour(base, blink_of(head));
+  if (largest == nullptr || smallest == nullptr) return false;
+  condition->end = largest;
+  condition->begin = condition->point = smallest;
+  return smallest != head && largest != head;
+}
+
+Rb_node head_of(const ZtTable& table, const ZtCondition* condition) {
+  return walks_index(condition) ? table.indexs[static_cast<std::size_t>(condition->indexid)] : table.listindex;
+}
+
+struct Placed {
+  bool found;
+  Standing standing;
+};
+
+// The row's private buffer, made anew for another table.
+void provide_buffer(const ZtTable& table, int tableid, ZtRecordRow* row) {
+  if (row->copied && row->tableid == tableid) return;
+  if (row->copied) release_row(row);
+  row->record = allocate_row(table, fatal::record_copy_line);
+  row->copied = true;
+}
+
+// A copy that no writer touched half-way.
+void copy_unchanged(ZtDbHandle database, const ZtRecord* record, ZtRecord* copy, int bytes) {
+  read_unchanged(database, [record] { return mark_of(record); },
+                 [&] {
+                   std::memcpy(copy, record, static_cast<std::size_t>(bytes));
+                   return true;
+                 });
+}
+
+}  // namespace
+
+bool ZtFirstRecord(ZtDbHandle database, ZtConditionHandle condition) {
+  return go_to_end<Forward>(database, condition, condition->begin, OnEmptyKey::clear_entry);
+}
+
+bool ZtLastRecord(ZtDbHandle database, ZtConditionHandle condition) {
+  return go_to_end<Backward>(database, condition, condition->end, OnEmptyKey::keep_entry);
+}
+
+bool ZtListRecord(ZtDbHandle database, int tableid, ZtConditionHandle condition) {
+  if (!require_table(database, tableid, condition)) return false;
+  const ZtTable& table = database->database[static_cast<std::size_t>(tableid)];
+  condition->tableid = tableid;
+  const Placed placed = read_table(database, tableid, [&]() -> Placed {
+    if (!span_tree(database, condition, head_of(table, condition))) return {false, Standing::unreadable};
+    return {true, stand_at_point<Forward>(database, condition)};
+  });
+  if (!placed.found) return end_read(database, false);
+  if (!walks_index(condition)) {
+    condition->nodepoint = nullptr;
+    // Returns without giving a position lock back, on purpose: the caller's next move does.
+    if (placed.standing == Standing::live) return true;
+  } else if (placed.standing == Standing::empty_key) {
+    condition->nodepoint = nullptr;
+  }
+  return end_read(database, settle<Forward>(database, condition, placed.standing));
+}
+
+bool ZtGotoRecord(ZtDbHandle database, int tableid, int rowid, ZtConditionHandle condition) {
+  ZtTable* const table = table_at(database, tableid);
+  if (table == nullptr) return false;
+  if (table->listindex == nullptr) return report(database, ZT_ERR_GENERAL, message::database_not_open);
+  const ZtCondition place = *condition;
+  const Placed placed = read_table(database, tableid, [&]() -> Placed {
+    ZtListItem wanted{rowid, 0};
+    int found = 0;
+    const Rb_node node = rb_find_gkey_n(&database->base, table->listindex, &wanted, ZtComp2, &found);
+    *condition = place;
+    if (found == 0) return {false, Standing::unreadable};
+    condition->nodepoint = nullptr;
+    condition->tableid = tableid;
+    condition->indexid = -1;
+    if (!span_tree(database, condition, table->listindex)) return {true, Standing::unreadable};
+    condition->point = node;
+    return {true, stand_on_list_item(database, condition)};
+  });
+  if (!placed.found) return end_read(database, false);
+  return end_read(database, settle<Forward>(database, condition, placed.standing));
+}
+
+bool ZtGetRecord(ZtDbHandle database, ZtConditionHandle condition, ZtRecordHandle recordrow) {
+  const int tableid = condition->tableid;
+  ZtTable* const table = table_at(database, tableid);
+  if (table == nullptr) return false;
+  const Rb_base* const base = &database->base;
+  const int bytes = stored_bytes(*table);
+  if (base->memory == nullptr || !is_data(base, condition->precord, bytes)) {
+    return report(database, ZT_ERR_GENERAL, message::no_position);
+  }
+  ZtRecord* const record = record_at(base, condition->precord);
+  if (base->mode == ZT_MODE_READ_ONLY) {
+    provide_buffer(*table, tableid, recordrow);
+    copy_unchanged(database, record, recordrow->record, bytes);
+    ZtUnLock(database);
+  } else {
+    if (recordrow->copied) release_row(recordrow);
+    recordrow->record = record;
+  }
+  recordrow->newrow = false;
+  recordrow->tableid = tableid;
+  return true;
+}

@@ -1,0 +1,21 @@
+// The handle's before-images, for transactions and for whatever ends a handle or abandons its records.
+#ifndef CACHET_CPP_CACHE_TRANSACTION_H
+#define CACHET_CPP_CACHE_TRANSACTION_H
+
+#include "caches.h"
+
+namespace cachet {
+
+// Frees every copy and forgets it.
+void forget_copies(ZtDbHandle database);
+
+// A reset abandons all records: their images would be written over whatever comes to lie there. The tables that they
+// mark are remembered, and unmarked by the next commit or rollback all the same.
+void drop_copies_of_abandoned_records(ZtDbHandle database);
+
+// Writes every image back over its record, and puts records that return to life back into their indexes.
+void restore_copies(ZtDbHandle database);
+
+}  // namespace cachet
+
+#endif

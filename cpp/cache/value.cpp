@@ -1,0 +1,112 @@
+// Field values: writing one into a row or a stored record, reading one, and what is known of a column.
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+#include "cache/error.h"
+#include "cache/record.h"
+
+using namespace cachet;
+
+namespace {
+
+constexpr int no_rounding = -1;
+
+// The value in its stored form, into the field's slot.
+void copy_value(char* slot, const ZtDataField& field, const void* data) {
+  std::size_t length = field.length;
+  if (field.type == FIELD_DOUBLE) {
+    double value;
+    std::memcpy(&value, data, sizeof value);
+    if (field.decimal != no_rounding) Fjust(value, field.decimal);
+    std::memcpy(slot, &value, std::min(length, sizeof value));
+    return;
+  }
+  std::memcpy(slot, data, length);
+  if (field.type == FIELD_STRING && length > 0) slot[length - 1] = 0;
+}
+
+// The record's before-image, then the mark: flag first, counter second, both before the first byte changes.
+void begin_change(ZtDbHandle database, const ZtTable& table, const ZtRecordRow* row) {
+  ZtRecord* const record = row->record;
+  ZtSaveRecord(database, row->tableid, record, stored_bytes(table));
+  const ChangeMark mark = mark_of(record);
+  if (mark.duty) return;
+  set_duty(record, true);
+  set_updateno(record, mark.updateno + 1);
+}
+
+// The field behind a column; null, reported, for a bad table or column.
+const ZtDataField* column(ZtDbHandle database, const ZtRecordRow* row, int col) {
+  const ZtTable* const table = table_at(database, row->tableid);
+  return table == nullptr ? nullptr : field_at(database, *table, col);
+}
+
+}  // namespace
+
+void Fjust(double& value, int dec) {
+  double unit = value > 0 ? 1.0 : -1.0;  // zero, negative values and NaN take -1
+  for (int place = 0; place < dec; ++place) unit /= 10.0;
+  const double biased = (0.5 * unit + value) + unit / 10000.0;
+  value = biased - std::fmod(biased, unit);
+}
+
+bool ZtSetField(ZtDbHandle database, ZtRecordHandle record, int fieldid, const void* data) {
+  ZtTable* const table = table_of_record(database, record);
+  if (table == nullptr || !require_writable(database, *table)) return false;
+  const ZtDataField* const field = field_at(database, *table, fieldid);
+  if (field == nullptr) return false;
+  if (!record->newrow) {
+    if (field->indexed == 1) {
+      return report(database, ZT_ERR_READ_ONLY, message::indexed_field_change, table->name);
+    }
+    begin_change(database, *table, record);
+  }
+  if (field->length != 0) copy_value(field_bytes(record->record, *field), *field, data);
+  return true;
+}
+
+char* ZtGetField(ZtDbHandle database, ZtRecordHandle record, int fieldid, int* fieldtype) {
+  if (record->record == nullptr) return nullptr;
+  const ZtDataField* const field = column(database, record, fieldid);
+  if (field == nullptr) return nullptr;
+  *fieldtype = field->type;
+  return field_bytes(record->record, *field);
+}
+
+int ZtGetRecordId(ZtDbHandle database, ZtRecordHandle record) {
+  if (record->record != nullptr) return static_cast<int>(id_of(record->record));
+  report(database, ZT_ERR_GENERAL, message::no_record);
+  return 0;
+}
+
+int ZtGetCols(ZtDbHandle database, ZtRecordHandle record) {
+  const ZtTable* const table = table_at(database, record->tableid);
+  return table == nullptr ? 0 : static_cast<int>(table->fielddescrible.size());
+}
+
+char* ZtGetColName(ZtDbHandle database, ZtRecordHandle record, int col) {
+  const ZtDataField* const field = column(database, record, col);
+  return field == nullptr ? nullptr : const_cast<char*>(field->name);
+}
+
+int ZtGetColType(ZtDbHandle database, ZtRecordHandle record, int col) {
+  const ZtDataField* const field = column(database, record, col);
+  return field == nullptr ? 0 : field->type;
+}
+
+int ZtGetColSize(ZtDbHandle database, ZtRecordHandle record, int col) {
+  const ZtDataField* const field = column(database, record, col);
+  return field == nullptr ? 0 : field->length;
+}
+
+int ZtGetColDecimal(ZtDbHandle database, ZtRecordHandle record, int col) {
+  const ZtDataField* const field = column(database, record, col);
+  return field == nullptr ? 0 : field->decimal;
+}
+
+char* ZtGetColData(ZtDbHandle database, ZtRecordHandle record, int col) {
+  if (table_of_record(database, record) == nullptr) return nullptr;
+  const ZtDataField* const field = column(database, record, col);
+  return field == nullptr ? nullptr : field_bytes(record->record, *field);
+}

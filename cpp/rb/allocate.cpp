@@ -1,0 +1,49 @@
+// The allocator: node slots, data blocks and tree heads. Only the one writer calls it. A block is zeroed before its
+// front is published, so whoever sees the new front sees zeros and not what a reset left there.
+#include <cstring>
+
+#include "base/fatal.h"
+#include "rb.h"
+#include "rb_fronts.h"
+
+using cachet::Fronts;
+
+char* Rb_node_malloc(Rb_base* base) {
+  Fronts fronts = Fronts::of(base);
+  const std::int64_t slot = fronts.take_node();
+  if (slot < 0) cachet::fatal::out_of_shared_memory("Rb_node_malloc");
+  char* const address = address_of(base, cachet::FlatOffset{slot});
+  std::memset(address, 0, cachet::slot_bytes);
+  cachet::store_release<ZTINT8>(&base->memory->nodeoffset, fronts.node);
+  return address;
+}
+
+char* Rb_data_malloc(Rb_base* base, int size, int aligsize, bool alig) {
+  Fronts fronts = Fronts::of(base);
+  const std::int64_t block = fronts.take_data(size, aligsize, alig);
+  if (block < 0) cachet::fatal::out_of_shared_memory("Rb_data_malloc");
+  char* const address = address_of(base, cachet::FlatOffset{block});
+  std::memset(address, 0, static_cast<std::size_t>(cachet::round_up(size, 8)));
+  cachet::store_release<ZTINT8>(&base->memory->dataoffset, fronts.data);
+  return address;
+}
+
+// An empty tree: the head is its own first and last node and its own root.
+Rb_node make_rb_ext(Rb_base* base) {
+  const Rb_node head = reinterpret_cast<Rb_node>(Rb_node_malloc(base));
+  const std::uint32_t self = value_of(node_number_of(base, head));
+  head->c.list.flink = self;
+  head->c.list.blink = self;
+  head->p.root = self;
+  head->s = RB_HEAD;
+  base->memory->rb_count += 1;
+  return head;
+}
+
+Rb_node make_rb(Rb_base* base) {
+  if (!base->exist) return make_rb_ext(base);
+  const std::int64_t slot = cachet::next_node_slot(base->nodeoffset);
+  base->nodeoffset = slot + cachet::slot_bytes;
+  base->rb_count += 1;
+  return reinterpret_cast<Rb_node>(address_of(base, cachet::FlatOffset{slot}));
+}

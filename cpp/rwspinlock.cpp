@@ -1,0 +1,245 @@
+// The protocol of a slot. All words of a slot change under its spin lock, which is never held across a wait.
+//
+//   write:  held or waited for?  --no-->  W1 += 1, in
+//              | yes: W2 += 1, sleep on the writer semaphore until W1 = 0; W2 -= 1, W1 += 1, in
+//   read:   held by a writer?    --no-->  W3 += 1, in
+//              | yes: W4 += 1, sleep on the reader semaphore until W1 = 0 and either no writer waits or an unlock
+//              |      has let the readers go since; W4 -= 1, W3 += 1, in
+//   unlock: W1 -= 1; a writer waits: one post for writers; else one post for each waiting reader
+//
+// A wake-up is only a hint. Posts are made before the spin lock is given back, so no releaser can die between the two;
+// waits end after at most 200 ms to look again, so no lost post, dead waiter or removed semaphore blocks for ever.
+#include "rwspinlock.h"
+
+#include <sys/shm.h>
+
+#include <cerrno>
+#include <ctime>
+#include <string>
+
+#include "base/messages.h"
+#include "shared_word.h"
+
+namespace {
+
+constexpr int lock_key_id = 1;
+constexpr int lock_semaphore_id = 1;
+constexpr int lock_semaphore_max = 100;
+constexpr int page_bytes = 8192;
+constexpr int slot_count = 2;
+constexpr int slot_bytes = 20;
+constexpr int read_level = 0;
+constexpr int write_level = 1;
+constexpr int slice_ms = 200;
+constexpr long pause_without_semaphore_ns = 2'000'000;
+
+// The words of a slot, and behind both slots the library's own bookkeeping.
+//
+//   byte   0        20       40     64                            72               8192
+//          +--------+--------+------+-----------------------------+ - - - - - - - -+
+//          | slot 0 | slot 1 | free | reader releases of slot 0, 1|      free      |
+//          +--------+--------+------+-----------------------------+ - - - - - - - -+
+constexpr int releases_at = 64;
+
+class Slot {
+ public:
+  Slot(char* page, int lockid) : words_(page + lockid * slot_bytes), releases_(page + releases_at + lockid * 4) {}
+
+  auto writers_holding() const { return word(1); }
+  auto writers_waiting() const { return word(2); }
+  auto readers_holding() const { return word(3); }
+  auto readers_waiting() const { return word(4); }
+  // Raised by every unlock that lets the waiting readers go.
+  auto reader_releases() const { return cachet::shared_word<std::int32_t>(releases_); }
+
+ private:
+  std::atomic_ref<std::int32_t> word(int index) const {
+    return cachet::shared_word<std::int32_t>(words_ + index * 4);
+  }
+  char* words_;
+  char* releases_;
+};
+
+class SpinGuard {
+ public:
+  explicit SpinGuard(Cspinlock& lock) : lock_(lock) { lock_.Lock(); }
+  ~SpinGuard() { lock_.Unlock(); }
+  SpinGuard(const SpinGuard&) = delete;
+  SpinGuard& operator=(const SpinGuard&) = delete;
+
+ private:
+  Cspinlock& lock_;
+};
+
+// A count that a dead process left behind may be taken back twice; it never goes below zero.
+void take_one_off(std::atomic_ref<std::int32_t> count) {
+  if (count.load() > 0) count.fetch_sub(1);
+}
+
+void wait_for_hint(Cztsema& semaphore) {
+  if (semaphore.Wait(slice_ms) == 1 || errno == EAGAIN || errno == EINTR) return;
+  const timespec pause{0, pause_without_semaphore_ns};
+  nanosleep(&pause, nullptr);
+}
+
+// Sleeps, with the spin lock released, until `may_enter` holds under it.
+template <class MayEnter>
+void wait_until(Cspinlock& spin, Cztsema& semaphore, const MayEnter& may_enter) {
+  do {
+    spin.Unlock();
+    wait_for_hint(semaphore);
+    spin.Lock();
+  } while (!may_enter());
+}
+
+bool segment_exists(int id) {
+  struct shmid_ds status;
+  return shmctl(id, IPC_STAT, &status) == 0;
+}
+
+std::string semaphore_name(const char* name, int lockid, const char* kind) {
+  return std::string(name) + "." + std::to_string(lockid + 1) + "." + kind + ".s";
+}
+
+template <class Each>
+bool for_each_semaphore(Crwspinlock& lock, const char* name, const Each& each) {
+  for (int id = 0; id < slot_count; ++id) {
+    if (!each(lock.m_r_sema[id], semaphore_name(name, id, "r"))) return false;
+    if (!each(lock.m_w_sema[id], semaphore_name(name, id, "w"))) return false;
+  }
+  return true;
+}
+
+void bind_slots(Crwspinlock& lock) {
+  for (int id = 0; id < slot_count; ++id) lock.m_lock[id].Set(lock.m_lockpage.m_p + id * slot_bytes);
+}
+
+bool is_slot(int lockid) { return lockid >= 0 && lockid < slot_count; }
+
+}  // namespace
+
+Crwspinlock::Crwspinlock() = default;
+
+bool Crwspinlock::Create(char* name, int dbsesion_mode) {
+  const std::string page = std::string(name) + ".lk";
+  if (!m_lockpage.Create(page.c_str(), lock_key_id, page_bytes, false)) return false;
+  bind_slots(*this);
+  if (!m_dbsessions.CreateContainer(name, dbsesion_mode)) {
+    cachet::message::print_line(cachet::message::create_sessions_failed, name);
+    return false;
+  }
+  m_open = for_each_semaphore(*this, name, [](Cztsema& semaphore, const std::string& semaphore_name) {
+    return semaphore.Create(semaphore_name.c_str(), lock_key_id, lock_semaphore_id, lock_semaphore_max);
+  });
+  return m_open;
+}
+
+bool Crwspinlock::Open(char* name, int dbsesion_mode) {
+  const std::string page = std::string(name) + ".lk";
+  if (!m_lockpage.Open(page.c_str(), lock_key_id, false)) return false;
+  bind_slots(*this);
+  if (!m_dbsessions.OpenContainer(name, dbsesion_mode)) {
+    cachet::message::print_line(cachet::message::open_sessions_failed, name);
+    return false;
+  }
+  m_open = for_each_semaphore(*this, name, [](Cztsema& semaphore, const std::string& semaphore_name) {
+    return semaphore.Open(semaphore_name.c_str(), lock_key_id, lock_semaphore_id);
+  });
+  return m_open;
+}
+
+bool Crwspinlock::IsOpen() const { return m_open; }
+
+bool Crwspinlock::WriterHolds(int lockid) const {
+  return m_open && is_slot(lockid) && Slot(m_lockpage.m_p, lockid).writers_holding().load() > 0;
+}
+
+bool Crwspinlock::Lock(int lockid, int locklevel) {
+  if (!m_open || !is_slot(lockid) || (locklevel != read_level && locklevel != write_level)) return false;
+  const Slot slot(m_lockpage.m_p, lockid);
+  Cspinlock& spin = m_lock[lockid];
+  const SpinGuard guard(spin);
+
+  if (locklevel == write_level) {
+    if (slot.writers_waiting().load() > 0 || slot.writers_holding().load() > 0) {
+      slot.writers_waiting().fetch_add(1);
+      m_dbsessions.InsertSession(WTWRITE);
+      wait_until(spin, m_w_sema[lockid], [&] { return slot.writers_holding().load() == 0; });
+      take_one_off(slot.writers_waiting());
+      m_dbsessions.EraseSession(WTWRITE, nullptr);
+    }
+    slot.writers_holding().fetch_add(1);
+    m_dbsessions.InsertSession(INWRITE);
+    return true;
+  }
+
+  if (slot.writers_holding().load() > 0) {
+    slot.readers_waiting().fetch_add(1);
+    m_dbsessions.InsertSession(WTREAD);
+    const std::int32_t releases_before = slot.reader_releases().load();
+    wait_until(spin, m_r_sema[lockid], [&] {
+      return slot.writers_holding().load() == 0 &&
+             (slot.writers_waiting().load() == 0 || slot.reader_releases().load() != releases_before);
+    });
+    take_one_off(slot.readers_waiting());
+    m_dbsessions.EraseSession(WTREAD, nullptr);
+  }
+  slot.readers_holding().fetch_add(1);
+  m_dbsessions.InsertSession(INREAD);
+  return true;
+}
+
+void Crwspinlock::Unlock(int lockid, int locklevel, int stype, char* sid) {
+  if (!m_open || !is_slot(lockid) || (locklevel != read_level && locklevel != write_level)) return;
+  const Slot slot(m_lockpage.m_p, lockid);
+  const SpinGuard guard(m_lock[lockid]);
+
+  if (stype == WTWRITE) {
+    take_one_off(slot.writers_waiting());
+    m_dbsessions.EraseSession(WTWRITE, sid);
+  } else if (stype == WTREAD) {
+    take_one_off(slot.readers_waiting());
+    m_dbsessions.EraseSession(WTREAD, sid);
+  } else if (locklevel == read_level) {
+    take_one_off(slot.readers_holding());
+    m_dbsessions.EraseSession(INREAD, sid);
+  } else {
+    take_one_off(slot.writers_holding());
+    m_dbsessions.EraseSession(INWRITE, sid);
+    if (slot.writers_waiting().load() > 0) {
+      m_w_sema[lockid].Release();
+    } else if (const std::int32_t waiting = slot.readers_waiting().load(); waiting > 0) {
+      slot.reader_releases().fetch_add(1);
+      for (std::int32_t i = 0; i < waiting; ++i) m_r_sema[lockid].Release();
+    }
+  }
+}
+
+void Crwspinlock::Close() {
+  m_open = false;
+  if (m_lockpage.m_p == nullptr) return;
+  const int page_id = m_lockpage.m_shamemid;
+  m_lockpage.Close(false);
+  m_dbsessions.Close();
+  for (Cspinlock& lock : m_lock) lock.Set(nullptr);
+  // Who is last is decided after the own detach: two that leave together both saw the other before it.
+  if (segment_exists(page_id)) return;
+  for (int id = 0; id < slot_count; ++id) {
+    m_r_sema[id].Close();
+    m_w_sema[id].Close();
+  }
+  Delete();
+}
+
+void Crwspinlock::Delete() {
+  for (int id = 0; id < slot_count; ++id) {
+    m_r_sema[id].Delete();
+    m_w_sema[id].Delete();
+  }
+  m_lockpage.Delete();
+  m_dbsessions.Delete();
+}
+
+bool Crwspinlock::GetSessions(std::vector<TransInfo>& sessions, int stype) {
+  return m_dbsessions.GetSessions(sessions, stype);
+}
