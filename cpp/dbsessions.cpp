@@ -23,7 +23,9 @@ constexpr int in_use = 1;
 using SidText = std::array<char, 49>;
 using TimeText = std::array<char, sizeof(TransInfo::info)>;
 
-std::string container_name(const char* name) { return std::string(name) + "_session_shmname"; }
+std::string container_name(const char* name) {
+  return std::string(name) + "_session_shmname";
+}
 
 std::span<MemBlock> area_of(const DBSessions& sessions, int type) {
   MemBlock* const areas[] = {sessions.wtread_ssions_, sessions.inread_ssions_, sessions.wtwrite_ssions_,
@@ -32,7 +34,9 @@ std::span<MemBlock> area_of(const DBSessions& sessions, int type) {
   return {areas[type], entries_per_type};
 }
 
-bool is_used(const MemBlock& entry) { return cachet::load_acquire<int>(&entry.status) == in_use; }
+bool is_used(const MemBlock& entry) {
+  return cachet::load_acquire<int>(&entry.status) == in_use;
+}
 
 SidText sid_of_caller() {
   SidText sid{};
@@ -143,11 +147,15 @@ void DBSessions::PrintSession() {
   }
 }
 
-bool DBSessions::ProcessIsAlive(unsigned long pid) { return kill(static_cast<pid_t>(pid), 0) == 0; }
+bool DBSessions::ProcessIsAlive(unsigned long pid) {
+  return kill(static_cast<pid_t>(pid), 0) == 0;
+}
 
 void DBSessions::Close() {
   container_shm_.Close(false);
   shm_base_addr_ = nullptr;
 }
 
-void DBSessions::Delete() { container_shm_.Delete(); }
+void DBSessions::Delete() {
+  container_shm_.Delete();
+}

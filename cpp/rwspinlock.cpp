@@ -3,12 +3,13 @@
 //   write:  held or waited for?  --no-->  W1 += 1, in
 //              | yes: W2 += 1, sleep on the writer semaphore until W1 = 0; W2 -= 1, W1 += 1, in
 //   read:   held by a writer?    --no-->  W3 += 1, in
-//              | yes: W4 += 1, sleep on the reader semaphore until W1 = 0 and either no writer waits or an unlock
-//              |      has let the readers go since; W4 -= 1, W3 += 1, in
+//              | yes: W4 += 1, sleep on the reader semaphore until W1 = 0 and either no writer waits or an
+//              unlock |      has let the readers go since; W4 -= 1, W3 += 1, in
 //   unlock: W1 -= 1; a writer waits: one post for writers; else one post for each waiting reader
 //
-// A wake-up is only a hint. Posts are made before the spin lock is given back, so no releaser can die between the two;
-// waits end after at most 200 ms to look again, so no lost post, dead waiter or removed semaphore blocks for ever.
+// A wake-up is only a hint. Posts are made before the spin lock is given back, so no releaser can die between
+// the two; waits end after at most 200 ms to look again, so no lost post, dead waiter or removed semaphore
+// blocks for ever.
 #include "rwspinlock.h"
 
 #include <sys/shm.h>
@@ -43,7 +44,8 @@ constexpr int releases_at = 64;
 
 class Slot {
  public:
-  Slot(char* page, int lockid) : words_(page + lockid * slot_bytes), releases_(page + releases_at + lockid * 4) {}
+  Slot(char* page, int lockid)
+      : words_(page + lockid * slot_bytes), releases_(page + releases_at + lockid * 4) {}
 
   auto writers_holding() const { return word(1); }
   auto writers_waiting() const { return word(2); }
@@ -114,7 +116,9 @@ void bind_slots(Crwspinlock& lock) {
   for (int id = 0; id < slot_count; ++id) lock.m_lock[id].Set(lock.m_lockpage.m_p + id * slot_bytes);
 }
 
-bool is_slot(int lockid) { return lockid >= 0 && lockid < slot_count; }
+bool is_slot(int lockid) {
+  return lockid >= 0 && lockid < slot_count;
+}
 
 }  // namespace
 
@@ -148,7 +152,9 @@ bool Crwspinlock::Open(char* name, int dbsesion_mode) {
   return m_open;
 }
 
-bool Crwspinlock::IsOpen() const { return m_open; }
+bool Crwspinlock::IsOpen() const {
+  return m_open;
+}
 
 bool Crwspinlock::WriterHolds(int lockid) const {
   return m_open && is_slot(lockid) && Slot(m_lockpage.m_p, lockid).writers_holding().load() > 0;

@@ -15,7 +15,9 @@ constexpr int pauses_before_yield = 64;
 Cspinlock::Cspinlock() : m_p(nullptr) {}
 Cspinlock::~Cspinlock() = default;
 
-void Cspinlock::Set(char* p) { m_p = reinterpret_cast<std::int32_t*>(p); }
+void Cspinlock::Set(char* p) {
+  m_p = reinterpret_cast<std::int32_t*>(p);
+}
 
 bool Cspinlock::Lock() {
   if (m_p == nullptr) return false;

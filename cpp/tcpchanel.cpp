@@ -39,13 +39,17 @@ void set_blocking(int socket, bool blocking) {
 
 }  // namespace
 
-VemroTcpChanel::VemroTcpChanel() : m_errno(0), m_socket(-1), m_bind(true) { Init(); }
+VemroTcpChanel::VemroTcpChanel() : m_errno(0), m_socket(-1), m_bind(true) {
+  Init();
+}
 
 VemroTcpChanel::~VemroTcpChanel() {
   if (m_bind) Close();
 }
 
-void VemroTcpChanel::Init() { m_socket = -1; }
+void VemroTcpChanel::Init() {
+  m_socket = -1;
+}
 
 bool VemroTcpChanel::Create(bool blocked) {
   m_socket = socket(AF_INET, SOCK_STREAM, 0);
@@ -89,4 +93,6 @@ void VemroTcpChanel::Close() {
   }
 }
 
-int VemroTcpChanel::GetLastError() { return errno; }
+int VemroTcpChanel::GetLastError() {
+  return errno;
+}

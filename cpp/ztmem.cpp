@@ -87,7 +87,9 @@ bool Cztshamem::Open(const char* name, int keyid, bool /*portable_shm*/) {
   return true;
 }
 
-int Cztshamem::usercount() { return m_shamemid < 0 ? 0 : static_cast<int>(attachments_of(m_shamemid)); }
+int Cztshamem::usercount() {
+  return m_shamemid < 0 ? 0 : static_cast<int>(attachments_of(m_shamemid));
+}
 
 void Cztshamem::Close(bool /*portable_shm*/) {
   if (m_p != nullptr) shmdt(m_p);

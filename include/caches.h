@@ -1,5 +1,5 @@
-// The record behind a database handle, the per-process descriptors, the stored records and keys, and the calls that the
-// parts of the library (and programs built on its internals) share.
+// The record behind a database handle, the per-process descriptors, the stored records and keys, and the
+// calls that the parts of the library (and programs built on its internals) share.
 #ifndef CACHET_CACHES_H
 #define CACHET_CACHES_H
 
@@ -55,10 +55,10 @@ struct ZtRecord {
 
 // One field of a key. In the shared memory `data` is a flat offset, in a condition an address.
 struct ZtIndexField {
-  char* data;            //  0
-  signed char type;      //  8
-  unsigned char reverse; //  9
-  short length;          // 10  bytes, up to 65535 as the unsigned value
+  char* data;             //  0
+  signed char type;       //  8
+  unsigned char reverse;  //  9
+  short length;           // 10  bytes, up to 65535 as the unsigned value
 };
 
 // A key. A stored one (sharememory = 1) heads the two lists of the records that carry it:
@@ -66,7 +66,8 @@ struct ZtIndexField {
 //   ZtIndexItem            ZtIndexNode            ZtIndexNode            ZtIndexNode
 //   originhead ----------> originnext ----------> originnext ----------> 0
 //   origintail -------------------------------------------------------------^  (likewise back by originprev)
-//   curenthead ----------> curentnext --------------------------------->  (a record that a cursor unlinked is left out)
+//   curenthead ----------> curentnext --------------------------------->  (a record that a cursor unlinked is
+//   left out)
 struct ZtIndexItem {
   ZtIndexField* index;        //  0  address, or flat offset in the shared memory
   signed char point;          //  8  fields filled in; only these are compared
@@ -184,9 +185,9 @@ struct ZtDb {
   int reuse_shmmap = 0;
 
   // The handle's own state, behind the documented fields.
-  int creator_pid = 0;                          // who made the handle; a forked child is somebody else
-  std::vector<int> tables_to_unmark;            // marked tables whose copies a reset dropped
-  std::vector<cachet::IndexPlace> index_places; // scratch of an insert
+  int creator_pid = 0;                           // who made the handle; a forked child is somebody else
+  std::vector<int> tables_to_unmark;             // marked tables whose copies a reset dropped
+  std::vector<cachet::IndexPlace> index_places;  // scratch of an insert
 };
 
 /* ---- internal calls ---- */
@@ -199,8 +200,8 @@ CACHET_API void ZtSetError(ZtDbHandle database, int errcode, const char* format,
 // Attaches a database known to be complete, and loads catalog and heads; no file lock, no version check.
 CACHET_API bool ZtConnectDb(ZtDbHandle* database, const char* path, const char* name, int mode);
 
-// Compare keys (ZtIndexItem) and record ids (ZtListItem). POSITIVE when key1 orders before key2: the trees run from
-// the largest key to the smallest. Only key1's types count, and only the fields that both keys have.
+// Compare keys (ZtIndexItem) and record ids (ZtListItem). POSITIVE when key1 orders before key2: the trees
+// run from the largest key to the smallest. Only key1's types count, and only the fields that both keys have.
 CACHET_API int ZtComp(Rb_base* base, void* key1, void* key2);
 CACHET_API int ZtComp2(Rb_base* base, void* key1, void* key2);
 
@@ -219,8 +220,8 @@ CACHET_API bool ZtLockPosition(ZtDbHandle database, int p);
 CACHET_API void ZtUnLockPosition(ZtDbHandle database, int p);
 CACHET_API void ZtUnLock(ZtDbHandle database);
 
-// Cursor steps return a code (1 stands, 2 exhausted, 3 and 4 unlink and go on, 5 and 6 step again); loops run the
-// steps until 1 or 2. The Move forms begin by unlinking the deleted record the cursor stands on.
+// Cursor steps return a code (1 stands, 2 exhausted, 3 and 4 unlink and go on, 5 and 6 step again); loops run
+// the steps until 1 or 2. The Move forms begin by unlinking the deleted record the cursor stands on.
 CACHET_API int ZtInNextRecord(ZtDbHandle database, ZtConditionHandle condition);
 CACHET_API int ZtInPrevRecord(ZtDbHandle database, ZtConditionHandle condition);
 CACHET_API int ZtInMoveNextRecord(ZtDbHandle database, ZtConditionHandle condition);

@@ -51,9 +51,9 @@ extern "C" {
 /* Types and constants                                                                                     */
 /* ------------------------------------------------------------------------------------------------------- */
 
-typedef struct ZtDb* ZtDbHandle;                 /* an attached database */
-typedef struct ZtRecordRow* ZtRecordHandle;      /* a row being built, or a stored row */
-typedef struct ZtCondition* ZtConditionHandle;   /* a search key and the cursor of its results */
+typedef struct ZtDb* ZtDbHandle;               /* an attached database */
+typedef struct ZtRecordRow* ZtRecordHandle;    /* a row being built, or a stored row */
+typedef struct ZtCondition* ZtConditionHandle; /* a search key and the cursor of its results */
 
 typedef long long ZTINT8;
 typedef char ZTCHAR;
@@ -80,13 +80,7 @@ enum {
 };
 
 /* Comparison operators of ZtFindRecord. */
-enum {
-  ZT_OP_LESS = 1,
-  ZT_OP_LESS_EQUAL = 2,
-  ZT_OP_EQUAL = 3,
-  ZT_OP_GREATER_EQUAL = 4,
-  ZT_OP_GREATER = 5
-};
+enum { ZT_OP_LESS = 1, ZT_OP_LESS_EQUAL = 2, ZT_OP_EQUAL = 3, ZT_OP_GREATER_EQUAL = 4, ZT_OP_GREATER = 5 };
 
 /* Access modes of ZtOpenDb. */
 enum { ZT_MODE_READ_ONLY = 1, ZT_MODE_READ_WRITE = 2 };
@@ -100,12 +94,12 @@ enum { ZT_INDEX_DUPLICATES = 0, ZT_INDEX_UNIQUE = 1 };
 /* Error codes. */
 enum {
   ZT_OK = 0,
-  ZT_ERR_NO_MEMORY = -1003,    /* the free shared memory is too small for the record */
-  ZT_ERR_READ_ONLY = -1004,    /* a write on a read-only handle, or a change of an indexed field */
-  ZT_ERR_BAD_OPERATOR = -1007, /* an unknown comparison operator */
-  ZT_ERR_GENERAL = -1008,      /* every other failure; the text says which */
-  ZT_ERR_DUPLICATE_KEY = -1009,/* a live record has the same key in a unique index */
-  ZT_ERR_IMAGE_VERSION = -1010 /* an image of another version */
+  ZT_ERR_NO_MEMORY = -1003,     /* the free shared memory is too small for the record */
+  ZT_ERR_READ_ONLY = -1004,     /* a write on a read-only handle, or a change of an indexed field */
+  ZT_ERR_BAD_OPERATOR = -1007,  /* an unknown comparison operator */
+  ZT_ERR_GENERAL = -1008,       /* every other failure; the text says which */
+  ZT_ERR_DUPLICATE_KEY = -1009, /* a live record has the same key in a unique index */
+  ZT_ERR_IMAGE_VERSION = -1010  /* an image of another version */
 };
 
 /* Size of the buffer that ZtGetError fills, in bytes. */
@@ -117,7 +111,8 @@ enum { ZT_ERRMSG_SIZE = 300 };
 
 /*
  * Creates the database `path`//`name` with `size` bytes of shared memory (192 bytes to 100 GiB; the memory is
- * sparse until touched) and takes the exclusive file lock, so that nobody can open it before its tables exist.
+ * sparse until touched) and takes the exclusive file lock, so that nobody can open it before its tables
+ * exist.
  *
  *   ZtCreateDb -> ZtAddTable, ZtAddField, ZtAddIndex, ZtAddIndexField ... -> ZtSaveDbInfo -> ZtLoadDb
  *              -> ZtUnLockDb -> use -> ZtDeleteDb
@@ -128,9 +123,9 @@ enum { ZT_ERRMSG_SIZE = 300 };
  *
  * Unattached shared memory left by a crashed database of this name is replaced.
  * Blocks while another process holds the file lock.
- * Errors, all -1008: the lock cannot be created, which is also how a database in use is refused; the file lock
- * fails; the memory cannot be made (the text has the file and errno; also a name over 79 bytes or a size out of
- * range).
+ * Errors, all -1008: the lock cannot be created, which is also how a database in use is refused; the file
+ * lock fails; the memory cannot be made (the text has the file and errno; also a name over 79 bytes or a size
+ * out of range).
  */
 CACHET_API bool ZtCreateDb(ZtDbHandle* database, const char* path, const char* name, const char* version,
                            ZTINT8 size, int dbsesion_mode);
@@ -142,41 +137,42 @@ CACHET_API bool ZtCreateDb(ZtDbHandle* database, const char* path, const char* n
  *   ZtOpenDb -> ZtLoadDbInfo -> ZtLoadDb -> ZtUnLockDb -> use -> ZtDeleteDb
  *
  * `mode`: ZT_MODE_READ_ONLY maps the memory read-only, ZT_MODE_READ_WRITE writable.
- * `port`, `isolate`: with `isolate` the memory is mapped read-only and changes go to the manager that listens on
- *   127.0.0.1:`port`. This release cannot log in to a manager yet: such an open always fails, with the
+ * `port`, `isolate`: with `isolate` the memory is mapped read-only and changes go to the manager that listens
+ * on 127.0.0.1:`port`. This release cannot log in to a manager yet: such an open always fails, with the
  *   "connecting" text when nobody listens and with the "login" text when somebody does.
  * `reuse_shmmap`: nonzero reuses the process's first attachment instead of a new one; it must be this very
  *   database, still attached. Such a handle detaches nothing; it must not outlive the one that attached.
- * `shmrcset_mode`: 0 keeps rollback copies in process memory. 1 asks for the shared rollback store, which this
- *   release does not have yet: the open fails.
- * `dbsesion_mode`: as for ZtCreateDb.
- * The handle is stored in *database also on failure, and is ended with ZtDeleteDb in both cases.
+ * `shmrcset_mode`: 0 keeps rollback copies in process memory. 1 asks for the shared rollback store, which
+ * this release does not have yet: the open fails. `dbsesion_mode`: as for ZtCreateDb. The handle is stored in
+ * *database also on failure, and is ended with ZtDeleteDb in both cases.
  *
  * Errors, all -1008, file lock released: the file lock; the memory (no such database, or one that cannot be
- * attached); the version, after the memory was attached; and for a read-write handle a lock page that cannot be
- * opened: a read-only handle opens without it, and its lock calls return false.
+ * attached); the version, after the memory was attached; and for a read-write handle a lock page that cannot
+ * be opened: a read-only handle opens without it, and its lock calls return false.
  */
-CACHET_API bool ZtOpenDb(ZtDbHandle* database, const char* path, const char* name, const char* version, int mode,
-                         int port, bool isolate, int reuse_shmmap, int shmrcset_mode, int dbsesion_mode);
+CACHET_API bool ZtOpenDb(ZtDbHandle* database, const char* path, const char* name, const char* version,
+                         int mode, int port, bool isolate, int reuse_shmmap, int shmrcset_mode,
+                         int dbsesion_mode);
 
 /*
- * Ends a handle and frees it, also one whose opening failed. A local handle inside a transaction rolls it back
- * and releases its locks first. The last process to leave removes the shared memory and the key files.
+ * Ends a handle and frees it, also one whose opening failed. A local handle inside a transaction rolls it
+ * back and releases its locks first. The last process to leave removes the shared memory and the key files.
  * Conditions and rows are not freed: close them before. A null handle is ignored.
  */
 CACHET_API void ZtDeleteDb(ZtDbHandle database);
 
 /*
- * Makes the tree heads of every table and index (creator), or finds them (everybody else). Once per handle, after
- * ZtSaveDbInfo or ZtLoadDbInfo. Ends the process with status 0 when the memory has no room for the heads.
+ * Makes the tree heads of every table and index (creator), or finds them (everybody else). Once per handle,
+ * after ZtSaveDbInfo or ZtLoadDbInfo. Ends the process with status 0 when the memory has no room for the
+ * heads.
  */
 CACHET_API void ZtLoadDb(ZtDbHandle database);
 
 /*
- * Empties the whole database in place; the tables stay. Other processes see the empty tables without reloading.
- * Takes no lock: hold ZtLockDb(database, ZT_LOCK_EXCLUSIVE) and let no cursor live across it. Before-images that
- * this handle keeps are dropped with the records they belong to.
- * Errors: -1008 on a read-only handle.
+ * Empties the whole database in place; the tables stay. Other processes see the empty tables without
+ * reloading. Takes no lock: hold ZtLockDb(database, ZT_LOCK_EXCLUSIVE) and let no cursor live across it.
+ * Before-images that this handle keeps are dropped with the records they belong to. Errors: -1008 on a
+ * read-only handle.
  */
 CACHET_API void ZtResetDb(ZtDbHandle database);
 
@@ -191,8 +187,8 @@ CACHET_API bool ZtLockDb(ZtDbHandle database, int mode);
 CACHET_API void ZtUnLockDb(ZtDbHandle database);
 
 /*
- * Copies the last error's code to *errcode and its text with its NUL to `errmsg` (ZT_ERRMSG_SIZE bytes). Code 0
- * and an empty text before the first error. The error is not cleared.
+ * Copies the last error's code to *errcode and its text with its NUL to `errmsg` (ZT_ERRMSG_SIZE bytes). Code
+ * 0 and an empty text before the first error. The error is not cleared.
  */
 CACHET_API void ZtGetError(ZtDbHandle database, int* errcode, char* errmsg);
 
@@ -202,12 +198,13 @@ CACHET_API void ZtSetErrorHandle(ZtDbHandle database, ZtErrorHandle callback);
 /* The library's build text. Static storage; any thread. */
 CACHET_API const char* ZtGetLibVersion(void);
 
-/* The version text given at creation, inside the shared memory: valid until ZtDeleteDb. Null when not attached. */
+/* The version text given at creation, inside the shared memory: valid until ZtDeleteDb. Null when not
+ * attached. */
 CACHET_API const char* ZtGetDbVersion(ZtDbHandle database);
 
 /*
- * `size`: all bytes of the database; `used`: bytes taken by header, catalog, tree nodes and records. Reads two
- * counters without a lock. Both are 0 on a handle that is not attached.
+ * `size`: all bytes of the database; `used`: bytes taken by header, catalog, tree nodes and records. Reads
+ * two counters without a lock. Both are 0 on a handle that is not attached.
  */
 CACHET_API void ZtMemoryInfo(ZtDbHandle database, ZTINT8* size, ZTINT8* used);
 
@@ -230,7 +227,8 @@ CACHET_API void ZtSaveDbInfo(ZtDbHandle database);
 CACHET_API void ZtLoadDbInfo(ZtDbHandle database);
 
 /* ------------------------------------------------------------------------------------------------------- */
-/* Schema: only between ZtCreateDb and ZtSaveDbInfo. Ids are positions, counted from 0 in order of definition.*/
+/* Schema: only between ZtCreateDb and ZtSaveDbInfo. Ids are positions, counted from 0 in order of
+ * definition.*/
 /* An id out of range, a negative length or a null name reports -1008 and adds nothing.                    */
 /* ------------------------------------------------------------------------------------------------------- */
 
@@ -238,19 +236,21 @@ CACHET_API void ZtLoadDbInfo(ZtDbHandle database);
 CACHET_API void ZtAddTable(ZtDbHandle database, const char* name);
 
 /*
- * Adds a field behind the table's last one. `name`: at most 79 bytes. `type`: a FIELD_ code; others are stored as
- * raw bytes that no key compares. `length`: width in bytes, not checked against the type. `decimal`: for
- * FIELD_DOUBLE the places that values are rounded to, -1 for none. A field must start within the first 32767
- * bytes of the record.
+ * Adds a field behind the table's last one. `name`: at most 79 bytes. `type`: a FIELD_ code; others are
+ * stored as raw bytes that no key compares. `length`: width in bytes, not checked against the type.
+ * `decimal`: for FIELD_DOUBLE the places that values are rounded to, -1 for none. A field must start within
+ * the first 32767 bytes of the record.
  */
-CACHET_API void ZtAddField(ZtDbHandle database, int tableid, const char* name, int type, int length, int decimal);
+CACHET_API void ZtAddField(ZtDbHandle database, int tableid, const char* name, int type, int length,
+                           int decimal);
 
-/* Adds an index to the table. `name`: at most 79 bytes. `indextype`: ZT_INDEX_UNIQUE or ZT_INDEX_DUPLICATES. */
+/* Adds an index to the table. `name`: at most 79 bytes. `indextype`: ZT_INDEX_UNIQUE or ZT_INDEX_DUPLICATES.
+ */
 CACHET_API void ZtAddIndex(ZtDbHandle database, int tableid, const char* name, int indextype);
 
 /*
- * Adds a field to an index, most significant first; at most 127 to one index. The field of a stored record cannot
- * be changed from then on.
+ * Adds a field to an index, most significant first; at most 127 to one index. The field of a stored record
+ * cannot be changed from then on.
  */
 CACHET_API void ZtAddIndexField(ZtDbHandle database, int tableid, int indexid, int fieldid);
 
@@ -261,12 +261,13 @@ CACHET_API void ZtAddIndexField(ZtDbHandle database, int tableid, int indexid, i
 /* Makes an empty record handle; the caller ends it with ZtCloseRecord. Process-local; needs no database. */
 CACHET_API void ZtCreateRecord(ZtRecordHandle* record);
 
-/* Makes `destination` name the same row as `source`. Both share one buffer: close only one of them with it. */
+/* Makes `destination` name the same row as `source`. Both share one buffer: close only one of them with it.
+ */
 CACHET_API void ZtDupRecord(ZtRecordHandle source, ZtRecordHandle destination);
 
 /*
- * Frees the handle; with a read-only database also the private copy in it. A row from ZtNewRecord that was never
- * stored is not freed by it: store it, or let it go.
+ * Frees the handle; with a read-only database also the private copy in it. A row from ZtNewRecord that was
+ * never stored is not freed by it: store it, or let it go.
  */
 CACHET_API void ZtCloseRecord(ZtDbHandle database, ZtRecordHandle record);
 
@@ -284,15 +285,15 @@ CACHET_API bool ZtNewRecord(ZtDbHandle database, int tableid, ZtRecordHandle rec
  * Sets a field from `data`, which holds the value in its stored form: as many bytes as the field is wide (a
  * FIELD_DOUBLE 8, a FIELD_STRING the whole slot). A text's last byte becomes 0; a double is rounded to its
  * decimals. In a stored record the change is made in place at once, after its before-image was kept.
- * Errors: -1004 on a read-only handle, or for an indexed field of a stored record; -1008 for a bad field id or a
- * handle without a record. Takes no lock.
+ * Errors: -1004 on a read-only handle, or for an indexed field of a stored record; -1008 for a bad field id
+ * or a handle without a record. Takes no lock.
  */
 CACHET_API bool ZtSetField(ZtDbHandle database, ZtRecordHandle record, int fieldid, const void* data);
 
 /*
- * The address of the field's bytes, unaligned, inside the row, and its type in *fieldtype. In a read-write handle
- * this is the shared memory itself; never write through it. Null, and *fieldtype as it was, when the handle
- * holds no record; null with -1008 for a bad field id.
+ * The address of the field's bytes, unaligned, inside the row, and its type in *fieldtype. In a read-write
+ * handle this is the shared memory itself; never write through it. Null, and *fieldtype as it was, when the
+ * handle holds no record; null with -1008 for a bad field id.
  */
 CACHET_API char* ZtGetField(ZtDbHandle database, ZtRecordHandle record, int fieldid, int* fieldtype);
 
@@ -318,19 +319,19 @@ CACHET_API char* ZtGetColData(ZtDbHandle database, ZtRecordHandle record, int co
 /* ------------------------------------------------------------------------------------------------------- */
 
 /*
- * Stores the new row in the handle, in shared memory and in every index; the handle then names the stored record.
- * True at once for a row that is already stored. Marks the table until the next commit. Takes no lock: call it
- * inside a transaction.
- * Errors: -1004 on a read-only handle; -1003 when less than 81920 bytes are free or the insert would not fit
- * (nothing changed, the row stays in the handle); -1009 for a key that a live record has in a unique index (the
- * row is released: ZtNewRecord before the handle is used again); -1008 for a handle without a row.
+ * Stores the new row in the handle, in shared memory and in every index; the handle then names the stored
+ * record. True at once for a row that is already stored. Marks the table until the next commit. Takes no
+ * lock: call it inside a transaction. Errors: -1004 on a read-only handle; -1003 when less than 81920 bytes
+ * are free or the insert would not fit (nothing changed, the row stays in the handle); -1009 for a key that a
+ * live record has in a unique index (the row is released: ZtNewRecord before the handle is used again); -1008
+ * for a handle without a row.
  */
 CACHET_API bool ZtPutRecord(ZtDbHandle database, ZtRecordHandle record);
 
 /*
- * Marks the stored record deleted; it keeps its place in memory and its id is never given again. Deleting twice
- * changes nothing. Takes no lock.
- * Errors: -1004 on a read-only handle; -1008 for a handle without a stored record.
+ * Marks the stored record deleted; it keeps its place in memory and its id is never given again. Deleting
+ * twice changes nothing. Takes no lock. Errors: -1004 on a read-only handle; -1008 for a handle without a
+ * stored record.
  */
 CACHET_API void ZtDeleteRecord(ZtDbHandle database, ZtRecordHandle record);
 
@@ -342,7 +343,8 @@ CACHET_API void ZtDeleteRecord(ZtDbHandle database, ZtRecordHandle record);
  * Makes an empty condition with room for `fieldcount` key fields (0 to 127). The caller ends it with
  * ZtCloseCondition. It is a search key and a cursor at once; process-local.
  *
- *   ZtCreateCondition(1, &c) -> ZtSetConditionIndex(c, index) -> ZtAddConditionIndexItem(c, FIELD_INT, 4, &key)
+ *   ZtCreateCondition(1, &c) -> ZtSetConditionIndex(c, index) -> ZtAddConditionIndexItem(c, FIELD_INT, 4,
+ * &key)
  *     -> ZtFindRecord(db, table, c, ZT_OP_GREATER_EQUAL) -> ZtGetRecord, ZtNextRecord ... -> ZtCloseCondition
  */
 CACHET_API void ZtCreateCondition(int fieldcount, ZtConditionHandle* condition);
@@ -355,7 +357,8 @@ CACHET_API void ZtSetConditionIndex(ZtConditionHandle condition, int index);
 
 /*
  * Appends the next key field: `type` as in the schema, `len` bytes copied from `value`. Fewer fields than the
- * index has make a prefix key. Fields beyond the capacity are dropped, and the next ZtFindRecord reports -1008.
+ * index has make a prefix key. Fields beyond the capacity are dropped, and the next ZtFindRecord reports
+ * -1008.
  */
 CACHET_API void ZtAddConditionIndexItem(ZtConditionHandle condition, int type, int len, const void* value);
 
@@ -403,13 +406,14 @@ CACHET_API bool ZtGetRecord(ZtDbHandle database, ZtConditionHandle condition, Zt
  */
 CACHET_API void ZtBeginTransaction(ZtDbHandle database);
 
-/* Makes the changes final, lets read-only readers in, and lets the next writer go. Nothing without a begin. */
+/* Makes the changes final, lets read-only readers in, and lets the next writer go. Nothing without a begin.
+ */
 CACHET_API void ZtCommitTransaction(ZtDbHandle database);
 
 /*
- * Takes every change since the last commit back. Inserted records stay in memory as deleted ones; record ids are
- * not reused. Nothing without a begin. Errors: -1003 when a record that returns to life cannot be put back into
- * its index for want of memory.
+ * Takes every change since the last commit back. Inserted records stay in memory as deleted ones; record ids
+ * are not reused. Nothing without a begin. Errors: -1003 when a record that returns to life cannot be put
+ * back into its index for want of memory.
  */
 CACHET_API void ZtRollbackTransaction(ZtDbHandle database);
 

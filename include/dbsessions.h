@@ -1,6 +1,7 @@
 // DBSessions: the table of threads that hold or wait for a slot of the cross-process lock.
 //
-// It lies in a shared segment "<name>_session_shmname" of 4 MiB: four areas of 1024 entries, one per session type.
+// It lies in a shared segment "<name>_session_shmname" of 4 MiB: four areas of 1024 entries, one per session
+// type.
 //
 //   entry   0          2048                     (WTREAD, INREAD, WTWRITE, INWRITE: entry 1024 x type)
 //           +----------+----------+----------+----------+ . . . . .
@@ -46,7 +47,8 @@ class CACHET_API DBSessions {
 
   // Enters the calling thread. False, after a message, when all 1024 entries of the type are in use.
   bool InsertSession(SessionType type);
-  // Removes the first entry of `sid` (48 characters; null: the calling thread). False, after a message, without one.
+  // Removes the first entry of `sid` (48 characters; null: the calling thread). False, after a message,
+  // without one.
   bool EraseSession(SessionType type, char* sid);
   // Appends the used entries of area `stype`, in table order. False for an unknown type or without a segment.
   bool GetSessions(std::vector<TransInfo>& sessions, int stype);

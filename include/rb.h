@@ -1,16 +1,18 @@
-// The shared-memory view of one database: its segments, the records at the start of the flat space, the allocator, and
-// the leaf-oriented red-black trees.
+// The shared-memory view of one database: its segments, the records at the start of the flat space, the
+// allocator, and the leaf-oriented red-black trees.
 //
-// The flat space is one run of bytes, cut into segments of 1 GiB that lie at other addresses in every process:
+// The flat space is one run of bytes, cut into segments of 1 GiB that lie at other addresses in every
+// process:
 //
-//   0         192                 memoryheadsize                                                          size
+//   0         192                 memoryheadsize size
 //   +---------+-------------------+--------------------------+ - - - - - - - - +---------------------------+
-//   | header  | catalog           | tree nodes, 32 bytes each  -->   free    <--  records, items, key blocks |
+//   | header  | catalog           | tree nodes, 32 bytes each  -->   free    <--  records, items, key blocks
+//   |
 //   +---------+-------------------+--------------------------+ - - - - - - - - +---------------------------+
 //                                                        nodeoffset        dataoffset
 //
-// Positions are flat offsets or node numbers (flat offset / 32; 0 = no link), never addresses. This header is the only
-// place that turns one into the other, and the only one that casts addresses to the records below.
+// Positions are flat offsets or node numbers (flat offset / 32; 0 = no link), never addresses. This header is
+// the only place that turns one into the other, and the only one that casts addresses to the records below.
 #ifndef CACHET_RB_H
 #define CACHET_RB_H
 
@@ -30,18 +32,18 @@
 
 // Flat offset 0.
 struct Rb_memory {
-  char name[80];             //   0  base path of the key files, as composed by the creator
-  char version[32];          //  80  22 bytes of the creator's text, then zeros
-  ZTINT8 transactioncount;   // 112  reserved
-  ZTINT8 size;               // 120  bytes of the flat space
-  ZTINT8 nodeoffset;         // 128  first free byte of the node area
-  ZTINT8 dataoffset;         // 136  lowest used byte of the data area
-  ZTINT8 rb_count;           // 144  tree heads made
-  ZTINT8 tablecount;         // 152
-  ZTINT8 fieldcount;         // 160
-  ZTINT8 indexcount;         // 168
-  ZTINT8 indexfieldcount;    // 176
-  ZTINT8 memoryheadsize;     // 184  bytes of header and catalog
+  char name[80];            //   0  base path of the key files, as composed by the creator
+  char version[32];         //  80  22 bytes of the creator's text, then zeros
+  ZTINT8 transactioncount;  // 112  reserved
+  ZTINT8 size;              // 120  bytes of the flat space
+  ZTINT8 nodeoffset;        // 128  first free byte of the node area
+  ZTINT8 dataoffset;        // 136  lowest used byte of the data area
+  ZTINT8 rb_count;          // 144  tree heads made
+  ZTINT8 tablecount;        // 152
+  ZTINT8 fieldcount;        // 160
+  ZTINT8 indexcount;        // 168
+  ZTINT8 indexfieldcount;   // 176
+  ZTINT8 memoryheadsize;    // 184  bytes of header and catalog
 };
 
 // Catalog, behind the header and without gaps: tables, index names, fields, index fields.
@@ -79,8 +81,8 @@ struct Rb_indexfield {
   int reverse;  // 12
 };
 
-// A tree node, in a 32-byte slot. External nodes carry keys and are threaded into a list in tree order with the head
-// as sentinel; internal nodes only route.
+// A tree node, in a 32-byte slot. External nodes carry keys and are threaded into a list in tree order with
+// the head as sentinel; internal nodes only route.
 //
 //   byte       0            4            8         12   13              21
 //             +------------+------------+---------+----+---------------+---------------+
@@ -117,7 +119,8 @@ struct srb_node {
 
 #pragma pack(pop)
 
-static_assert(sizeof(Rb_memory) == 192 && offsetof(Rb_memory, version) == 80 && offsetof(Rb_memory, size) == 120);
+static_assert(sizeof(Rb_memory) == 192 && offsetof(Rb_memory, version) == 80 &&
+              offsetof(Rb_memory, size) == 120);
 static_assert(offsetof(Rb_memory, nodeoffset) == 128 && offsetof(Rb_memory, memoryheadsize) == 184);
 static_assert(sizeof(Rb_tablename) == 96 && offsetof(Rb_tablename, duty) == 79);
 static_assert(offsetof(Rb_tablename, updateno) == 80 && offsetof(Rb_tablename, recordcount) == 88);
@@ -151,25 +154,25 @@ struct Rb_keyfile {
 struct CACHET_API Rb_base {
   char* share_memory_begin[RB_MAX_SEGMENTS] = {};  // attach address of each segment
   int segmentcount = 0;                            // how many of them are valid
-  bool exist = false;                              // attached to an existing database: heads are located, not made
-  Rb_memory* memory = nullptr;                     // the header
-  ZTINT8 rb_count = 0;                             // heads located so far
-  ZTINT8 nodeoffset = 0;                           // where the next head is looked for
-  int mode = 0;                                    // 1 read-only, 2 read-write
-  int port = 0;                                    // the manager's, with isolate
-  int pid = 0;                                     // of the process that opened the handle
-  bool isolate = false;                            // changes go to a manager; the memory is mapped read-only
-  bool owner = false;                              // the creator's handle
+  bool exist = false;           // attached to an existing database: heads are located, not made
+  Rb_memory* memory = nullptr;  // the header
+  ZTINT8 rb_count = 0;          // heads located so far
+  ZTINT8 nodeoffset = 0;        // where the next head is looked for
+  int mode = 0;                 // 1 read-only, 2 read-write
+  int port = 0;                 // the manager's, with isolate
+  int pid = 0;                  // of the process that opened the handle
+  bool isolate = false;         // changes go to a manager; the memory is mapped read-only
+  bool owner = false;           // the creator's handle
   bool intransaction = false;
   VemroTcpChanel chanel;
   Cztmemchanel memchanel;
-  Rb_tablename* table = nullptr;                   // the first table of the catalog
-  std::vector<int> mshid;                          // System V id of each segment
+  Rb_tablename* table = nullptr;  // the first table of the catalog
+  std::vector<int> mshid;         // System V id of each segment
 
   // This process's own knowledge, behind the documented fields.
-  ZTINT8 attached_bytes = 0;           // size of the flat space when it was attached
-  std::string absolute_path;           // base path of the key files, for their removal
-  std::vector<Rb_keyfile> key_files;   // the file that each segment was attached through
+  ZTINT8 attached_bytes = 0;          // size of the flat space when it was attached
+  std::string absolute_path;          // base path of the key files, for their removal
+  std::vector<Rb_keyfile> key_files;  // the file that each segment was attached through
 };
 
 // Every segment this process attached, in order, up to 100; closing removes no entry.
@@ -182,17 +185,21 @@ struct CACHET_API DB_storage {
 };
 CACHET_API extern DB_storage g_proccess_dbstorage;
 
-/* ---- segments: `name` is the base path; `errmsg` (RB_ERRMSG_SIZE bytes) takes the text of a failure (GBK) ---- */
+/* ---- segments: `name` is the base path; `errmsg` (RB_ERRMSG_SIZE bytes) takes the text of a failure (GBK)
+ * ---- */
 
 // Makes the key files and segments of a database of `size` bytes, attaches them and writes the header.
-CACHET_API bool Rb_createsharememory(Rb_base* base, const char* name, const char* version, ZTINT8 size, int mode,
-                                     char* errmsg);
-// Attaches an existing database, writable in mode 2; with `reuse_shmmap` it takes the process's first attachment.
+CACHET_API bool Rb_createsharememory(Rb_base* base, const char* name, const char* version, ZTINT8 size,
+                                     int mode, char* errmsg);
+// Attaches an existing database, writable in mode 2; with `reuse_shmmap` it takes the process's first
+// attachment.
 CACHET_API bool Rb_opensharememory(Rb_base* base, const char* name, int mode, int reuse_shmmap, char* errmsg);
-// Detaches; removes the segments that nobody is attached to any more, and their key files. Nothing with reuse.
+// Detaches; removes the segments that nobody is attached to any more, and their key files. Nothing with
+// reuse.
 CACHET_API void Rb_closesharememory(Rb_base* base, int reuse_shmmap);
 
-/* ---- allocator: by the one writer only; exhausted memory prints a line and ends the process with status 0 ---- */
+/* ---- allocator: by the one writer only; exhausted memory prints a line and ends the process with status 0
+ * ---- */
 
 // A zeroed 32-byte slot.
 CACHET_API char* Rb_node_malloc(Rb_base* base);
@@ -203,8 +210,8 @@ CACHET_API Rb_node make_rb(Rb_base* base);
 // Always a new head.
 CACHET_API Rb_node make_rb_ext(Rb_base* base);
 
-/* ---- trees: keys in `find` calls are addresses; a result is the node of an equal key, else the first node behind
-        the key, else the head. `head` must be a head, or the process ends with status 1. ---- */
+/* ---- trees: keys in `find` calls are addresses; a result is the node of an equal key, else the first node
+   behind the key, else the head. `head` must be a head, or the process ends with status 1. ---- */
 
 // Negative, zero, positive: `key` comes before, equals, comes after `stored`.
 typedef int (*Rb_compare)(Rb_base* base, void* key, void* stored);

@@ -1,6 +1,6 @@
-// Positions in the flat space and their addresses in this process: two strong types and the four functions between
-// them, plus the bounds that a reader without a lock checks before it follows a link. The segment size, the slot size
-// and the edges between segments are known here alone. Included by rb.h.
+// Positions in the flat space and their addresses in this process: two strong types and the four functions
+// between them, plus the bounds that a reader without a lock checks before it follows a link. The segment
+// size, the slot size and the edges between segments are known here alone. Included by rb.h.
 #ifndef CACHET_RB_ADDRESS_H
 #define CACHET_RB_ADDRESS_H
 
@@ -15,9 +15,15 @@ inline constexpr int slot_bits = 5;
 inline constexpr std::int64_t slot_bytes = std::int64_t{1} << slot_bits;
 inline constexpr std::int64_t page_bytes = 4096;
 
-constexpr std::int64_t value_of(FlatOffset offset) noexcept { return static_cast<std::int64_t>(offset); }
-constexpr std::uint32_t value_of(NodeNumber number) noexcept { return static_cast<std::uint32_t>(number); }
-constexpr std::int64_t segment_of(std::int64_t offset) noexcept { return offset >> segment_bits; }
+constexpr std::int64_t value_of(FlatOffset offset) noexcept {
+  return static_cast<std::int64_t>(offset);
+}
+constexpr std::uint32_t value_of(NodeNumber number) noexcept {
+  return static_cast<std::uint32_t>(number);
+}
+constexpr std::int64_t segment_of(std::int64_t offset) noexcept {
+  return offset >> segment_bits;
+}
 constexpr std::int64_t round_up(std::int64_t value, std::int64_t step) noexcept {
   return (value + step - 1) / step * step;
 }
@@ -77,13 +83,17 @@ inline bool runs_out(const Rb_base* base, const void* address, std::int64_t leng
 }
 
 // A handle that may be overtaken by a writer: it checks links before it follows them.
-inline bool checks_links(const Rb_base* base) noexcept { return base->mode == 1 || base->isolate; }
+inline bool checks_links(const Rb_base* base) noexcept {
+  return base->mode == 1 || base->isolate;
+}
 
 // The status byte and the links of a node, for walking without a call.
 inline std::uint8_t status_of(const srb_node* node) noexcept {
   return load_acquire<std::uint8_t>(reinterpret_cast<const char*>(node) + offsetof(srb_node, s));
 }
-inline std::uint32_t flink_of(const srb_node* node) noexcept { return load_acquire<std::uint32_t>(node); }
+inline std::uint32_t flink_of(const srb_node* node) noexcept {
+  return load_acquire<std::uint32_t>(node);
+}
 inline std::uint32_t blink_of(const srb_node* node) noexcept {
   return load_acquire<std::uint32_t>(reinterpret_cast<const char*>(node) + 4);
 }

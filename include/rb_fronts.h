@@ -1,6 +1,6 @@
-// The allocation rules as pure functions of the two fronts: nodes grow upward from the catalog, data blocks grow
-// downward from the end of the flat space. The allocator, the location of tree heads and the dry run of an insert all
-// use these, so that none of them can disagree.
+// The allocation rules as pure functions of the two fronts: nodes grow upward from the catalog, data blocks
+// grow downward from the end of the flat space. The allocator, the location of tree heads and the dry run of
+// an insert all use these, so that none of them can disagree.
 #ifndef CACHET_RB_FRONTS_H
 #define CACHET_RB_FRONTS_H
 
@@ -8,16 +8,17 @@
 
 namespace cachet {
 
-// Where the next node slot lies. The test looks at the byte BEHIND the slot, so the last slot of every page is left
-// unused: 127 nodes a page.
+// Where the next node slot lies. The test looks at the byte BEHIND the slot, so the last slot of every page
+// is left unused: 127 nodes a page.
 constexpr std::int64_t next_node_slot(std::int64_t node_front) noexcept {
   const bool same_page = node_front / page_bytes == (node_front + slot_bytes) / page_bytes;
   return same_page ? node_front : round_up(node_front + 1, page_bytes);
 }
 
-// Where the next data block lies, below `data_front`; may be negative. `size_bytes` is already a multiple of 8.
-constexpr std::int64_t next_data_block(std::int64_t data_front, std::int64_t size_bytes, std::int64_t align_bytes,
-                                       bool align) noexcept {
+// Where the next data block lies, below `data_front`; may be negative. `size_bytes` is already a multiple
+// of 8.
+constexpr std::int64_t next_data_block(std::int64_t data_front, std::int64_t size_bytes,
+                                       std::int64_t align_bytes, bool align) noexcept {
   std::int64_t block = data_front - size_bytes;
   if (segment_of(block) != segment_of(data_front)) {
     block = round_up(data_front - segment_bytes + 1, segment_bytes) - size_bytes;

@@ -1,7 +1,7 @@
 // RWLock: a POSIX record lock on one byte of a lock file.
 //
-// The lock belongs to the process: any of its threads holds it, and closing any descriptor of the file drops it.
-// Whoever opens several RWLocks on one file in one process must mind that (the database handles do).
+// The lock belongs to the process: any of its threads holds it, and closing any descriptor of the file drops
+// it. Whoever opens several RWLocks on one file in one process must mind that (the database handles do).
 #ifndef CACHET_RWLOCK_H
 #define CACHET_RWLOCK_H
 

@@ -8,8 +8,9 @@
 //          | word  | holding | waiting | holding | waiting |
 //          +-------+---------+---------+---------+---------+
 //
-// Writers exclude one another; a reader waits while a writer holds, a writer never waits for readers (they validate
-// what they read). A waiter sleeps on the slot's reader or writer semaphore; a wake-up is only a hint.
+// Writers exclude one another; a reader waits while a writer holds, a writer never waits for readers (they
+// validate what they read). A waiter sleeps on the slot's reader or writer semaphore; a wake-up is only a
+// hint.
 #ifndef CACHET_RWSPINLOCK_H
 #define CACHET_RWSPINLOCK_H
 
@@ -33,8 +34,8 @@ class CACHET_API Crwspinlock {
   // Takes slot `lockid` (0, 1) for reading (level 0) or writing (level 1), waiting without limit.
   // False for another slot or level, or when the lock is not open.
   bool Lock(int lockid, int locklevel);
-  // Releases. `stype` -1 is the ordinary release; 0 or 2 takes a waiter's count and session back instead. `sid`
-  // names the session to erase (48 characters; null: the calling thread's own).
+  // Releases. `stype` -1 is the ordinary release; 0 or 2 takes a waiter's count and session back instead.
+  // `sid` names the session to erase (48 characters; null: the calling thread's own).
   void Unlock(int lockid, int locklevel, int stype, char* sid);
 
   // Detaches; the last user removes page, session table and semaphores.

@@ -1,12 +1,15 @@
 // Access to words that other processes read and write, and to values that lie unaligned in packed records.
 //
 // This is the only place that knows how a shared word is touched:
-//   - an aligned word (header fronts, catalog counters, tree links, the words of the lock page) is a C++ atomic with
+//   - an aligned word (header fronts, catalog counters, tree links, the words of the lock page) is a C++
+//   atomic with
 //     a stated order;
-//   - a word that may lie unaligned (record headers, index items, list entries, node keys: the data area starts at
-//     whatever size the database has) is copied with one machine instruction and ordered with fences. x86-64 never
-//     reorders loads with loads or stores with stores, so the fences only hold the compiler. A word that crosses a
-//     cache line may tear; readers check every link before they follow it and validate afterwards.
+//   - a word that may lie unaligned (record headers, index items, list entries, node keys: the data area
+//   starts at
+//     whatever size the database has) is copied with one machine instruction and ordered with fences. x86-64
+//     never reorders loads with loads or stores with stores, so the fences only hold the compiler. A word
+//     that crosses a cache line may tear; readers check every link before they follow it and validate
+//     afterwards.
 //
 // A loaded value is laundered, so the compiler never reads the shared word a second time behind a check.
 #ifndef CACHET_SHARED_WORD_H
@@ -47,7 +50,8 @@ inline void store_release_unaligned(void* address, std::type_identity_t<T> value
   store_unaligned<T>(address, value);
 }
 
-// For aligned shared words. The word is named by address, since a reference into a packed record is not allowed.
+// For aligned shared words. The word is named by address, since a reference into a packed record is not
+// allowed.
 template <class T>
 inline std::atomic_ref<T> shared_word(void* address) noexcept {
   return std::atomic_ref<T>(*static_cast<T*>(address));

@@ -1,7 +1,7 @@
 // Cspinlock: a spin lock on a 32-bit word in shared memory, 0 = free, 1 = taken.
 //
-// The word carries no owner: a lock held by a process that died stays held. A contender changes the word only from 0
-// to 1, so one that dies while it tries leaves nothing behind.
+// The word carries no owner: a lock held by a process that died stays held. A contender changes the word only
+// from 0 to 1, so one that dies while it tries leaves nothing behind.
 #ifndef CACHET_SPINLOCK_H
 #define CACHET_SPINLOCK_H
 

@@ -1,6 +1,7 @@
 // Cztshamem: one System V shared-memory segment, found through a key file, attached read-write.
 //
-// The segment lives until the last attached process closes it. Destroying an object releases nothing in the system.
+// The segment lives until the last attached process closes it. Destroying an object releases nothing in the
+// system.
 #ifndef CACHET_ZTMEM_H
 #define CACHET_ZTMEM_H
 
@@ -11,8 +12,8 @@ class CACHET_API Cztshamem {
   Cztshamem();
   virtual ~Cztshamem();
 
-  // Makes key file (0600) and segment of `size` bytes and attaches it. An unattached segment of the same key is
-  // replaced; over an attached one it fails and leaves the key file alone. `name`: at most 199 bytes.
+  // Makes key file (0600) and segment of `size` bytes and attaches it. An unattached segment of the same key
+  // is replaced; over an attached one it fails and leaves the key file alone. `name`: at most 199 bytes.
   // `portable_shm` is not used, here and below.
   bool Create(const char* name, int keyid, int size, bool portable_shm);
   // Attaches an existing segment of at least 4096 bytes; the key file must exist.

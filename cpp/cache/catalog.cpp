@@ -1,5 +1,5 @@
-// The schema in shared memory and back. Four runs of records lie behind the header, each ordered by table id and then
-// by position: tables, index names, fields, index fields.
+// The schema in shared memory and back. Four runs of records lie behind the header, each ordered by table id
+// and then by position: tables, index names, fields, index fields.
 #include <algorithm>
 #include <cstring>
 #include <span>
@@ -17,7 +17,8 @@ struct Counts {
   std::int64_t index_fields = 0;
 
   std::int64_t bytes() const {
-    return static_cast<std::int64_t>(sizeof(Rb_memory)) + tables * static_cast<std::int64_t>(sizeof(Rb_tablename)) +
+    return static_cast<std::int64_t>(sizeof(Rb_memory)) +
+           tables * static_cast<std::int64_t>(sizeof(Rb_tablename)) +
            indexes * static_cast<std::int64_t>(sizeof(Rb_indexname)) +
            fields * static_cast<std::int64_t>(sizeof(Rb_tablefield)) +
            index_fields * static_cast<std::int64_t>(sizeof(Rb_indexfield));
@@ -186,7 +187,8 @@ void ZtLoadDbInfo(ZtDbHandle database) {
   for (const Rb_tablefield& field : catalog.fields) {
     ZtAddField(database, field.tableid, field.fieldname, field.type, field.length, field.decimal);
   }
-  for (const Rb_indexname& index : catalog.indexes) ZtAddIndex(database, index.tableid, index.name, index.type);
+  for (const Rb_indexname& index : catalog.indexes)
+    ZtAddIndex(database, index.tableid, index.name, index.type);
   for (const Rb_indexfield& link : catalog.index_fields) {
     ZtAddIndexField(database, link.tableid, link.indexid, link.fieldid);
   }

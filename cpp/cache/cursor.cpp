@@ -99,8 +99,9 @@ bool may_unlink(const ZtDb* database, const ZtCondition* condition) {
   return database->locks.contains(writers_position) || !database->lock.WriterHolds(writers_position);
 }
 
-// Takes the deleted record's entry out of the current list and stands on its successor; the entry's own links stay. An
-// entry that is not linked any more (the cursor is stale) is left alone: its links may lead to link 0, the header.
+// Takes the deleted record's entry out of the current list and stands on its successor; the entry's own links
+// stay. An entry that is not linked any more (the cursor is stale) is left alone: its links may lead to link
+// 0, the header.
 template <class Direction>
 int unlink_and_step(ZtDbHandle database, ZtConditionHandle condition) {
   using Records = typename Direction::Records;
@@ -166,8 +167,8 @@ bool require_table(ZtDbHandle database, int tableid, const ZtCondition* conditio
 template <class Direction>
 bool settle(ZtDbHandle database, ZtConditionHandle condition, Standing standing) {
   if (standing == Standing::live) return true;
-  const Step step = standing == Standing::unreadable ? Direction::skip
-                                                     : step_for<Direction>(database, condition, standing);
+  const Step step =
+      standing == Standing::unreadable ? Direction::skip : step_for<Direction>(database, condition, standing);
   return end_read(database, run(database, condition, step));
 }
 
@@ -178,8 +179,12 @@ template bool settle<Backward>(ZtDbHandle, ZtConditionHandle, Standing);
 
 using namespace cachet;
 
-int ZtInNextRecord(ZtDbHandle database, ZtConditionHandle condition) { return step<Forward>(database, condition); }
-int ZtInPrevRecord(ZtDbHandle database, ZtConditionHandle condition) { return step<Backward>(database, condition); }
+int ZtInNextRecord(ZtDbHandle database, ZtConditionHandle condition) {
+  return step<Forward>(database, condition);
+}
+int ZtInPrevRecord(ZtDbHandle database, ZtConditionHandle condition) {
+  return step<Backward>(database, condition);
+}
 int ZtInMoveNextRecord(ZtDbHandle database, ZtConditionHandle condition) {
   return unlink_and_step<Forward>(database, condition);
 }
@@ -200,8 +205,12 @@ bool ZtMovePrevLoop(ZtDbHandle database, ZtConditionHandle condition) {
   return run(database, condition, ZtInMovePrevRecord(database, condition));
 }
 
-bool ZtMoveNextRecord(ZtDbHandle database, ZtConditionHandle condition) { return ZtMoveNextLoop(database, condition); }
-bool ZtMovePrevRecord(ZtDbHandle database, ZtConditionHandle condition) { return ZtMovePrevLoop(database, condition); }
+bool ZtMoveNextRecord(ZtDbHandle database, ZtConditionHandle condition) {
+  return ZtMoveNextLoop(database, condition);
+}
+bool ZtMovePrevRecord(ZtDbHandle database, ZtConditionHandle condition) {
+  return ZtMovePrevLoop(database, condition);
+}
 
 bool ZtNextRecord(ZtDbHandle database, ZtConditionHandle condition) {
   return end_read(database, ZtNextLoop(database, condition));

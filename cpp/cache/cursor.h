@@ -1,5 +1,5 @@
-// A cursor's place. It walks from `begin` (smallest key or record id) to `end` (largest), against the order of the
-// tree's list, since the trees run from the largest key to the smallest.
+// A cursor's place. It walks from `begin` (smallest key or record id) to `end` (largest), against the order
+// of the tree's list, since the trees run from the largest key to the smallest.
 //
 // Both directions are one template; Forward and Backward name what differs.
 #ifndef CACHET_CPP_CACHE_CURSOR_H
@@ -19,11 +19,13 @@ enum Step : int {
   step_skip_backward = 6
 };
 
-// What a cursor found at the place it was put on. `unreadable`: a link led nowhere; either a writer interfered, which
-// the validation shows, or the place is gone for good.
+// What a cursor found at the place it was put on. `unreadable`: a link led nowhere; either a writer
+// interfered, which the validation shows, or the place is gone for good.
 enum class Standing { live, deleted, empty_key, unreadable };
 
-inline bool walks_index(const ZtCondition* condition) { return condition->indexid >= 0; }
+inline bool walks_index(const ZtCondition* condition) {
+  return condition->indexid >= 0;
+}
 
 // The neighbour in tree order; null when the link cannot be followed.
 inline Rb_node neighbour(const Rb_base* base, std::uint32_t link) {

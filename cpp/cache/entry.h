@@ -1,5 +1,6 @@
-// The two lists under a key: their entries, and the ends in the key's item. Items and entries are shared; an item lies
-// at any alignment, an entry in an aligned slot. Walking and changing a list is written once for both directions.
+// The two lists under a key: their entries, and the ends in the key's item. Items and entries are shared; an
+// item lies at any alignment, an entry in an aligned slot. Walking and changing a list is written once for
+// both directions.
 #ifndef CACHET_CPP_CACHE_ENTRY_H
 #define CACHET_CPP_CACHE_ENTRY_H
 
@@ -42,8 +43,8 @@ struct List {
   }
   static void set_tail(ZtIndexItem* item, std::uint32_t to) noexcept { Reversed::set_head(item, to); }
 
-  // Puts a complete entry between two neighbours of which either may be missing. The links that make it reachable come
-  // last, the forward one first.
+  // Puts a complete entry between two neighbours of which either may be missing. The links that make it
+  // reachable come last, the forward one first.
   static void insert(const Rb_base* base, ZtIndexItem* item, ZtIndexNode* before, ZtIndexNode* entry,
                      ZtIndexNode* behind) noexcept {
     const std::uint32_t number = number_of(base, entry);

@@ -28,7 +28,9 @@ void ZtGetError(ZtDbHandle database, int* errcode, char* errmsg) {
   std::strcpy(errmsg, database->lasterrmsg);  // NOLINT: both are ZT_ERRMSG_SIZE bytes
 }
 
-void ZtSetErrorHandle(ZtDbHandle database, ZtErrorHandle callback) { database->errhandle = callback; }
+void ZtSetErrorHandle(ZtDbHandle database, ZtErrorHandle callback) {
+  database->errhandle = callback;
+}
 
 namespace cachet {
 

@@ -1,4 +1,5 @@
-// Reporting with the catalogue's texts, and the checks that many calls begin with. A check that fails has reported.
+// Reporting with the catalogue's texts, and the checks that many calls begin with. A check that fails has
+// reported.
 #ifndef CACHET_CPP_CACHE_ERROR_H
 #define CACHET_CPP_CACHE_ERROR_H
 
@@ -25,7 +26,9 @@ const ZtDataField* field_at(ZtDbHandle database, const ZtTable& table, int field
 ZtTable* table_of_record(ZtDbHandle database, const ZtRecordRow* row);
 
 // Whether this handle itself writes the shared memory.
-inline bool writes_locally(const ZtDb* database) { return database->base.mode == 2 && !database->base.isolate; }
+inline bool writes_locally(const ZtDb* database) {
+  return database->base.mode == 2 && !database->base.isolate;
+}
 
 // False, reported with the table's name, on a handle that may not write.
 bool require_writable(ZtDbHandle database, const ZtTable& table);

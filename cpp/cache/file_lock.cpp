@@ -94,8 +94,8 @@ bool acquire(RWLock& lock, int level) {
       lower(file, lock);
       return true;
     }
-    // Waiting for other processes must not hold up this process's other threads. If one of them changed the level
-    // meanwhile, it may have dropped what was granted here: start again.
+    // Waiting for other processes must not hold up this process's other threads. If one of them changed the
+    // level meanwhile, it may have dropped what was granted here: start again.
     const unsigned changes_before = file.changes;
     guard.unlock();
     const bool granted = lock_resuming(lock, wanted);

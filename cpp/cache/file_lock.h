@@ -1,8 +1,8 @@
 // The levels at which the handles of this process hold the file locks of its databases.
 //
-// A POSIX record lock belongs to the process, and closing any descriptor of the file drops it. So the process holds the
-// highest level that any of its handles wants, and a descriptor of a file that some handle still locks is kept open
-// until no handle does.
+// A POSIX record lock belongs to the process, and closing any descriptor of the file drops it. So the process
+// holds the highest level that any of its handles wants, and a descriptor of a file that some handle still
+// locks is kept open until no handle does.
 #ifndef CACHET_CPP_CACHE_FILE_LOCK_H
 #define CACHET_CPP_CACHE_FILE_LOCK_H
 

@@ -1,5 +1,5 @@
-// Index search. The tree search finds the largest key that is not above the searched one; the operators differ in which
-// of its neighbours the walk begins and ends at.
+// Index search. The tree search finds the largest key that is not above the searched one; the operators
+// differ in which of its neighbours the walk begins and ends at.
 #include "cache/cursor.h"
 #include "cache/error.h"
 #include "cache/snapshot.h"
@@ -8,7 +8,8 @@ using namespace cachet;
 
 namespace {
 
-// Places `begin`, `point` and `end` for one operator. Tree order is falling: next = smaller, previous = larger.
+// Places `begin`, `point` and `end` for one operator. Tree order is falling: next = smaller, previous =
+// larger.
 class Search {
  public:
   Search(ZtDbHandle database, ZtConditionHandle condition)
@@ -84,7 +85,8 @@ bool accepts(ZtDbHandle database, int tableid, const ZtCondition* condition, int
     return report(database, ZT_ERR_BAD_OPERATOR, message::unsupported_operator, table->name);
   }
   if (!require_table(database, tableid, condition)) return false;
-  if (!walks_index(condition)) return report(database, ZT_ERR_GENERAL, message::bad_index, condition->indexid);
+  if (!walks_index(condition))
+    return report(database, ZT_ERR_GENERAL, message::bad_index, condition->indexid);
   if (condition->overfull) return report(database, ZT_ERR_GENERAL, message::condition_overfull);
   return true;
 }

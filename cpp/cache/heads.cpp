@@ -1,8 +1,9 @@
-// The tree heads of every table and index, which lie directly behind the catalog in a fixed order, and the reset that
-// makes them anew at the same places.
+// The tree heads of every table and index, which lie directly behind the catalog in a fixed order, and the
+// reset that makes them anew at the same places.
 #include <algorithm>
 
 #include "cache/error.h"
+#include "cache/record.h"
 #include "cache/transaction.h"
 #include "rb_fronts.h"
 
@@ -28,7 +29,8 @@ std::int64_t first_head_offset(const Rb_base& base) {
 bool heads_fit(const ZtDb* database, std::int64_t limit) {
   std::int64_t front = first_head_offset(database->base);
   for (const ZtTable& table : database->database) {
-    for (std::size_t head = 0; head <= table.indexs.size(); ++head) front = next_node_slot(front) + slot_bytes;
+    for (std::size_t head = 0; head <= table.indexs.size(); ++head)
+      front = next_node_slot(front) + slot_bytes;
   }
   return front <= limit;
 }
@@ -41,8 +43,10 @@ void ZtLoadDb(ZtDbHandle database) {
     report(database, ZT_ERR_GENERAL, message::database_not_open);
     return;
   }
-  // A creator whose memory is too small ends in the allocator; whoever finds the heads must not look beyond it.
-  const std::int64_t limit = base.exist ? std::min<std::int64_t>(base.attached_bytes, segment_bytes) : segment_bytes;
+  // A creator whose memory is too small ends in the allocator; whoever finds the heads must not look beyond
+  // it.
+  const std::int64_t limit =
+      base.exist ? std::min<std::int64_t>(base.attached_bytes, segment_bytes) : segment_bytes;
   if (!heads_fit(database, limit)) {
     report(database, ZT_ERR_GENERAL, message::catalog_too_large, first_head_offset(base));
     return;

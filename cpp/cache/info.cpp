@@ -3,7 +3,9 @@
 
 const char VEMRO_BULID_VERSION[] = "Vemro_Version V2.3.1 Feb 27 2020 16:27:08";
 
-const char* ZtGetLibVersion(void) { return VEMRO_BULID_VERSION; }
+const char* ZtGetLibVersion(void) {
+  return VEMRO_BULID_VERSION;
+}
 
 const char* ZtGetDbVersion(ZtDbHandle database) {
   return database->base.memory != nullptr ? database->base.memory->version : nullptr;

@@ -1,8 +1,9 @@
-// Comparison of keys. The sign is the reverse of strcmp: positive when the first key orders before the second, so a tree
-// runs from the largest key to the smallest.
+// Comparison of keys. The sign is the reverse of strcmp: positive when the first key orders before the
+// second, so a tree runs from the largest key to the smallest.
 //
-// No comparison reads beyond a value's length: a number in a slot narrower than its type counts as extended with zero
-// bytes, a text ends at its NUL or at its length. For fields and keys that match their types this changes nothing.
+// No comparison reads beyond a value's length: a number in a slot narrower than its type counts as extended
+// with zero bytes, a text ends at its NUL or at its length. For fields and keys that match their types this
+// changes nothing.
 #include "cache/key.h"
 
 #include <algorithm>
@@ -21,7 +22,8 @@ struct Value {
 
 template <class T>
 T number_in(const Value& value) {
-  if (value.length >= sizeof(T)) [[likely]] return load_unaligned<T>(value.data);
+  if (value.length >= sizeof(T)) [[likely]]
+    return load_unaligned<T>(value.data);
   T number{};
   std::memcpy(&number, value.data, value.length);
   return number;
@@ -69,14 +71,12 @@ int compare_values(signed char type, const Value& a, const Value& b) {
   }
 }
 
-// A key's fields, wherever they lie. Offsets in a stored key are turned into addresses; on a handle that a writer may
-// overtake only after their bounds were checked.
+// A key's fields, wherever they lie. Offsets in a stored key are turned into addresses; on a handle that a
+// writer may overtake only after their bounds were checked.
 class KeyFields {
  public:
   KeyFields(const Rb_base* base, const void* key)
-      : base_(base),
-        item_(static_cast<const char*>(key)),
-        checked_(checks_links(base)) {
+      : base_(base), item_(static_cast<const char*>(key)), checked_(checks_links(base)) {
     if (checked_ && runs_out(base, key, sizeof(ZtIndexItem))) return;
     stored_ = load_unaligned<unsigned char>(item_ + offsetof(ZtIndexItem, sharememory)) == 1;
     count_ = load_unaligned<signed char>(item_ + offsetof(ZtIndexItem, point));
@@ -87,7 +87,9 @@ class KeyFields {
 
   int count() const { return count_; }
   bool readable() const { return readable_; }
-  signed char type(int index) const { return load_unaligned<signed char>(field(index) + offsetof(ZtIndexField, type)); }
+  signed char type(int index) const {
+    return load_unaligned<signed char>(field(index) + offsetof(ZtIndexField, type));
+  }
 
   // No address: the value cannot be read.
   Value value(int index) const {
@@ -98,7 +100,9 @@ class KeyFields {
   }
 
  private:
-  const char* field(int index) const { return fields_ + static_cast<std::size_t>(index) * sizeof(ZtIndexField); }
+  const char* field(int index) const {
+    return fields_ + static_cast<std::size_t>(index) * sizeof(ZtIndexField);
+  }
 
   char* resolve(const char* offset, std::int64_t length) const {
     const auto position = reinterpret_cast<std::int64_t>(offset);

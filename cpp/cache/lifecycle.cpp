@@ -1,5 +1,5 @@
-// Making and ending a handle. Every opening call stores the handle first, also when it fails, so that the caller can
-// ask it for the error and delete it.
+// Making and ending a handle. Every opening call stores the handle first, also when it fails, so that the
+// caller can ask it for the error and delete it.
 #include <unistd.h>
 
 #include <cerrno>
@@ -19,7 +19,9 @@ namespace {
 constexpr int no_session_tracking = 0;
 
 // The base path of the database's files.
-std::string base_path(const char* path, const char* name) { return std::string(path) + "//" + name; }
+std::string base_path(const char* path, const char* name) {
+  return std::string(path) + "//" + name;
+}
 
 ZtDb* make_handle(ZtDbHandle* database, int mode, bool exist) {
   auto handle = std::make_unique<ZtDb>();
@@ -121,8 +123,8 @@ bool ZtCreateDb(ZtDbHandle* database, const char* path, const char* name, const 
   return true;
 }
 
-bool ZtOpenDb(ZtDbHandle* database, const char* path, const char* name, const char* version, int mode, int port,
-              bool isolate, int reuse_shmmap, int shmrcset_mode, int dbsesion_mode) {
+bool ZtOpenDb(ZtDbHandle* database, const char* path, const char* name, const char* version, int mode,
+              int port, bool isolate, int reuse_shmmap, int shmrcset_mode, int dbsesion_mode) {
   ZtDb* const handle = make_handle(database, mode, true);
   if (!check_names(handle, path, name) || !check_mode(handle)) return false;
   handle->base.port = port;

@@ -12,7 +12,9 @@ namespace {
 constexpr bool unaligned = false;
 
 // Nodes a tree takes for one more key: a leaf, and an internal node over it and its neighbour.
-int nodes_for_new_key(Rb_base* base, Rb_node head) { return rb_empty(base, head) ? 1 : 2; }
+int nodes_for_new_key(Rb_base* base, Rb_node head) {
+  return rb_empty(base, head) ? 1 : 2;
+}
 
 bool take_nodes(Fronts& fronts, int count) {
   for (int i = 0; i < count; ++i) {

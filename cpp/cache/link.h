@@ -6,18 +6,20 @@
 
 namespace cachet {
 
-// Searches every index of the table for the row's key. The places stay right until the writer changes those trees: the
-// unique check, the dry run and the linking all use them.
+// Searches every index of the table for the row's key. The places stay right until the writer changes those
+// trees: the unique check, the dry run and the linking all use them.
 void find_places(ZtDbHandle database, ZtTable& table, ZtRecord* row);
 
 // Whether a live record has the row's key in a unique index.
 bool conflicts(ZtDbHandle database, const ZtTable& table);
 
-// A dry run of every allocation of the insert on copies of the fronts, the stored record's `record_bytes` first.
+// A dry run of every allocation of the insert on copies of the fronts, the stored record's `record_bytes`
+// first.
 inline constexpr int record_is_stored = 0;
 bool fits(ZtDbHandle database, const ZtTable& table, int record_bytes);
 
-// Makes the entries and keys of the stored record and links it into the index trees, then into the record-id tree.
+// Makes the entries and keys of the stored record and links it into the index trees, then into the record-id
+// tree.
 void enter_into_trees(ZtDbHandle database, ZtTable& table, ZtRecord* record, ZtListItem* list_item);
 
 }  // namespace cachet

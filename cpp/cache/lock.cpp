@@ -8,7 +8,9 @@ namespace {
 enum Level : int { read_level = 0, write_level = 1 };
 constexpr int ordinary_release = -1;
 
-Level level_of(const ZtDb* database) { return database->base.mode == 2 ? write_level : read_level; }
+Level level_of(const ZtDb* database) {
+  return database->base.mode == 2 ? write_level : read_level;
+}
 
 }  // namespace
 

@@ -28,7 +28,8 @@ bool go_to_end(ZtDbHandle database, ZtConditionHandle condition, Rb_node place, 
   if (!require_table(database, condition->tableid, condition) || place == nullptr) return false;
   condition->point = place;
   const Standing standing = stand_at_point<Direction>(database, condition);
-  if (standing == Standing::empty_key && on_empty_key == OnEmptyKey::clear_entry) condition->nodepoint = nullptr;
+  if (standing == Standing::empty_key && on_empty_key == OnEmptyKey::clear_entry)
+    condition->nodepoint = nullptr;
   return settle<Direction>(database, condition, standing);
 }
 
@@ -44,7 +45,8 @@ bool span_tree(ZtDbHandle database, ZtConditionHandle condition, Rb_node head) {
 }
 
 Rb_node head_of(const ZtTable& table, const ZtCondition* condition) {
-  return walks_index(condition) ? table.indexs[static_cast<std::size_t>(condition->indexid)] : table.listindex;
+  return walks_index(condition) ? table.indexs[static_cast<std::size_t>(condition->indexid)]
+                                : table.listindex;
 }
 
 struct Placed {
@@ -62,11 +64,12 @@ void provide_buffer(const ZtTable& table, int tableid, ZtRecordRow* row) {
 
 // A copy that no writer touched half-way.
 void copy_unchanged(ZtDbHandle database, const ZtRecord* record, ZtRecord* copy, int bytes) {
-  read_unchanged(database, [record] { return mark_of(record); },
-                 [&] {
-                   std::memcpy(copy, record, static_cast<std::size_t>(bytes));
-                   return true;
-                 });
+  read_unchanged(
+      database, [record] { return mark_of(record); },
+      [&] {
+        std::memcpy(copy, record, static_cast<std::size_t>(bytes));
+        return true;
+      });
 }
 
 }  // namespace

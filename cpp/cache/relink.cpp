@@ -1,7 +1,8 @@
-// One pass over a key's list serves all its records: they are sorted by record id, which is the order of the list.
+// One pass over a key's list serves all its records: they are sorted by record id, which is the order of the
+// list.
 //
-// A missing entry is usually still in the origin list, which is never unlinked from. It is gone from there too when the
-// key's current list had run empty and an insert started both lists anew: then it is made again.
+// A missing entry is usually still in the origin list, which is never unlinked from. It is gone from there
+// too when the key's current list had run empty and an insert started both lists anew: then it is made again.
 #include "cache/relink.h"
 
 #include <algorithm>
@@ -50,7 +51,9 @@ class Place {
 
  private:
   ZtIndexNode* at(std::uint32_t number) const { return number != 0 ? entry_at(base_, number) : nullptr; }
-  const ZtRecord* record_of(const ZtIndexNode* entry) const { return record_at(base_, record_offset_of(entry)); }
+  const ZtRecord* record_of(const ZtIndexNode* entry) const {
+    return record_at(base_, record_offset_of(entry));
+  }
 
   const Rb_base* base_;
   ZtIndexNode* before_ = nullptr;

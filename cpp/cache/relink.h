@@ -14,8 +14,9 @@ struct RevivedRecord {
 };
 using Revived = std::vector<RevivedRecord>;
 
-// A cursor may have unlinked a record while it was deleted. Every record given is afterwards in the current list of
-// each of its keys, which stay in ascending order of record ids. Reports -1003 when there is no memory for an entry.
+// A cursor may have unlinked a record while it was deleted. Every record given is afterwards in the current
+// list of each of its keys, which stay in ascending order of record ids. Reports -1003 when there is no
+// memory for an entry.
 void put_back_into_indexes(ZtDbHandle database, const Revived& revived);
 
 }  // namespace cachet

@@ -1,4 +1,5 @@
-// Before-images in process memory: one per record, taken when a change first touches it, written back by a rollback.
+// Before-images in process memory: one per record, taken when a change first touches it, written back by a
+// rollback.
 #include <cstdlib>
 #include <cstring>
 #include <vector>
@@ -23,9 +24,13 @@ void CZtRecordCopySet::Add(ZtRecordCopy& copy) {
   m_index.insert(copy);
 }
 
-void CZtRecordCopySet::Erase(ZtRecordCopy& copy) { m_index.erase(copy); }
+void CZtRecordCopySet::Erase(ZtRecordCopy& copy) {
+  m_index.erase(copy);
+}
 
-void CZtRecordCopySet::Clear() { m_index.clear(); }
+void CZtRecordCopySet::Clear() {
+  m_index.clear();
+}
 
 void ZtSaveRecord(ZtDbHandle database, int tableid, ZtRecord* record, int length) {
   ZtRecordCopy copy{reinterpret_cast<ZTINT8>(record), length, tableid, nullptr};
@@ -40,7 +45,8 @@ namespace cachet {
 
 namespace {
 
-// Data first, then the header's `deleted` and `updateno`, the mark last: whoever sees a clear mark sees all of it.
+// Data first, then the header's `deleted` and `updateno`, the mark last: whoever sees a clear mark sees all
+// of it.
 void write_back(const ZtRecordCopy& copy) {
   auto* const record = reinterpret_cast<ZtRecord*>(copy.offset);
   const auto* const image = reinterpret_cast<const ZtRecord*>(copy.data);

@@ -1,4 +1,5 @@
-// Record handles: a table id and a row, either private (being built, or a read-only copy) or the stored record itself.
+// Record handles: a table id and a row, either private (being built, or a read-only copy) or the stored
+// record itself.
 #include "cache/row.h"
 
 #include <cstdlib>
@@ -25,9 +26,13 @@ void release_row(ZtRecordRow* row) {
 
 using namespace cachet;
 
-void ZtCreateRecord(ZtRecordHandle* record) { *record = new ZtRecordRow; }
+void ZtCreateRecord(ZtRecordHandle* record) {
+  *record = new ZtRecordRow;
+}
 
-void ZtDupRecord(ZtRecordHandle source, ZtRecordHandle destination) { *destination = *source; }
+void ZtDupRecord(ZtRecordHandle source, ZtRecordHandle destination) {
+  *destination = *source;
+}
 
 void ZtCloseRecord(ZtDbHandle database, ZtRecordHandle record) {
   if (record == nullptr) return;

@@ -1,5 +1,5 @@
-// The schema calls. They only build this process's descriptors; the catalog is replayed through the same calls, so
-// every process derives the same ids, offsets and record lengths.
+// The schema calls. They only build this process's descriptors; the catalog is replayed through the same
+// calls, so every process derives the same ids, offsets and record lengths.
 #include <climits>
 #include <cstring>
 

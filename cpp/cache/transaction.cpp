@@ -13,7 +13,8 @@ namespace {
 constexpr int writers_position = 0;
 
 void unmark_tables(ZtDbHandle database) {
-  for (const ZtRecordCopy& copy : database->recordcopy.m_index) unmark_table(catalog_of(database, copy.tableid));
+  for (const ZtRecordCopy& copy : database->recordcopy.m_index)
+    unmark_table(catalog_of(database, copy.tableid));
   for (const int tableid : database->tables_to_unmark) unmark_table(catalog_of(database, tableid));
   database->tables_to_unmark.clear();
 }

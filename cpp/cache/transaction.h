@@ -9,8 +9,8 @@ namespace cachet {
 // Frees every copy and forgets it.
 void forget_copies(ZtDbHandle database);
 
-// A reset abandons all records: their images would be written over whatever comes to lie there. The tables that they
-// mark are remembered, and unmarked by the next commit or rollback all the same.
+// A reset abandons all records: their images would be written over whatever comes to lie there. The tables
+// that they mark are remembered, and unmarked by the next commit or rollback all the same.
 void drop_copies_of_abandoned_records(ZtDbHandle database);
 
 // Writes every image back over its record, and puts records that return to life back into their indexes.

@@ -1,7 +1,9 @@
-// Storing and deleting records. Nothing here takes a lock: a transaction's lock, or the caller's, keeps writers apart.
+// Storing and deleting records. Nothing here takes a lock: a transaction's lock, or the caller's, keeps
+// writers apart.
 //
 // Order of an insert, which readers and rollback rely on (docs/concurrency.md):
-//   1. the record's bytes, with `deleted` set; then its before-image, so that a rollback leaves a deleted record;
+//   1. the record's bytes, with `deleted` set; then its before-image, so that a rollback leaves a deleted
+//   record;
 //   2. its header is cleared: complete before anything leads to it;
 //   3. the table is marked: read-only readers keep out until the commit;
 //   4. the index trees, then the record-id tree.
@@ -26,7 +28,8 @@ std::int64_t free_bytes(const Rb_base& base) {
 }
 
 bool no_room(ZtDbHandle database) {
-  return report(database, ZT_ERR_NO_MEMORY, message::memory_low, static_cast<int>(free_bytes(database->base)));
+  return report(database, ZT_ERR_NO_MEMORY, message::memory_low,
+                static_cast<int>(free_bytes(database->base)));
 }
 
 // The table of a handle that may write; null, reported, otherwise.

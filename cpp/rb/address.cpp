@@ -1,7 +1,8 @@
 // Addresses to flat offsets in a database of several segments.
 //
-// Segments may be mapped side by side in any order, so the byte behind one segment can be the first byte of another:
-// an address strictly inside a segment is resolved first, the inclusive end of a segment only when none contains it.
+// Segments may be mapped side by side in any order, so the byte behind one segment can be the first byte of
+// another: an address strictly inside a segment is resolved first, the inclusive end of a segment only when
+// none contains it.
 #include "rb.h"
 
 namespace cachet {

@@ -1,30 +1,30 @@
-// The allocator: node slots, data blocks and tree heads. Only the one writer calls it. A block is zeroed before its
-// front is published, so whoever sees the new front sees zeros and not what a reset left there.
+// The allocator: node slots, data blocks and tree heads. Only the one writer calls it. A block is zeroed
+// before its front is published, so whoever sees the new front sees zeros and not what a reset left there.
 #include <cstring>
 
 #include "base/fatal.h"
 #include "rb.h"
 #include "rb_fronts.h"
 
-using cachet::Fronts;
+using namespace cachet;
 
 char* Rb_node_malloc(Rb_base* base) {
   Fronts fronts = Fronts::of(base);
   const std::int64_t slot = fronts.take_node();
-  if (slot < 0) cachet::fatal::out_of_shared_memory("Rb_node_malloc");
-  char* const address = address_of(base, cachet::FlatOffset{slot});
-  std::memset(address, 0, cachet::slot_bytes);
-  cachet::store_release<ZTINT8>(&base->memory->nodeoffset, fronts.node);
+  if (slot < 0) fatal::out_of_shared_memory("Rb_node_malloc");
+  char* const address = address_of(base, FlatOffset{slot});
+  std::memset(address, 0, slot_bytes);
+  store_release<ZTINT8>(&base->memory->nodeoffset, fronts.node);
   return address;
 }
 
 char* Rb_data_malloc(Rb_base* base, int size, int aligsize, bool alig) {
   Fronts fronts = Fronts::of(base);
   const std::int64_t block = fronts.take_data(size, aligsize, alig);
-  if (block < 0) cachet::fatal::out_of_shared_memory("Rb_data_malloc");
-  char* const address = address_of(base, cachet::FlatOffset{block});
-  std::memset(address, 0, static_cast<std::size_t>(cachet::round_up(size, 8)));
-  cachet::store_release<ZTINT8>(&base->memory->dataoffset, fronts.data);
+  if (block < 0) fatal::out_of_shared_memory("Rb_data_malloc");
+  char* const address = address_of(base, FlatOffset{block});
+  std::memset(address, 0, static_cast<std::size_t>(round_up(size, 8)));
+  store_release<ZTINT8>(&base->memory->dataoffset, fronts.data);
   return address;
 }
 
@@ -42,8 +42,8 @@ Rb_node make_rb_ext(Rb_base* base) {
 
 Rb_node make_rb(Rb_base* base) {
   if (!base->exist) return make_rb_ext(base);
-  const std::int64_t slot = cachet::next_node_slot(base->nodeoffset);
-  base->nodeoffset = slot + cachet::slot_bytes;
+  const std::int64_t slot = next_node_slot(base->nodeoffset);
+  base->nodeoffset = slot + slot_bytes;
   base->rb_count += 1;
-  return reinterpret_cast<Rb_node>(address_of(base, cachet::FlatOffset{slot}));
+  return reinterpret_cast<Rb_node>(address_of(base, FlatOffset{slot}));
 }

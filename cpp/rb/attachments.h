@@ -1,7 +1,8 @@
-// What this process has attached, entry by entry of g_proccess_dbstorage: whether it is still mapped, and of which
-// database it is. A handle that reuses the process's attachments asks here first.
+// What this process has attached, entry by entry of g_proccess_dbstorage: whether it is still mapped, and of
+// which database it is. A handle that reuses the process's attachments asks here first.
 //
-// Like g_proccess_dbstorage itself it is not guarded: handles of one process are not opened and closed concurrently.
+// Like g_proccess_dbstorage itself it is not guarded: handles of one process are not opened and closed
+// concurrently.
 #ifndef CACHET_CPP_RB_ATTACHMENTS_H
 #define CACHET_CPP_RB_ATTACHMENTS_H
 
@@ -15,8 +16,8 @@ namespace cachet::attachments {
 void add(char* address, int id, const std::string& absolute_path, const Rb_keyfile& file);
 // Notes that the address is no longer mapped.
 void forget(const char* address);
-// Whether the first `count` entries are mapped and belong to the database at `absolute_path`. A key file is looked at
-// only when the names differ.
+// Whether the first `count` entries are mapped and belong to the database at `absolute_path`. A key file is
+// looked at only when the names differ.
 bool are_of(const std::string& absolute_path, int count);
 
 }  // namespace cachet::attachments

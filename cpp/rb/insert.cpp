@@ -12,8 +12,12 @@ namespace cachet {
 
 namespace {
 
-Rb_node parent_node(const Rb_base* base, Rb_node node) { return node_at(base, parent_of(node)); }
-std::uint32_t number_of(const Rb_base* base, Rb_node node) { return value_of(node_number_of(base, node)); }
+Rb_node parent_node(const Rb_base* base, Rb_node node) {
+  return node_at(base, parent_of(node));
+}
+std::uint32_t number_of(const Rb_base* base, Rb_node node) {
+  return value_of(node_number_of(base, node));
+}
 
 // A child's parent and side, without the parent's own link to it.
 void hang_below(const Rb_base* base, Rb_node child, Rb_node parent, bool left) {
@@ -152,8 +156,10 @@ Rb_node insert_leaf(Rb_base* base, Rb_node successor, std::int64_t key, std::int
 
 }  // namespace cachet
 
+using namespace cachet;
+
 Rb_node rb_insert_b(Rb_base* base, Rb_node node, void* key, void* value) {
-  return cachet::insert_leaf(base, node, value_of(offset_of(base, key)), value_of(offset_of(base, value)));
+  return insert_leaf(base, node, value_of(offset_of(base, key)), value_of(offset_of(base, value)));
 }
 
 Rb_node rb_insert_a(Rb_base* base, Rb_node node, void* key, void* value) {
@@ -170,6 +176,6 @@ Rb_node rb_insert(Rb_base* base, Rb_node head, char* key, void* value) {
 
 // The integer itself is the key, in the first 4 of the 8 key bytes.
 Rb_node rb_inserti(Rb_base* base, Rb_node head, int key, void* value) {
-  return cachet::insert_leaf(base, rb_find_ikey(base, head, key), static_cast<std::uint32_t>(key),
-                             value_of(offset_of(base, value)));
+  return insert_leaf(base, rb_find_ikey(base, head, key), static_cast<std::uint32_t>(key),
+                     value_of(offset_of(base, value)));
 }

@@ -1,5 +1,5 @@
-// Keys carry only 16 bits of a file's inode, so two databases can come to share one: a leftover is told from another
-// database's memory by the file its header names.
+// Keys carry only 16 bits of a file's inode, so two databases can come to share one: a leftover is told from
+// another database's memory by the file its header names.
 #include "rb/key_file.h"
 
 #include <sys/shm.h>
@@ -13,7 +13,9 @@ namespace cachet {
 
 namespace {
 
-Rb_keyfile identity(const struct stat& status) { return {status.st_dev, status.st_ino}; }
+Rb_keyfile identity(const struct stat& status) {
+  return {status.st_dev, status.st_ino};
+}
 
 // The base path in the header of a segment 0 that is not attached; none when it does not look like one.
 std::optional<std::string> base_path_in(int id) {

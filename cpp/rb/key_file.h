@@ -32,8 +32,9 @@ std::optional<SegmentStatus> segment_status(int id);
 // Removes the segment if nobody is attached to it; true when it did.
 bool remove_if_unattached(int id);
 
-// Clears the way for a new segment with this key: removes an unattached leftover, whatever its size. False when it is
-// in use, or when segment 0 belongs to another database, one whose key file is a different file with this very key.
+// Clears the way for a new segment with this key: removes an unattached leftover, whatever its size. False
+// when it is in use, or when segment 0 belongs to another database, one whose key file is a different file
+// with this very key.
 bool clear_leftover(key_t key, int index, const Rb_keyfile& own_file);
 
 }  // namespace cachet

@@ -1,8 +1,8 @@
 // Search. One descent serves the three key families; they differ in how a key is compared with a stored one.
 //
-// A handle that a writer may overtake (read-only, isolated) checks every link against the fronts before it follows it
-// and gives up after 128 levels, which no balanced tree reaches: a search that races a rotation or a reset ends, maybe
-// at a wrong place, and never leaves the segments. The caller's validation notices.
+// A handle that a writer may overtake (read-only, isolated) checks every link against the fronts before it
+// follows it and gives up after 128 levels, which no balanced tree reaches: a search that races a rotation or
+// a reset ends, maybe at a wrong place, and never leaves the segments. The caller's validation notices.
 #include <cstring>
 
 #include "base/fatal.h"
@@ -52,7 +52,8 @@ template <class Compare>
 Rb_node find(Rb_base* base, Rb_node head, int* found, const char* misuse, const Compare& compare) {
   *found = 0;
   if (!is(head, RB_HEAD)) fatal::tree_misuse(misuse, head);
-  const Place place = checks_links(base) ? descend<true>(base, head, compare) : descend<false>(base, head, compare);
+  const Place place =
+      checks_links(base) ? descend<true>(base, head, compare) : descend<false>(base, head, compare);
   *found = place.found ? 1 : 0;
   return place.node;
 }
@@ -61,12 +62,14 @@ Rb_node find(Rb_base* base, Rb_node head, int* found, const char* misuse, const 
 
 }  // namespace cachet
 
+using namespace cachet;
+
 Rb_node rb_find_gkey_n(Rb_base* base, Rb_node head, void* key, Rb_compare compare, int* found) {
   // The text variant's message, on purpose.
-  return cachet::find(base, head, found, cachet::fatal::find_key_on_non_head, [=](Rb_node node) {
-    const std::int64_t stored = cachet::key_offset_of(node);
-    if (cachet::checks_links(base) && !cachet::is_data(base, stored, 1)) return -1;
-    return compare(base, key, address_of(base, cachet::FlatOffset{stored}));
+  return find(base, head, found, fatal::find_key_on_non_head, [=](Rb_node node) {
+    const std::int64_t stored = key_offset_of(node);
+    if (checks_links(base) && !is_data(base, stored, 1)) return -1;
+    return compare(base, key, address_of(base, FlatOffset{stored}));
   });
 }
 
@@ -76,8 +79,8 @@ Rb_node rb_find_gkey(Rb_base* base, Rb_node head, void* key, Rb_compare compare)
 }
 
 Rb_node rb_find_key_n(Rb_base* base, Rb_node head, char* key, int* found) {
-  return cachet::find(base, head, found, cachet::fatal::find_key_on_non_head,
-                      [=](Rb_node node) { return std::strcmp(key, rb_key(base, node)); });
+  return find(base, head, found, fatal::find_key_on_non_head,
+              [=](Rb_node node) { return std::strcmp(key, rb_key(base, node)); });
 }
 
 Rb_node rb_find_key(Rb_base* base, Rb_node head, char* key) {
@@ -86,8 +89,8 @@ Rb_node rb_find_key(Rb_base* base, Rb_node head, char* key) {
 }
 
 Rb_node rb_find_ikey_n(Rb_base* base, Rb_node head, int key, int* found) {
-  return cachet::find(base, head, found, cachet::fatal::find_ikey_on_non_head, [=](Rb_node node) {
-    const int stored = cachet::load_unaligned<int>(cachet::bytes_of(node) + offsetof(srb_node, k));
+  return find(base, head, found, fatal::find_ikey_on_non_head, [=](Rb_node node) {
+    const int stored = load_unaligned<int>(bytes_of(node) + offsetof(srb_node, k));
     return (key > stored) - (key < stored);
   });
 }

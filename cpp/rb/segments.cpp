@@ -1,4 +1,5 @@
-// Creating, attaching, detaching and removing the segments of a database. Called under the database's file lock.
+// Creating, attaching, detaching and removing the segments of a database. Called under the database's file
+// lock.
 //
 // A step that fails decides what becomes of the segments attached before it; the differences are part of the
 // behaviour (an attachment that stays is detached when the process ends).
@@ -56,7 +57,8 @@ bool is_valid_size(std::int64_t size_bytes) {
 }
 
 // Attaches segment `id` as the handle's next one.
-std::optional<Failed> attach(const Attempt& attempt, int id, const std::string& path, const Rb_keyfile& file) {
+std::optional<Failed> attach(const Attempt& attempt, int id, const std::string& path,
+                             const Rb_keyfile& file) {
   Rb_base* const base = attempt.base;
   base->mshid.push_back(id);
   base->key_files.push_back(file);
@@ -75,7 +77,8 @@ std::optional<Failed> create_segment(const Attempt& attempt, int index, std::int
   const Descriptor descriptor = create_key_file(path.c_str(), true, 0600);
   const int file_error = errno;
   const auto file = key_file_of(descriptor.get());
-  if (!file) return attempt.fail(CleanUp::unless_first, message::create_file_failed, path.c_str(), file_error);
+  if (!file)
+    return attempt.fail(CleanUp::unless_first, message::create_file_failed, path.c_str(), file_error);
 
   const key_t key = ftok(path.c_str(), segment_key_id);
   if (key == -1) return attempt.fail(CleanUp::none, message::create_segment_failed, path.c_str(), errno);
@@ -91,7 +94,8 @@ std::optional<Failed> create_segment(const Attempt& attempt, int index, std::int
   }
   const auto bytes = static_cast<std::size_t>(bytes_of_segment(size_bytes, index));
   const int id = shmget(key_again, bytes, IPC_CREAT | IPC_EXCL | 0666);
-  if (id < 0) return attempt.fail(CleanUp::unless_first, message::create_segment_failed_2, path.c_str(), errno);
+  if (id < 0)
+    return attempt.fail(CleanUp::unless_first, message::create_segment_failed_2, path.c_str(), errno);
   return attach(attempt, id, path, *file);
 }
 
@@ -106,7 +110,8 @@ std::optional<Failed> open_segment(const Attempt& attempt, int index, std::int64
                       : attempt.fail(CleanUp::always, message::create_file_failed, path.c_str(), file_error);
   }
   const key_t key = ftok(path.c_str(), segment_key_id);
-  if (key == -1) return attempt.fail(CleanUp::unless_first, message::open_segment_failed_1, path.c_str(), errno);
+  if (key == -1)
+    return attempt.fail(CleanUp::unless_first, message::open_segment_failed_1, path.c_str(), errno);
   // Looked up with size 0: the segment may be smaller than any fixed size.
   const int id = shmget(key, 0, 0666);
   if (id < 0) return attempt.fail(CleanUp::unless_first, message::open_segment_failed_2, path.c_str(), errno);
@@ -146,7 +151,8 @@ std::optional<Failed> open_first_segment(const Attempt& attempt) {
 }
 
 bool give_up(const Attempt& attempt, int index, const Failed& failed) {
-  const bool close = failed.clean_up == CleanUp::always || (failed.clean_up == CleanUp::unless_first && index > 0);
+  const bool close =
+      failed.clean_up == CleanUp::always || (failed.clean_up == CleanUp::unless_first && index > 0);
   if (close) Rb_closesharememory(attempt.base, 0);
   return false;
 }
@@ -189,7 +195,8 @@ bool Rb_createsharememory(Rb_base* base, const char* name, const char* version, 
     attempt.fail(CleanUp::none, message, first_path.c_str(), error);
     return false;
   };
-  if (attempt.name.size() >= sizeof(Rb_memory::name)) return refuse(message::create_file_failed, ENAMETOOLONG);
+  if (attempt.name.size() >= sizeof(Rb_memory::name))
+    return refuse(message::create_file_failed, ENAMETOOLONG);
   if (!is_valid_size(size)) return refuse(message::create_segment_failed_2, EINVAL);
   if (!attempt.writable) return refuse(message::map_file_failed, EACCES);  // the header could not be written
 
