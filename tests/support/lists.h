@@ -2,7 +2,10 @@
 #ifndef CACHET_TESTS_SUPPORT_LISTS_H
 #define CACHET_TESTS_SUPPORT_LISTS_H
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
+#include <ostream>
 #include <vector>
 
 #include "caches.h"
@@ -36,6 +39,10 @@ struct Lists {
   std::vector<ZTINT8> origin, current;
   bool both_ways;  // following the links backwards gives the same lists
   bool operator==(const Lists&) const = default;
+  friend void PrintTo(const Lists& lists, std::ostream* out) {
+    *out << "origin " << testing::PrintToString(lists.origin) << ", current "
+         << testing::PrintToString(lists.current) << (lists.both_ways ? "" : ", otherwise backwards");
+  }
 };
 
 // Follows one list from one end; stops after 10000 entries, so that a ring shows as a wrong list and not as a
