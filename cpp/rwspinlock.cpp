@@ -15,6 +15,7 @@
 #include <sys/shm.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <ctime>
 #include <string>
 
@@ -28,7 +29,8 @@ constexpr int lock_semaphore_id = 1;
 constexpr int lock_semaphore_max = 100;
 constexpr int page_bytes = 8192;
 constexpr int slot_count = 2;
-constexpr int slot_bytes = 20;
+constexpr std::ptrdiff_t slot_bytes = 20;
+constexpr std::ptrdiff_t word_bytes = 4;
 constexpr int read_level = 0;
 constexpr int write_level = 1;
 constexpr int slice_ms = 200;
@@ -36,16 +38,17 @@ constexpr long pause_without_semaphore_ns = 2'000'000;
 
 // The words of a slot, and behind both slots the library's own bookkeeping.
 //
-//   byte   0        20       40     64                            72               8192
-//          +--------+--------+------+-----------------------------+ - - - - - - - -+
-//          | slot 0 | slot 1 | free | reader releases of slot 0, 1|      free      |
-//          +--------+--------+------+-----------------------------+ - - - - - - - -+
+//   byte   0        20       40     64                            72      80               8192
+//          +--------+--------+------+-----------------------------+-------+ - - - - - - - -+
+//          | slot 0 | slot 1 | free | reader releases of slot 0, 1| epoch |      free      |
+//          +--------+--------+------+-----------------------------+-------+ - - - - - - - -+
 constexpr int releases_at = 64;
+constexpr int epoch_at = 72;
 
 class Slot {
  public:
   Slot(char* page, int lockid)
-      : words_(page + lockid * slot_bytes), releases_(page + releases_at + lockid * 4) {}
+      : words_(page + lockid * slot_bytes), releases_(page + releases_at + lockid * word_bytes) {}
 
   auto writers_holding() const { return word(1); }
   auto writers_waiting() const { return word(2); }
@@ -56,7 +59,7 @@ class Slot {
 
  private:
   std::atomic_ref<std::int32_t> word(int index) const {
-    return cachet::shared_word<std::int32_t>(words_ + index * 4);
+    return cachet::shared_word<std::int32_t>(words_ + index * word_bytes);
   }
   char* words_;
   char* releases_;
@@ -158,6 +161,14 @@ bool Crwspinlock::IsOpen() const {
 
 bool Crwspinlock::WriterHolds(int lockid) const {
   return m_open && is_slot(lockid) && Slot(m_lockpage.m_p, lockid).writers_holding().load() > 0;
+}
+
+std::uint64_t Crwspinlock::Epoch() const {
+  return m_open ? cachet::load_acquire<std::uint64_t>(m_lockpage.m_p + epoch_at) : 0;
+}
+
+void Crwspinlock::RaiseEpoch() {
+  if (m_open) cachet::shared_word<std::uint64_t>(m_lockpage.m_p + epoch_at).fetch_add(2);
 }
 
 bool Crwspinlock::Lock(int lockid, int locklevel) {

@@ -14,6 +14,7 @@
 #ifndef CACHET_RWSPINLOCK_H
 #define CACHET_RWSPINLOCK_H
 
+#include <cstdint>
 #include <vector>
 
 #include "cachet.h"
@@ -48,6 +49,11 @@ class CACHET_API Crwspinlock {
   bool IsOpen() const;
   // Whether some process holds the slot for writing right now.
   bool WriterHolds(int lockid) const;
+
+  // A counter of the whole database, in the page. A rollback takes records' own counters back and raises this
+  // one instead, before it clears their marks. 0 for ever when the lock is not open.
+  std::uint64_t Epoch() const;
+  void RaiseEpoch();
 
   Cztshamem m_lockpage;
   Cztsema m_r_sema[2];

@@ -50,15 +50,15 @@ const ZtDataField* field_at(ZtDbHandle database, const ZtTable& table, int field
   return nullptr;
 }
 
-ZtTable* table_of_record(ZtDbHandle database, const ZtRecordRow* row) {
-  if (row->record != nullptr) return table_at(database, row->tableid);
-  report(database, ZT_ERR_GENERAL, message::no_record);
-  return nullptr;
+bool require_record(ZtDbHandle database, const ZtRecordRow* row) {
+  return row->record != nullptr || report(database, ZT_ERR_GENERAL, message::no_record);
 }
 
-bool require_writable(ZtDbHandle database, const ZtTable& table) {
-  if (writes_locally(database)) return true;
-  return report(database, ZT_ERR_READ_ONLY, message::table_read_only, table.name);
+ZtTable* writable_table(ZtDbHandle database, const ZtRecordRow* row) {
+  ZtTable* const table = table_at(database, row->tableid);
+  if (table == nullptr || writes_locally(database)) return table;
+  report(database, ZT_ERR_READ_ONLY, message::table_read_only, table->name);
+  return nullptr;
 }
 
 bool require_writable(ZtDbHandle database) {

@@ -22,16 +22,16 @@ bool report(ZtDbHandle database, int errcode, const message::Message<Args...>& t
 ZtTable* table_at(ZtDbHandle database, int tableid);
 const ZtDataField* field_at(ZtDbHandle database, const ZtTable& table, int fieldid);
 
-// Null, reported, for a handle without a record or with a table id out of range.
-ZtTable* table_of_record(ZtDbHandle database, const ZtRecordRow* row);
+// False, reported, for a record handle without a record.
+bool require_record(ZtDbHandle database, const ZtRecordRow* row);
 
 // Whether this handle itself writes the shared memory.
 inline bool writes_locally(const ZtDb* database) {
   return database->base.mode == 2 && !database->base.isolate;
 }
 
-// False, reported with the table's name, on a handle that may not write.
-bool require_writable(ZtDbHandle database, const ZtTable& table);
+// The row's table if this handle may write; null, reported, otherwise: the mode is told before anything else.
+ZtTable* writable_table(ZtDbHandle database, const ZtRecordRow* row);
 // False, reported, on a handle that may not write, for calls that concern no table.
 bool require_writable(ZtDbHandle database);
 

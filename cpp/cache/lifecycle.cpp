@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/file.h"
 #include "cache/error.h"
 #include "cache/file_lock.h"
 #include "cache/transaction.h"
@@ -54,8 +55,16 @@ bool no_lock(ZtDbHandle database, const std::string& path) {
   return report(database, ZT_ERR_GENERAL, message::create_lock_failed, path.c_str());
 }
 
-bool open_lock(ZtDbHandle database, std::string& path, int dbsesion_mode) {
-  if (database->lock.Open(path.data(), dbsesion_mode)) return true;
+// The lock's key files are removed by name when the last process leaves, which may have changed its directory
+// by then: the names are absolute, unless the current directory's is too long to keep.
+std::string lock_path(const std::string& path) {
+  constexpr std::size_t longest_suffix = 24;
+  std::string absolute = absolute_path(path.c_str());
+  return absolute.size() + longest_suffix < sizeof(Cztshamem::m_name) ? absolute : path;
+}
+
+bool open_lock(ZtDbHandle database, const std::string& path, int dbsesion_mode) {
+  if (database->lock.Open(lock_path(path).data(), dbsesion_mode)) return true;
   database->lock.Close();
   return false;
 }
@@ -83,7 +92,7 @@ bool connect_to_manager(ZtDbHandle database) {
 }
 
 // What ZtOpenDb does under the shared file lock.
-bool open_under_lock(ZtDbHandle database, std::string& path, const char* version, bool lock_is_open) {
+bool open_under_lock(ZtDbHandle database, const std::string& path, const char* version, bool lock_is_open) {
   const bool isolate = database->base.isolate;
   if (!attach(database, path, isolate ? ZT_MODE_READ_ONLY : database->base.mode)) return false;
   if (database->shmrcset_mode == 1) {
@@ -108,7 +117,7 @@ bool ZtCreateDb(ZtDbHandle* database, const char* path, const char* name, const 
   if (!check_length(handle, base)) return false;
 
   handle->flock = new RWLock(base.data());
-  if (!handle->lock.Create(base.data(), dbsesion_mode)) return no_lock(handle, base);
+  if (!handle->lock.Create(lock_path(base).data(), dbsesion_mode)) return no_lock(handle, base);
   if (!ZtLockDb(handle, ZT_LOCK_EXCLUSIVE)) {
     return report(handle, ZT_ERR_GENERAL, message::lock_failed, base.c_str());
   }

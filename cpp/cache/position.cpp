@@ -64,12 +64,10 @@ void provide_buffer(const ZtTable& table, int tableid, ZtRecordRow* row) {
 
 // A copy that no writer touched half-way.
 void copy_unchanged(ZtDbHandle database, const ZtRecord* record, ZtRecord* copy, int bytes) {
-  read_unchanged(
-      database, [record] { return mark_of(record); },
-      [&] {
-        std::memcpy(copy, record, static_cast<std::size_t>(bytes));
-        return true;
-      });
+  read_unchanged(database, record, [&] {
+    std::memcpy(copy, record, static_cast<std::size_t>(bytes));
+    return true;
+  });
 }
 
 }  // namespace

@@ -45,17 +45,22 @@ namespace cachet {
 
 namespace {
 
-// Data first, then the header's `deleted` and `updateno`, the mark last: whoever sees a clear mark sees all
-// of it.
-void write_back(const ZtRecordCopy& copy) {
-  auto* const record = reinterpret_cast<ZtRecord*>(copy.offset);
-  const auto* const image = reinterpret_cast<const ZtRecord*>(copy.data);
+const ZtRecord* image_of(const ZtRecordCopy& copy) {
+  return reinterpret_cast<const ZtRecord*>(copy.data);
+}
+ZtRecord* record_of(const ZtRecordCopy& copy) {
+  return reinterpret_cast<ZtRecord*>(copy.offset);
+}
+
+// Everything but the mark, the counter last.
+void restore_all_but_mark(const ZtRecordCopy& copy) {
+  ZtRecord* const record = record_of(copy);
+  const ZtRecord* const image = image_of(copy);
   std::memcpy(bytes_of(record) + ZT_RECORD_HEADER, bytes_of(image) + ZT_RECORD_HEADER,
               static_cast<std::size_t>(copy.length - ZT_RECORD_HEADER));
   set_id(record, id_of(image));
   set_deleted(record, is_deleted(image));
   set_updateno(record, mark_of(image).updateno);
-  set_duty(record, mark_of(image).duty);
 }
 
 }  // namespace
@@ -73,15 +78,20 @@ void drop_copies_of_abandoned_records(ZtDbHandle database) {
   forget_copies(database);
 }
 
+// Readers take a restored counter for an untouched record's, so the epoch tells them: it is raised when every
+// record is restored, and only then do the marks clear.
 void restore_copies(ZtDbHandle database) {
   Revived revived;
   for (const ZtRecordCopy& copy : database->recordcopy.m_index) {
-    auto* const record = reinterpret_cast<ZtRecord*>(copy.offset);
-    const bool was_deleted = is_deleted(record);
-    write_back(copy);
-    if (was_deleted && !is_deleted(record)) revived.push_back({copy.tableid, record});
+    const bool was_deleted = is_deleted(record_of(copy));
+    restore_all_but_mark(copy);
+    if (was_deleted && !is_deleted(record_of(copy))) revived.push_back({copy.tableid, record_of(copy)});
   }
   put_back_into_indexes(database, revived);
+  database->lock.RaiseEpoch();
+  for (const ZtRecordCopy& copy : database->recordcopy.m_index) {
+    set_duty(record_of(copy), mark_of(image_of(copy)).duty);
+  }
 }
 
 }  // namespace cachet

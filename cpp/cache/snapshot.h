@@ -1,6 +1,7 @@
-// Reading a table without a lock. A read-only handle remembers the table's counter while no writer has it
-// marked, reads, and keeps what it read only if counter and mark are as they were; otherwise it waits for the
-// writers and reads again. Other handles read once: their callers hold a lock.
+// Reading without a lock. A read-only handle remembers the counter of the table (or record) while no writer
+// has it marked, and the database's epoch, which a rollback raises as it takes counters back. It reads, and
+// keeps what it read only if all three are as they were; otherwise it waits for the writers and reads again.
+// Other handles read once: their callers hold a lock.
 #ifndef CACHET_CPP_CACHE_SNAPSHOT_H
 #define CACHET_CPP_CACHE_SNAPSHOT_H
 
@@ -22,17 +23,20 @@ class WriterWait {
   long pause_ns_ = 0;
 };
 
-// Runs `attempt` until a run of it overlapped no change that `marks` shows, and returns its result. `marks()`
-// gives the ChangeMark to watch.
-template <class Marks, class Attempt>
-auto read_unchanged(ZtDbHandle database, const Marks& marks, const Attempt& attempt) {
+// Runs `attempt` until a run of it overlapped no change of what `watched` marks (a table's catalog record, or
+// a record), and returns its result. The epoch is read first and compared last: a rollback raises it after
+// the restored counters and before the marks clear, so a clear mark behind a rollback always shows the new
+// epoch.
+template <class Watched, class Attempt>
+auto read_unchanged(ZtDbHandle database, const Watched* watched, const Attempt& attempt) {
   WriterWait wait_for_writers(database);
   for (;;) {
-    const ChangeMark before = marks();
+    const std::uint64_t epoch = database->lock.Epoch();
+    const ChangeMark before = mark_of(watched);
     if (!before.duty) {
       const auto result = attempt();
       std::atomic_thread_fence(std::memory_order_acquire);
-      if (marks() == before) return result;
+      if (mark_of(watched) == before && database->lock.Epoch() == epoch) return result;
     }
     wait_for_writers();
   }
@@ -42,8 +46,7 @@ auto read_unchanged(ZtDbHandle database, const Marks& marks, const Attempt& atte
 template <class Attempt>
 auto read_table(ZtDbHandle database, int tableid, const Attempt& attempt) {
   if (database->base.mode != ZT_MODE_READ_ONLY) return attempt();
-  return read_unchanged(
-      database, [=] { return mark_of(catalog_of(database, tableid)); }, attempt);
+  return read_unchanged(database, catalog_of(database, tableid), attempt);
 }
 
 // Ends a public call of a read-only handle: the position lock that a wait may have taken is given back.

@@ -52,8 +52,8 @@ void Fjust(double& value, int dec) {
 }
 
 bool ZtSetField(ZtDbHandle database, ZtRecordHandle record, int fieldid, const void* data) {
-  ZtTable* const table = table_of_record(database, record);
-  if (table == nullptr || !require_writable(database, *table)) return false;
+  const ZtTable* const table = writable_table(database, record);
+  if (table == nullptr || !require_record(database, record)) return false;
   const ZtDataField* const field = field_at(database, *table, fieldid);
   if (field == nullptr) return false;
   if (!record->newrow) {
@@ -106,7 +106,7 @@ int ZtGetColDecimal(ZtDbHandle database, ZtRecordHandle record, int col) {
 }
 
 char* ZtGetColData(ZtDbHandle database, ZtRecordHandle record, int col) {
-  if (table_of_record(database, record) == nullptr) return nullptr;
+  if (!require_record(database, record)) return nullptr;
   const ZtDataField* const field = column(database, record, col);
   return field == nullptr ? nullptr : field_bytes(record->record, *field);
 }

@@ -32,15 +32,9 @@ bool no_room(ZtDbHandle database) {
                 static_cast<int>(free_bytes(database->base)));
 }
 
-// The table of a handle that may write; null, reported, otherwise.
-ZtTable* writable_table(ZtDbHandle database, const ZtRecordRow* row) {
-  ZtTable* const table = table_at(database, row->tableid);
-  return table != nullptr && require_writable(database, *table) ? table : nullptr;
-}
-
 bool may_insert(ZtDbHandle database, const ZtTable& table, const ZtRecordRow* row) {
   if (table.listindex == nullptr) return report(database, ZT_ERR_GENERAL, message::database_not_open);
-  if (row->record == nullptr) return report(database, ZT_ERR_GENERAL, message::no_record);
+  if (!require_record(database, row)) return false;
   return free_bytes(database->base) >= least_free_bytes || no_room(database);
 }
 
@@ -133,8 +127,8 @@ bool ZtLoadRecord(ZtDbHandle database, ZtRecordHandle recordrow) {
 }
 
 void ZtDeleteRecord(ZtDbHandle database, ZtRecordHandle record) {
-  ZtTable* const table = table_of_record(database, record);
-  if (table == nullptr || !require_writable(database, *table)) return;
+  ZtTable* const table = writable_table(database, record);
+  if (table == nullptr || !require_record(database, record)) return;
   if (record->newrow) {
     report(database, ZT_ERR_GENERAL, message::no_record);
     return;
