@@ -113,14 +113,17 @@ int unlink_and_step(ZtDbHandle database, ZtConditionHandle condition) {
   if (!is_deleted(record_at(base, record_offset_of(entry)))) return Direction::skip;
 
   const std::uint32_t number = number_of(base, entry);
-  const std::uint32_t prev = Records::head(item) == number ? 0 : Records::prev(entry);
+  const bool is_head = Records::head(item) == number;
+  const std::uint32_t prev = is_head ? 0 : Records::prev(entry);
   const std::uint32_t next = Records::next(entry);
-  if (Records::head(item) == number) {
+  const bool is_linked = is_head || (prev != 0 && Records::next(entry_at(base, prev)) == number);
+  // The last entry must be this very key's: a cursor's entry may belong to another key than its point.
+  if (!is_linked || (next == 0 && Records::tail(item) != number)) return Direction::skip;
+
+  if (is_head) {
     Records::set_head(item, next);
-  } else if (prev != 0 && Records::next(entry_at(base, prev)) == number) {
-    Records::set_next(entry_at(base, prev), next);
   } else {
-    return Direction::skip;
+    Records::set_next(entry_at(base, prev), next);
   }
   if (next == 0) {
     Records::set_tail(item, prev);
