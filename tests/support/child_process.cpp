@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <sched.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -86,6 +87,7 @@ Child::Child(const std::function<int(Gate&)>& body, Output output, Leave leave) 
 }
 
 void Child::run(const std::function<int(Gate&)>& body, Gate& gate, Leave leave) const {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (output_file_ >= 0) {
     dup2(output_file_, STDOUT_FILENO);
     dup2(errors_file_, STDERR_FILENO);

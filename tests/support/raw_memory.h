@@ -7,7 +7,6 @@
 #include <sys/shm.h>
 
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -31,9 +30,7 @@ class RawMemory {
   // `base`: the base path of the key files. Attaches every segment that is there, read-only.
   explicit RawMemory(const std::string& base) {
     for (int i = 0; i < 100; ++i) {
-      char suffix[16];
-      std::snprintf(suffix, sizeof suffix, "%02d.data", i);
-      const int id = segment_id(base + suffix);
+      const int id = segment_id(base + (i < 10 ? "0" : "") + std::to_string(i) + ".data");
       if (id < 0) break;
       sizes.push_back(segment_status(id).shm_segsz);
       addresses_.push_back(static_cast<const char*>(shmat(id, nullptr, SHM_RDONLY)));

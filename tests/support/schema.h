@@ -9,7 +9,7 @@
 #include <string>
 #include <utility>
 
-#include "cachet.h"
+#include "caches.h"
 #include "support/temp_database.h"
 
 namespace cachet::test {
@@ -25,7 +25,12 @@ inline constexpr int name_bytes = 20;
 struct Error {
   int code = 0;
   std::string text;  // GBK
+  bool operator==(const Error&) const = default;
 };
+
+inline std::ostream& operator<<(std::ostream& out, const Error& error) {
+  return out << error.code << ' ' << ::testing::PrintToString(error.text);
+}
 
 inline Error last_error(ZtDbHandle handle) {
   Error error;
@@ -65,6 +70,10 @@ class Database {
  private:
   ZtDbHandle handle_ = nullptr;
 };
+
+inline Rb_base* base_of(const Database& db) {
+  return &static_cast<ZtDbHandle>(db)->base;
+}
 
 // ZtCreateDb and ZtOpenDb with the usual arguments; both return holding the file lock when `opened`.
 inline Database begin_create(TempDirectory& directory, ZTINT8 size_bytes = small_bytes,

@@ -1,5 +1,6 @@
 #include "support/temp_database.h"
 
+#include <fcntl.h>
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
@@ -7,6 +8,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <sstream>
 #include <string_view>
 
 namespace cachet::test {
@@ -30,20 +32,60 @@ bool semaphore_set_exists(int id) {
   return semctl(id, 0, IPC_STAT, &status) == 0;
 }
 
+void remove_with_objects(const std::string& directory) {
+  std::error_code ignored;
+  for (const auto& entry : std::filesystem::directory_iterator(directory, ignored)) {
+    if (entry.is_symlink() || !is_key_file(entry.path().filename().native())) continue;
+    const key_t key = ftok(entry.path().c_str(), key_id);
+    if (const int id = shmget(key, 0, 0); id >= 0) shmctl(id, IPC_RMID, nullptr);
+    if (const int id = semget(key, 0, 0); id >= 0) semctl(id, 0, IPC_RMID);
+  }
+  std::filesystem::remove_all(directory, ignored);
+}
+
+// A process that outlives the tests, however they end (killed, aborted, timed out), and then removes the
+// directories that are still there. It is made before the first directory, so it inherits no attachment.
+class Janitor {
+ public:
+  static void watch(const std::string& directory) {
+    static const Janitor janitor;
+    const std::string line = directory + "\n";
+    if (write(janitor.out_, line.data(), line.size()) < 0) std::abort();
+  }
+
+ private:
+  Janitor() {
+    int pipe[2];
+    if (pipe2(pipe, O_CLOEXEC) != 0) std::abort();
+    out_ = pipe[1];
+    if (fork() != 0) return;
+    setsid();
+    dup2(pipe[0], STDIN_FILENO);
+    close_range(STDOUT_FILENO, ~0u, 0);
+    std::string directories;
+    char buffer[4096];
+    for (ssize_t got; (got = read(STDIN_FILENO, buffer, sizeof buffer)) > 0;) {
+      directories.append(buffer, static_cast<std::size_t>(got));
+    }
+    std::istringstream lines(directories);
+    for (std::string directory; std::getline(lines, directory);) remove_with_objects(directory);
+    _exit(0);
+  }
+
+  int out_;
+};
+
 }  // namespace
 
-TempDirectory::TempDirectory() {
-  char path[] = "/tmp/ctXXXXXX";  // short: a base path has room for 79 bytes
-  if (mkdtemp(path) == nullptr) std::abort();
-  path_ = path;
+TempDirectory::TempDirectory(const char* parent) : path_(std::string(parent) + "/ctXXXXXX") {
+  if (mkdtemp(path_.data()) == nullptr) std::abort();
+  Janitor::watch(path_);
 }
 
 TempDirectory::~TempDirectory() {
-  note_objects();
   for (const auto& [id, name] : segments_) shmctl(id, IPC_RMID, nullptr);
   for (const auto& [id, name] : semaphore_sets_) semctl(id, 0, IPC_RMID);
-  std::error_code ignored;
-  std::filesystem::remove_all(path_, ignored);
+  remove_with_objects(path_);
 }
 
 std::vector<std::string> TempDirectory::files() const {

@@ -1,7 +1,7 @@
 // A directory of its own for every test that makes a database, and the proof that the test left nothing in
 // it.
 //
-// Whatever happens in the test, the System V objects and the files go with the directory.
+// Whatever happens to the test, be it killed, the System V objects and the files go with the directory.
 #ifndef CACHET_TESTS_SUPPORT_TEMP_DATABASE_H
 #define CACHET_TESTS_SUPPORT_TEMP_DATABASE_H
 
@@ -15,7 +15,7 @@ namespace cachet::test {
 
 class TempDirectory {
  public:
-  TempDirectory();
+  explicit TempDirectory(const char* parent = "/tmp");
   ~TempDirectory();
   TempDirectory(const TempDirectory&) = delete;
   TempDirectory& operator=(const TempDirectory&) = delete;
