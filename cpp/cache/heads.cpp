@@ -64,6 +64,8 @@ void ZtResetDb(ZtDbHandle database) {
   if (!require_writable(database)) return;
   Rb_base& base = database->base;
   drop_copies_of_abandoned_records(database);
+  // No table's mark tells readers of a reset.
+  database->lock.MakeEpochOdd();
   base.memory->rb_count = 0;
   base.memory->transactioncount = 0;
   store_release<ZTINT8>(&base.memory->nodeoffset, first_head_offset(base));
@@ -72,5 +74,6 @@ void ZtResetDb(ZtDbHandle database) {
     store_release<int>(&catalog_of(database, static_cast<int>(id))->recordcount, 0);
   }
   for_each_head(database, make_rb_ext);
+  database->lock.MakeEpochEven();
   base.rb_count = base.memory->rb_count;
 }
