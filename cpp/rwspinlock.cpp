@@ -1,11 +1,10 @@
 // The protocol of a slot. All words of a slot change under its spin lock, which is never held across a wait.
 //
-//   write    free?           W1 += 1, in
-//            held or waited  W2 += 1, sleep on the writer semaphore until W1 = 0; W2 -= 1, W1 += 1, in
-//            for?
-//   read     no writer in?   W3 += 1, in
-//            held?           W4 += 1, sleep on the reader semaphore until W1 = 0, and no writer waits or an
-//                            unlock has let the readers go since; W4 -= 1, W3 += 1, in
+//   write    nobody holds or waits to write: W1 += 1, in
+//            else: W2 += 1, sleep on the writer semaphore until W1 = 0; W2 -= 1, W1 += 1, in
+//   read     nobody holds to write: W3 += 1, in
+//            else: W4 += 1, sleep on the reader semaphore until W1 = 0, and either no writer waits or an
+//            unlock has let the readers go since; W4 -= 1, W3 += 1, in
 //   unlock   W1 -= 1; a writer waits: one post for writers; else one post for each waiting reader
 //
 // A wake-up is only a hint. Posts are made before the spin lock is given back, so no releaser can die between
@@ -131,6 +130,15 @@ bool is_slot(int lockid) {
   return lockid >= 0 && lockid < slot_count;
 }
 
+void remove_semaphores(Crwspinlock& lock) {
+  for (int id = 0; id < slot_count; ++id) {
+    for (Cztsema* const semaphore : {&lock.m_r_sema[id], &lock.m_w_sema[id]}) {
+      semaphore->Close();
+      semaphore->Delete();
+    }
+  }
+}
+
 }  // namespace
 
 Crwspinlock::Crwspinlock() = default;
@@ -252,20 +260,18 @@ void Crwspinlock::Unlock(int lockid, int locklevel, int stype, char* sid) {
   }
 }
 
+// The semaphores go before the page while this is its only user: until the page is gone no creator gets in that would
+// take them for its own. Two that leave together both see the other; who detached last is asked again afterwards.
 void Crwspinlock::Close() {
   m_open = false;
   if (m_lockpage.m_p == nullptr) return;
   const int page_id = m_lockpage.m_shamemid;
+  const bool only_user = m_lockpage.usercount() == 1;
+  if (only_user) remove_semaphores(*this);
   m_lockpage.Close(false);
   m_dbsessions.Close();
   for (Cspinlock& lock : m_lock) lock.Set(nullptr);
-  // Who is last is decided after the own detach: two that leave together both saw the other before it.
-  if (segment_exists(page_id)) return;
-  for (int id = 0; id < slot_count; ++id) {
-    m_r_sema[id].Close();
-    m_w_sema[id].Close();
-  }
-  Delete();
+  if (!only_user && !segment_exists(page_id)) remove_semaphores(*this);
 }
 
 void Crwspinlock::Delete() {

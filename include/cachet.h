@@ -227,8 +227,7 @@ CACHET_API void ZtSaveDbInfo(ZtDbHandle database);
 CACHET_API void ZtLoadDbInfo(ZtDbHandle database);
 
 /* ------------------------------------------------------------------------------------------------------- */
-/* Schema: only between ZtCreateDb and ZtSaveDbInfo. Ids are positions, counted from 0 in order of
- * definition.*/
+/* Schema: only between ZtCreateDb and ZtSaveDbInfo. Ids are positions, from 0 in order of definition.     */
 /* An id out of range, a negative length or a null name reports -1008 and adds nothing.                    */
 /* ------------------------------------------------------------------------------------------------------- */
 
@@ -343,8 +342,8 @@ CACHET_API void ZtDeleteRecord(ZtDbHandle database, ZtRecordHandle record);
  * Makes an empty condition with room for `fieldcount` key fields (0 to 127). The caller ends it with
  * ZtCloseCondition. It is a search key and a cursor at once; process-local.
  *
- *   ZtCreateCondition(1, &c) -> ZtSetConditionIndex(c, index) -> ZtAddConditionIndexItem(c, FIELD_INT, 4,
- * &key)
+ *   ZtCreateCondition(1, &c) -> ZtSetConditionIndex(c, index)
+ *     -> ZtAddConditionIndexItem(c, FIELD_INT, 4, &key)
  *     -> ZtFindRecord(db, table, c, ZT_OP_GREATER_EQUAL) -> ZtGetRecord, ZtNextRecord ... -> ZtCloseCondition
  */
 CACHET_API void ZtCreateCondition(int fieldcount, ZtConditionHandle* condition);

@@ -43,6 +43,10 @@ void ZtLoadDb(ZtDbHandle database) {
     report(database, ZT_ERR_GENERAL, message::database_not_open);
     return;
   }
+  if (base.memory->tablecount != static_cast<ZTINT8>(database->database.size())) {
+    report(database, ZT_ERR_GENERAL, message::catalog_corrupt);
+    return;
+  }
   // A creator whose memory is too small ends in the allocator; whoever finds the heads must not look beyond
   // it.
   const std::int64_t limit =
