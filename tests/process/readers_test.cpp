@@ -2,8 +2,10 @@
 // same time. Fields of one record agree, nothing that was rolled back is ever seen, what was committed is
 // always found, and every search ends.
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 
 #include <atomic>
+#include <csignal>
 #include <memory>
 #include <random>
 #include <vector>
@@ -87,6 +89,65 @@ TEST(Readers, NeverSeeATornOrRolledBackRecord) {
     }
     commit ? ZtCommitTransaction(db) : ZtRollbackTransaction(db);
   }
+  EXPECT_EQ(reader.exit_status(), 0);
+}
+
+// The reader is stopped at random places, also in the middle of a copy, while a change is made and again while it is
+// taken back. The record is long, so that most stops hit the copy.
+TEST(Readers, StoppedAnywhereNeverKeepWhatARollbackTookBack) {
+  constexpr int stops = 3000;
+  TempDirectory directory;
+  Database writer = begin_create(directory);
+  ZtAddTable(writer, "long");
+  const int lengths[] = {8, 32000, 8, 60000};
+  for (int length : lengths) ZtAddField(writer, 0, "f", length == 8 ? FIELD_INT8 : FIELD_STRING, length, 0);
+  finish_create(writer);
+  Row row(writer);
+  ZtBeginTransaction(writer);
+  ASSERT_TRUE(ZtNewRecord(writer, 0, row) && ZtPutRecord(writer, row));
+  ZtCommitTransaction(writer);
+  Shared<Progress> progress;
+  Child reader([&](Gate& gate) {
+    Database own = begin_open(directory, ZT_MODE_READ_ONLY);
+    finish_open(own);
+    Condition condition(-1);
+    EXPECT_TRUE(ZtListRecord(own, 0, condition));
+    gate.tell('r');
+    Row copy(own);
+    int torn = 0, taken_back = 0;
+    while (!progress->done) {
+      EXPECT_TRUE(ZtGetRecord(own, condition, copy));
+      if (copy.get<long long>(0) != copy.get<long long>(2)) ++torn;
+      if (copy.get<long long>(0) < 0 || copy.get<long long>(2) < 0) ++taken_back;
+    }
+    EXPECT_EQ(torn, 0);
+    EXPECT_EQ(taken_back, 0);
+    return 0;
+  });
+  ASSERT_TRUE(reader.wait_for('r'));
+  // Not while it holds the lock's spin word: the writer would wait for it for ever.
+  const char* const spin_word = static_cast<ZtDbHandle>(writer)->lock.m_lockpage.m_p;
+  const auto stop = [&] {
+    for (;;) {
+      kill(reader.pid(), SIGSTOP);
+      int status = 0;
+      ASSERT_EQ(waitpid(reader.pid(), &status, WUNTRACED), reader.pid());
+      ASSERT_TRUE(WIFSTOPPED(status));
+      if (cachet::load_acquire<int>(spin_word) == 0) return;
+      kill(reader.pid(), SIGCONT);
+    }
+  };
+  for (int i = 1; i <= stops && !testing::Test::HasFatalFailure(); ++i) {
+    const bool commit = i % 8 == 0;
+    stop();
+    ZtBeginTransaction(writer);
+    for (int field : {2, 0}) row.set(field, commit ? 1LL * i : -1LL * i);
+    kill(reader.pid(), SIGCONT);
+    stop();
+    commit ? ZtCommitTransaction(writer) : ZtRollbackTransaction(writer);
+    kill(reader.pid(), SIGCONT);
+  }
+  progress->done = true;
   EXPECT_EQ(reader.exit_status(), 0);
 }
 

@@ -59,6 +59,8 @@ class Visitor {
     ASSERT_TRUE(child_.wait_for('o'));
   }
   void kill() { child_.kill(); }
+  void stop() { ::kill(child_.pid(), SIGSTOP); }
+  void resume() { ::kill(child_.pid(), SIGCONT); }
 
  private:
   Child child_;
@@ -165,6 +167,31 @@ TEST_F(ProcessLock, AWakeUpTooManyLetsNobodyIn) {
   EXPECT_EQ(word(writers), 1);
   EXPECT_EQ(word(readers), 0);
   holder.leave();
+  writer.expect_in();
+  EXPECT_FALSE(reader.is_in());
+  writer.leave();
+  reader.expect_in();
+}
+
+// The slot is free and a writer waits for it but does not come, being stopped: a reader that wakes up by chance then
+// leaves the slot to the writer.
+TEST_F(ProcessLock, AReaderThatWakesUpLeavesAFreeSlotToAWaitingWriter) {
+  Visitor &holder = visitor(writing), &writer = visitor(writing), &reader = visitor(reading);
+  holder.enter();
+  writer.ask();
+  reader.ask();
+  ASSERT_TRUE(
+      eventually([&] { return asleep_on(lock.m_w_sema[0]) == 1 && asleep_on(lock.m_r_sema[0]) == 1; }));
+  writer.stop();
+  holder.leave();
+  ASSERT_EQ(word(writers), 0);
+  const Cztsema& sema = lock.m_r_sema[0];
+  ASSERT_TRUE(lock.m_r_sema[0].Release());
+  EXPECT_TRUE(eventually([&] {
+    return semctl(sema.m_sempid, sema.m_sempno, GETVAL) == 0 && (asleep_on(sema) == 1 || word(readers) == 1);
+  }));
+  EXPECT_EQ(word(readers), 0);
+  writer.resume();
   writer.expect_in();
   EXPECT_FALSE(reader.is_in());
   writer.leave();
