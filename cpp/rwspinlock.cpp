@@ -131,10 +131,9 @@ class SlotWork {
   void take_off(SessionType type, char* sid) {
     const ThreadIdentity owner = sid != nullptr ? DBSessions::OwnerOf(sid) : this_thread();
     int entry = no_entry;
-    if (lock_.m_dbsessions.Tracks()) {
-      entry = lock_.m_dbsessions.EntryOf(type, owner, lockid_);
-      if (entry == no_entry) DBSessions::ReportMissing();
-    }
+    const bool tracks = lock_.m_dbsessions.Tracks();
+    if (tracks || sid != nullptr) entry = lock_.m_dbsessions.EntryOf(type, owner, lockid_);
+    if (tracks && entry == no_entry) DBSessions::ReportMissing();
     take_off_entry(type, entry, owner);
   }
 
