@@ -23,6 +23,7 @@
 #include <cstddef>
 #include <ctime>
 #include <string>
+#include <string_view>
 
 #include "base/messages.h"
 #include "base/thread_identity.h"
@@ -33,6 +34,7 @@ using namespace cachet;
 
 namespace {
 
+constexpr char page_suffix[] = ".lk";
 constexpr int lock_key_id = 1;
 constexpr int lock_semaphore_id = 1;
 constexpr int lock_semaphore_max = 100;
@@ -129,10 +131,9 @@ class SlotWork {
   void take_off(SessionType type, char* sid) {
     const ThreadIdentity owner = sid != nullptr ? DBSessions::OwnerOf(sid) : this_thread();
     int entry = no_entry;
-    if (lock_.m_dbsessions.Tracks()) {
-      entry = lock_.m_dbsessions.EntryOf(type, owner, lockid_);
-      if (entry == no_entry) DBSessions::ReportMissing();
-    }
+    const bool tracks = lock_.m_dbsessions.Tracks();
+    if (tracks || sid != nullptr) entry = lock_.m_dbsessions.EntryOf(type, owner, lockid_);
+    if (tracks && entry == no_entry) DBSessions::ReportMissing();
     take_off_entry(type, entry, owner);
   }
 
@@ -260,13 +261,16 @@ bool is_slot(int lockid) {
   return lockid >= 0 && lockid < lock_slots;
 }
 
+// Also those that this process never opened, since it may have failed before: nobody else is left to do it.
 void remove_semaphores(Crwspinlock& lock) {
-  for (int id = 0; id < lock_slots; ++id) {
-    for (Cztsema* const semaphore : {&lock.m_r_sema[id], &lock.m_w_sema[id]}) {
-      semaphore->Close();
-      semaphore->Delete();
-    }
-  }
+  std::string name = lock.m_lockpage.m_name;
+  name.resize(name.size() - std::string_view(page_suffix).size());
+  for_each_semaphore(lock, name.c_str(), [](Cztsema& semaphore, const std::string& semaphore_name) {
+    if (semaphore.m_sempid < 0) semaphore.Open(semaphore_name.c_str(), lock_key_id, lock_semaphore_id);
+    semaphore.Close();
+    semaphore.Delete();
+    return true;
+  });
 }
 
 }  // namespace
@@ -274,9 +278,9 @@ void remove_semaphores(Crwspinlock& lock) {
 Crwspinlock::Crwspinlock() = default;
 
 bool Crwspinlock::Create(char* name, int dbsesion_mode) {
-  const std::string page = std::string(name) + ".lk";
-  if (!m_lockpage.Create(page.c_str(), lock_key_id, lock_page_bytes, false) || !prepare(page_of(*this)))
-    return false;
+  const std::string page = std::string(name) + page_suffix;
+  if (!m_lockpage.Create(page.c_str(), lock_key_id, lock_page_bytes, false)) return false;
+  if (!prepare(page_of(*this))) return false;
   bind_slots(*this);
   if (!m_dbsessions.CreateContainer(name, dbsesion_mode)) {
     cachet::message::print_line(cachet::message::create_sessions_failed, name);
@@ -289,8 +293,9 @@ bool Crwspinlock::Create(char* name, int dbsesion_mode) {
 }
 
 bool Crwspinlock::Open(char* name, int dbsesion_mode) {
-  const std::string page = std::string(name) + ".lk";
+  const std::string page = std::string(name) + page_suffix;
   if (!m_lockpage.Open(page.c_str(), lock_key_id, false)) return false;
+  if (m_lockpage.bytes() < lock_page_bytes) return false;
   bind_slots(*this);
   if (!m_dbsessions.OpenContainer(name, dbsesion_mode)) {
     cachet::message::print_line(cachet::message::open_sessions_failed, name);
@@ -300,6 +305,10 @@ bool Crwspinlock::Open(char* name, int dbsesion_mode) {
     return semaphore.Open(semaphore_name.c_str(), lock_key_id, lock_semaphore_id);
   });
   return m_open;
+}
+
+bool Crwspinlock::IsCurrent() const {
+  return m_open && m_lockpage.is_named();
 }
 
 bool Crwspinlock::IsOpen() const {

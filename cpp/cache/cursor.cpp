@@ -97,6 +97,8 @@ int step(ZtDbHandle database, ZtConditionHandle condition) {
 bool may_unlink(const ZtDb* database, const ZtCondition* condition) {
   if (!writes_locally(database) || !walks_index(condition) || condition->nodepoint == nullptr) return false;
   constexpr int writers_position = 0;
+  if (work_of_dead(database) != work_none)
+    return false;  // lists may be half-way; a writer finishes that first
   return database->locks.contains(writers_position) || !database->lock.WriterHolds(writers_position);
 }
 

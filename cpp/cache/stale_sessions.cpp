@@ -104,8 +104,10 @@ bool ZtClearWildTrans(ZtDbHandle database, int stype, unsigned long pid, unsigne
     case WTWRITE:
       unlock(write_level, WTWRITE);
       return true;
-    case INWRITE:
+    case INWRITE: {
+      const CleanerLock only_cleaner(database->lock.RecoverablePage());
       return clear_dead_writer(database, pid, [&] { unlock(write_level, INWRITE); });
+    }
     default:
       return true;
   }

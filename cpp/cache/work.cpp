@@ -12,21 +12,37 @@ namespace cachet {
 
 namespace {
 
+constexpr int writers_position = 0;
+
 std::atomic_ref<std::uint64_t> owner_of(WorkRecord& record) {
   return shared_word<std::uint64_t>(&record.owner);
-}
-
-bool claim(ZtDbHandle database, WorkRecord& record) {
-  std::uint64_t nobody = 0;
-  const auto self = static_cast<std::uint64_t>(this_thread().pid);
-  if (owner_of(record).compare_exchange_strong(nobody, self)) return true;
-  return is_gone(nobody) && finish_work_of_dead(database) &&
-         owner_of(record).compare_exchange_strong(nobody = 0, self);
 }
 
 void give_up(WorkRecord& record) {
   store_release<std::int32_t>(&record.kind, work_none);
   owner_of(record).store(0);
+}
+
+// What a dead process left is finished before this handle's own work, if no writer can be inside meanwhile. A reset and a
+// load need not wait for that: they abandon what was there.
+bool take_over_from_dead(ZtDbHandle database, LockPage& page, WorkKind kind) {
+  const CleanerLock only_cleaner(&page);
+  if (kind == work_reset || kind == work_load) {
+    give_up(page.work);
+    return true;
+  }
+  const bool is_exclusive =
+      database->locks.contains(writers_position) || !database->lock.WriterHolds(writers_position);
+  return is_exclusive && finish_work_of_dead(database);
+}
+
+bool claim(ZtDbHandle database, LockPage& page, WorkKind kind) {
+  const auto self = static_cast<std::uint64_t>(this_thread().pid);
+  std::uint64_t owner = 0;
+  if (owner_of(page.work).compare_exchange_strong(owner, self)) return true;
+  if (!is_gone(owner) || !take_over_from_dead(database, page, kind)) return false;
+  owner = 0;
+  return owner_of(page.work).compare_exchange_strong(owner, self);
 }
 
 // The record's links behind the last stage that was published. It comes back deleted: its transaction is not whole.
@@ -50,7 +66,7 @@ bool is_sound(const ZtDb* database, const WorkRecord& work) {
 Work::Work(ZtDbHandle database, WorkKind kind, int tableid, std::int64_t record_offset)
     : database_(database) {
   LockPage* const page = database->lock.RecoverablePage();
-  if (page == nullptr || !claim(database, page->work)) return;
+  if (page == nullptr || !claim(database, *page, kind)) return;
   record_ = &page->work;
   record_->tableid = tableid;
   record_->record_offset = record_offset;

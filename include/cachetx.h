@@ -1,0 +1,32 @@
+/*
+ * Extensions of cachet.h, for programs that ask for them. None of them changes what a call of cachet.h does.
+ *
+ * Errors are reported as everywhere: a false result, code and text in the handle.
+ */
+#ifndef CACHETX_H
+#define CACHETX_H
+
+#include "cachet.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ------------------------------------------------------------------------------------------------------- */
+/* Recovery                                                                                                */
+/* ------------------------------------------------------------------------------------------------------- */
+
+/*
+ * Turns session tracking and the shared rollback store on for a read-write handle, as ZtOpenDb does for
+ * `dbsesion_mode` and `shmrcset_mode` 1: from then on ZtClearDBWildTrans of a survivor can undo what this process
+ * leaves when it dies. For handles of ZtCreateDb; call it before the handle's first transaction. Repeatable.
+ * Errors: -1008 on a read-only handle, inside a transaction, after a write that was not committed, with a position
+ * lock held, without the lock page, and when the store cannot be made (a process has one per database).
+ */
+CACHET_API bool ZtxEnableRecovery(ZtDbHandle database);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
