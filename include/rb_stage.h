@@ -42,12 +42,25 @@ class Stage {
   Change changes_[StageRecord::max_stores];
 };
 
+// Publishes that the recolouring round at the node is under way. Its stores are few, and most frequent: they are not
+// written out.
+inline void announce_round(const Rb_base* base, std::uint32_t node_number) noexcept {
+  if (base->stages == nullptr) return;
+  StageLog& log = *base->stages;
+  const std::uint32_t idle = log.current == 1 ? 2 : 1;
+  StageRecord& record = log.records[idle - 1];
+  record.count = StageRecord::round;
+  record.step = base->stage_step;
+  record.resume_at = node_number;
+  store_release<std::uint32_t>(&log.current, idle);
+}
+
 // Carries the log's current record out once more and finishes its step; none when there is no current record,
 // or when its stores do not lie in the flat space.
 CACHET_API std::optional<int> redo_current_step(Rb_base* base);
 
-// Goes on with an insertion that was interrupted behind a stage.
-void resume_recolouring(Rb_base* base, std::uint32_t node_number);
+// Goes on with an insertion that was interrupted behind a stage, or (`in_round`) inside a recolouring round.
+void resume_recolouring(Rb_base* base, std::uint32_t node_number, bool in_round);
 
 }  // namespace cachet
 

@@ -18,6 +18,8 @@ static_assert(sizeof(StagedStore) == 16);
 
 struct StageRecord {
   static constexpr int max_stores = 14;
+  // In place of a count: one recolouring round at `resume_at`, whose final colours follow from the links alone.
+  static constexpr std::uint16_t round = 0xffff;
   std::uint16_t count;
   std::uint16_t step;       // which part of the whole work this belongs to: the index, for an insert
   std::uint32_t resume_at;  // node that recolouring goes on from; 0 = nothing is left of this step

@@ -71,6 +71,17 @@ void make_black(Rb_node node) {
   set_bits(node, RB_RED, false);
 }
 
+// One recolouring round: x's parent and its sibling become black, their parent red. It depends on no colour, so
+// that it can be repeated. Returns the new red node.
+Rb_node pass_red_up(const Rb_base* base, Rb_node x) {
+  const Rb_node parent = parent_node(base, x);
+  const Rb_node grand = parent_node(base, parent);
+  make_black(parent);
+  make_black(node_at(base, child_of(grand, !is(parent, RB_LEFT))));
+  set_bits(grand, RB_RED, true);
+  return grand;
+}
+
 // Restores the colours above a new red node x. Every round is one stage; blackening the root at the end needs
 // none, since whoever resumes does it again.
 void recolour(const Rb_base* base, Rb_node x) {
@@ -80,16 +91,15 @@ void recolour(const Rb_base* base, Rb_node x) {
     if (!is(parent, RB_RED)) return;
     if (is(parent, RB_ROOT)) return make_black(parent);
 
-    Stage stage(base);
     const Rb_node grand = parent_node(base, parent);
     const Rb_node sibling = node_at(base, child_of(grand, !is(parent, RB_LEFT)));
     if (is(sibling, RB_RED)) {
-      stage.status(status_byte(parent), with_bits(parent, RB_RED, false));
-      stage.status(status_byte(sibling), with_bits(sibling, RB_RED, false));
-      stage.status(status_byte(grand), with_bits(grand, RB_RED, true));
-      stage.run(number_of(base, grand));
-      x = grand;
-    } else if (is(x, RB_LEFT) != is(parent, RB_LEFT)) {
+      announce_round(base, number_of(base, x));
+      x = pass_red_up(base, x);
+      continue;
+    }
+    Stage stage(base);
+    if (is(x, RB_LEFT) != is(parent, RB_LEFT)) {
       // x takes its parent's place and side; the round goes on from the former parent, now below it.
       add_rotation(stage, base, parent, is(x, RB_LEFT), Colours::keep);
       stage.run(number_of(base, parent));
@@ -176,8 +186,9 @@ Rb_node insert_leaf(Rb_base* base, Rb_node successor, std::int64_t key, std::int
 
 }  // namespace cachet
 
-void cachet::resume_recolouring(Rb_base* base, std::uint32_t node_number) {
-  recolour(base, node_at(base, node_number));
+void cachet::resume_recolouring(Rb_base* base, std::uint32_t node_number, bool in_round) {
+  const Rb_node node = node_at(base, node_number);
+  recolour(base, in_round ? pass_red_up(base, node) : node);
 }
 
 using namespace cachet;

@@ -13,6 +13,7 @@ void carry_out(char* address, std::uint32_t value, std::uint32_t width_bytes) {
 }
 
 bool is_sound(const Rb_base* base, const StageRecord& record) {
+  if (record.count == StageRecord::round) return is_node(base, record.resume_at);
   if (record.count > StageRecord::max_stores) return false;
   for (int index = 0; index < record.count; ++index) {
     const StagedStore& store = record.stores[index];
@@ -60,11 +61,12 @@ std::optional<int> redo_current_step(Rb_base* base) {
   const StageRecord record = base->stages->records[current - 1];
   if (!is_sound(base, record)) return std::nullopt;
   base->stage_step = record.step;
-  for (int index = 0; index < record.count; ++index) {
+  const bool in_round = record.count == StageRecord::round;
+  for (int index = 0; !in_round && index < record.count; ++index) {
     const StagedStore& store = record.stores[index];
     carry_out(address_of(base, FlatOffset{store.offset}), store.value, store.width_bytes);
   }
-  if (record.resume_at != 0) resume_recolouring(base, record.resume_at);
+  if (record.resume_at != 0) resume_recolouring(base, record.resume_at, in_round);
   return record.step;
 }
 
