@@ -19,7 +19,7 @@ extern "C" {
 /*
  * Turns session tracking and the shared rollback store on for a read-write handle, as ZtOpenDb does for
  * `dbsesion_mode` and `shmrcset_mode` 1: from then on ZtClearDBWildTrans of a survivor can undo what this process
- * leaves when it dies. For handles of ZtCreateDb; call it before the handle's first transaction. Repeatable.
+ * leaves when it dies. For handles of ZtCreateDb and the like; call it before the handle's first transaction. Repeatable.
  * Errors: -1008 on a read-only handle, inside a transaction, after a write that was not committed, with a position
  * lock held, without the lock page, and when the store cannot be made (a process has one per database).
  */

@@ -24,12 +24,12 @@ enum SessionType { WTREAD = 0, INREAD = 1, WTWRITE = 2, INWRITE = 3 };
 #pragma pack(push, 1)
 struct TransInfo {
   char sid[48];   // "%024lu%024lu" of process id and thread id, no terminator
-  char info[16];  // local time of entry, "%Y%m%d%H%M%S"
+  char info[16];  // local time of entry, "%Y%m%d%H%M%S" and its NUL; the last byte is the lock slot
 };
 
 struct MemBlock {
   TransInfo trans;
-  int status;  // 1 = in use, 0 = free
+  int status;  // 1 = in use, 0 = free, -thread id = on its way in or out
 };
 #pragma pack(pop)
 

@@ -84,8 +84,8 @@ void cachet::reset_in_place(ZtDbHandle database) {
 
 void ZtResetDb(ZtDbHandle database) {
   if (!require_writable(database)) return;
-  drop_copies_of_abandoned_records(database);
   const Work work(database, work_reset);
+  drop_copies_of_abandoned_records(database);
   reset_in_place(database);
   database->base.rb_count = database->base.memory->rb_count;
 }

@@ -18,6 +18,7 @@ namespace cachet {
 namespace {
 
 constexpr int store_key_id = 1;
+constexpr int writers_slot = 0;
 constexpr char store_infix[] = "_rcsetshm_";
 
 // The key files of each dead process's store. Their names are what is left of it whatever its header says.
@@ -48,14 +49,21 @@ void remove_segment(const std::string& key_file) {
   unlink(key_file.c_str());
 }
 
-// Rolls back what the store still holds; its owner's session is gone, so nobody else will.
+// Sees to what the store still holds, now that its owner has no session any more. Under a lock that nobody else can hold
+// it is the dead's open transaction; otherwise these were changes outside of one, and only their marks go.
 bool empty_store(ZtDbHandle database, unsigned long pid) {
   ShmRecordcopySet store;
   if (!store.Open(database->lock_name.c_str(), pid)) return true;  // no more than key files, or torn segments
   bool whole = true;
   const auto copies = [&](const auto& each) { whole = for_each_shared_copy(database, store, each) && whole; };
   store.Begin();
-  if (store.GetCurRecordCP() != nullptr) roll_back(database, copies, Suspects::all);
+  if (store.GetCurRecordCP() != nullptr) {
+    if (database->lock.WriterHolds(writers_slot)) {
+      roll_back(database, copies, Suspects::all);
+    } else {
+      make_final(database, copies);
+    }
+  }
   if (whole) store.Delete();
   return whole;
 }

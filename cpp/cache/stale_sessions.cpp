@@ -3,6 +3,10 @@
 // its commit), empty its store, release its lock, and only then remove the store.
 #include "cache/stale_sessions.h"
 
+#include <algorithm>
+#include <cstdio>
+#include <vector>
+
 #include "base/thread_identity.h"
 #include "cache/error.h"
 #include "cache/rollback.h"
@@ -29,6 +33,10 @@ bool undo_transaction(ZtDbHandle database, ShmRecordcopySet& store, unsigned lon
   if (!finish_work_of_dead(database)) return false;
   bool whole = true;
   roll_back(database, copies_in(database, store, whole), Suspects::all);
+  // A reset in the transaction dropped the copies that told which tables were marked. No writer is inside.
+  for (std::size_t id = 0; id < database->database.size(); ++id) {
+    unmark_table(catalog_of(database, static_cast<int>(id)));
+  }
   if (whole) store.Clear();
   return whole;
 }
@@ -63,15 +71,25 @@ bool clear_dead_sessions(ZtDbHandle database, SessionType type) {
   return true;
 }
 
+// A writer without session tracking, which may be dead: its lock would be waited for in vain.
+bool is_held_by_unknown(ZtDbHandle database) {
+  if (!database->lock.WriterHolds(writers_slot)) return false;
+  std::vector<TransInfo> writers;
+  database->lock.GetSessions(writers, INWRITE);
+  return std::none_of(writers.begin(), writers.end(),
+                      [](const TransInfo& each) { return DBSessions::SlotOf(each) == writers_slot; });
+}
+
 // Work of a dead process that held no writer's lock, or whose session is cleared already.
 bool clear_dead_work(ZtDbHandle database) {
   if (work_of_dead(database) == work_none) return true;
   if (!writes_locally(database)) return false;
   const bool held_already = database->locks.contains(writers_slot);
+  if (!held_already && is_held_by_unknown(database)) return false;
   if (!held_already && !ZtLockPosition(database, writers_slot)) return false;
-  const bool finished = finish_work_of_dead(database);
+  settle_dead_work(database);
   if (!held_already) ZtUnLockPosition(database, writers_slot);
-  return finished;
+  return work_of_dead(database) == work_none;
 }
 
 }  // namespace

@@ -45,7 +45,7 @@ void cachet::take_marks_off(ZtDbHandle database) {
 
 void ZtBeginTransaction(ZtDbHandle database) {
   ZtCommitTransaction(database);
-  if (writes_locally(database)) ZtLockPosition(database, writers_position);
+  if (writes_locally(database) && ZtLockPosition(database, writers_position)) settle_dead_work(database);
   database->base.intransaction = true;
 }
 

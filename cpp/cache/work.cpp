@@ -23,24 +23,15 @@ void give_up(WorkRecord& record) {
   owner_of(record).store(0);
 }
 
-// What a dead process left is finished before this handle's own work, if no writer can be inside meanwhile. A reset and a
-// load need not wait for that: they abandon what was there.
-bool take_over_from_dead(ZtDbHandle database, LockPage& page, WorkKind kind) {
-  const CleanerLock only_cleaner(&page);
-  if (kind == work_reset || kind == work_load) {
-    give_up(page.work);
-    return true;
-  }
-  const bool is_exclusive =
-      database->locks.contains(writers_position) || !database->lock.WriterHolds(writers_position);
-  return is_exclusive && finish_work_of_dead(database);
-}
-
+// A reset and a load take over what a dead process left: they abandon it all. Other work goes on without the page then
+// (a writer finishes dead work before it begins its own).
 bool claim(ZtDbHandle database, LockPage& page, WorkKind kind) {
   const auto self = static_cast<std::uint64_t>(this_thread().pid);
   std::uint64_t owner = 0;
   if (owner_of(page.work).compare_exchange_strong(owner, self)) return true;
-  if (!is_gone(owner) || !take_over_from_dead(database, page, kind)) return false;
+  if ((kind != work_reset && kind != work_load) || !is_gone(owner)) return false;
+  const CleanerLock only_cleaner(&page);
+  give_up(page.work);
   owner = 0;
   return owner_of(page.work).compare_exchange_strong(owner, self);
 }
@@ -113,6 +104,9 @@ bool finish_work_of_dead(ZtDbHandle database) {
       break;
     case work_reset:
       reset_in_place(database);
+      for (std::size_t id = 0; id < database->database.size(); ++id) {
+        unmark_table(catalog_of(database, static_cast<int>(id)));
+      }
       break;
     case work_load:
       finished = false;
@@ -123,6 +117,18 @@ bool finish_work_of_dead(ZtDbHandle database) {
   database->base.stages = own_log;
   if (finished) give_up(work);
   return finished;
+}
+
+void settle_dead_work(ZtDbHandle database) {
+  const WorkKind kind = work_of_dead(database);
+  if (kind == work_none) return;
+  const bool is_exclusive =
+      database->locks.contains(writers_position) || !database->lock.WriterHolds(writers_position);
+  if (!is_exclusive) return;
+  LockPage* const page = database->lock.RecoverablePage();
+  const CleanerLock only_cleaner(page);
+  const int tableid = page->work.tableid;
+  if (finish_work_of_dead(database) && kind == work_insert) unmark_table(catalog_of(database, tableid));
 }
 
 CleanerLock::CleanerLock(LockPage* page) : page_(page) {

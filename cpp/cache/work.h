@@ -39,6 +39,10 @@ WorkKind work_of_dead(const ZtDb* database);
 // finish. Repeatable.
 bool finish_work_of_dead(ZtDbHandle database);
 
+// The same for a writer that is about to begin its own work, if no other writer is inside. Of an insert that no
+// transaction covered the table's mark goes too.
+void settle_dead_work(ZtDbHandle database);
+
 // One cleaner at a time; a cleaner that dies leaves its place to the next one.
 class CleanerLock {
  public:

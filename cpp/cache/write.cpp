@@ -13,6 +13,7 @@
 #include "cache/link.h"
 #include "cache/record.h"
 #include "cache/row.h"
+#include "cache/work.h"
 #include "rb_fronts.h"
 
 using namespace cachet;
@@ -37,6 +38,7 @@ bool may_insert(ZtDbHandle database, const ZtTable& table, const ZtRecordRow* ro
       table.listindex != nullptr && (table.indexs.empty() || table.indexs.back() != nullptr);
   if (!has_heads) return report(database, ZT_ERR_GENERAL, message::database_not_open);
   if (!require_record(database, row)) return false;
+  settle_dead_work(database);
   return free_bytes(database->base) >= least_free_bytes || no_room(database);
 }
 
