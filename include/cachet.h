@@ -430,10 +430,11 @@ CACHET_API void ZtRollbackTransaction(ZtDbHandle database);
 
 /*
  * Clears what every dead process left: its transaction is rolled back from its shared store, or its commit
- * finished, its unfinished work on the trees completed, its locks and waits taken back. Works for processes that had
- * session tracking and the shared store on. A process counts as dead when its id is gone: not as a zombie, and not
- * while another process has the id. Once nobody else is attached, the stores of dead processes are removed as well.
- * May wait for a live writer. False when something is left as it is: a dead writer on a read-only handle, or without its whole store, or
+ * finished, its unfinished work on the trees completed, its locks and waits taken back. Works for processes
+ * that had session tracking and the shared store on. A process counts as dead when its id is gone: not as a
+ * zombie, and not while another process has the id. Once nobody else is attached, the stores of dead processes
+ * are removed as well. May wait for a live writer.
+ * False when something is left as it is: a dead writer on a read-only handle, or without its whole store, or
  * without tracking; a load that somebody died in.
  */
 CACHET_API bool ZtClearDBWildTrans(ZtDbHandle database);

@@ -25,7 +25,7 @@ void give_up(WorkRecord& record) {
 
 // A reset and a load take over what a dead process left: they abandon it all. Other work goes on without the page then
 // (a writer finishes dead work before it begins its own).
-bool claim(ZtDbHandle database, LockPage& page, WorkKind kind) {
+bool claim(LockPage& page, WorkKind kind) {
   const auto self = static_cast<std::uint64_t>(this_thread().pid);
   std::uint64_t owner = 0;
   if (owner_of(page.work).compare_exchange_strong(owner, self)) return true;
@@ -57,7 +57,7 @@ bool is_sound(const ZtDb* database, const WorkRecord& work) {
 Work::Work(ZtDbHandle database, WorkKind kind, int tableid, std::int64_t record_offset)
     : database_(database) {
   LockPage* const page = database->lock.RecoverablePage();
-  if (page == nullptr || !claim(database, *page, kind)) return;
+  if (page == nullptr || !claim(*page, kind)) return;
   record_ = &page->work;
   record_->tableid = tableid;
   record_->record_offset = record_offset;
