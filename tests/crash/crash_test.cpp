@@ -7,10 +7,11 @@
 #include <csignal>
 #include <functional>
 #include <map>
-#include <random>
+#include <vector>
 
 #include "lock_page.h"
 #include "support/schema.h"
+#include "support/whole_check.h"
 
 namespace cachet {
 extern long crash_countdown;
@@ -69,96 +70,16 @@ void walk(ZtDbHandle db, int index, bool forward) {
   ZtCloseCondition(condition);
 }
 
-// ---- the check of everything ----
-
-ZtRecord* record_of(Rb_base* base, std::int64_t offset) {
-  return reinterpret_cast<ZtRecord*>(address_of(base, FlatOffset{offset}));
-}
-
-template <class Key>
-void check_tree(Rb_base* base, Rb_node head, Rb_compare compare, const Key& each) {
-  int black = 0;
-  for (Rb_node node = rb_first(base, head); node != head; node = rb_next(base, node)) {
-    ASSERT_EQ(rb_prev(base, rb_next(base, node)), node);
-    if (black == 0) black = rb_nblack(base, node);
-    ASSERT_EQ(rb_nblack(base, node), black);
-    const Rb_node next = rb_next(base, node);
-    if (next != head) {
-      ASSERT_LT(compare(base, rb_key(base, node), rb_key(base, next)), 0);
-    }
-    int found = 0;
-    ASSERT_EQ(rb_find_gkey_n(base, head, rb_key(base, node), compare, &found), node);
-    ASSERT_EQ(found, 1);
-    each(node);
-  }
-}
-
-// The live records under a key, from its current list, which has to be whole in both directions.
-void collect_key(Rb_base* base, const ZtIndexItem* item, std::map<ZTINT8, ZtRecord*>& live) {
-  std::uint32_t before = 0;
-  ZTINT8 last_id = -1;
-  for (std::uint32_t number = item->curenthead; number != 0;) {
-    const auto* entry = reinterpret_cast<const ZtIndexNode*>(address_of(base, NodeNumber{number}));
-    ZtRecord* const record = record_of(base, entry->precord);
-    ASSERT_EQ(entry->curentprev, before);
-    ASSERT_GT(record->recordid, last_id);
-    last_id = record->recordid;
-    if (record->deleted == 0) live[record->recordid] = record;
-    before = number;
-    number = entry->curentnext;
-  }
-  ASSERT_EQ(item->curenttail, before);
-}
-
-void check_idle(ZtDbHandle db) {
-  const LockPage* const page = db->lock.RecoverablePage();
-  ASSERT_NE(page, nullptr);
-  for (const SlotWords& slot : page->slots) {
-    EXPECT_EQ(slot.spin, 0);
-    EXPECT_EQ(slot.writers_holding, 0);
-    EXPECT_EQ(slot.writers_waiting, 0);
-    EXPECT_EQ(slot.readers_holding, 0);
-    EXPECT_EQ(slot.readers_waiting, 0);
-  }
-  EXPECT_EQ(page->epoch % 2, 0u);
-  EXPECT_EQ(page->work.kind, 0);
-  for (int type = 0; type < 4; ++type) {
-    std::vector<TransInfo> sessions;
-    db->lock.GetSessions(sessions, type);
-    EXPECT_EQ(sessions.size(), 0u) << "type " << type;
-  }
-  EXPECT_EQ(db->base.table[items].duty, 0);
-}
-
 void check(ZtDbHandle db, const std::vector<Model>& allowed) {
-  Rb_base* const base = &db->base;
-  ZtTable& table = db->database[items];
-  std::map<ZTINT8, ZtRecord*> by_list;
-  check_tree(base, table.listindex, ZtComp2, [&](Rb_node node) {
-    const auto* item = reinterpret_cast<const ZtListItem*>(rb_key(base, node));
-    ZtRecord* const record = record_of(base, item->precord);
-    ASSERT_EQ(record->recordid, item->recordid);
-    ASSERT_EQ(record->duty, 0);
-    if (record->deleted == 0) by_list[record->recordid] = record;
-  });
-  for (Rb_node head : table.indexs) {
-    std::map<ZTINT8, ZtRecord*> by_index;
-    check_tree(base, head, ZtComp, [&](Rb_node node) {
-      collect_key(base, reinterpret_cast<const ZtIndexItem*>(rb_key(base, node)), by_index);
-    });
-    EXPECT_EQ(by_index, by_list);
-  }
+  const LiveRecords live = check_table(db, items);
   Model found;
-  for (const auto& [id, record] : by_list) {
-    int key;
-    double price;
-    std::memcpy(&key, record->data + table.fielddescrible[item_id].offset, sizeof key);
-    std::memcpy(&price, record->data + table.fielddescrible[item_price].offset, sizeof price);
-    found[key] = price;
+  for (const auto& [recordid, record] : live) {
+    found[field_of<int>(db, items, record, item_id)] = field_of<double>(db, items, record, item_price);
   }
-  EXPECT_EQ(found.size(), by_list.size()) << "an id twice";
+  EXPECT_EQ(found.size(), live.size()) << "an id twice";
   EXPECT_NE(std::find(allowed.begin(), allowed.end(), found), allowed.end())
       << ::testing::PrintToString(found);
+  check_unmarked(db, items);
   check_idle(db);
 }
 
