@@ -23,13 +23,19 @@ void give_up(WorkRecord& record) {
   owner_of(record).store(0);
 }
 
-// A reset and a load take over what a dead process left: they abandon it all. Other work goes on without the page then
-// (a writer finishes dead work before it begins its own).
+WorkKind kind_of(const WorkRecord& record) {
+  return static_cast<WorkKind>(load_acquire<std::int32_t>(&record.kind));
+}
+
+// A claim that its dead owner had not begun to use goes at once. A reset and a load take over whatever a dead process
+// left: they abandon it all. Other work goes on without the page then (a writer finishes dead work before its own).
 bool claim(LockPage& page, WorkKind kind) {
   const auto self = static_cast<std::uint64_t>(this_thread().pid);
   std::uint64_t owner = 0;
   if (owner_of(page.work).compare_exchange_strong(owner, self)) return true;
-  if ((kind != work_reset && kind != work_load) || !is_gone(owner)) return false;
+  if (!is_gone(owner)) return false;
+  if (kind_of(page.work) == work_none) return owner_of(page.work).compare_exchange_strong(owner, self);
+  if (kind != work_reset && kind != work_load) return false;
   const CleanerLock only_cleaner(&page);
   give_up(page.work);
   owner = 0;
@@ -76,9 +82,11 @@ Work::~Work() {
 WorkKind work_of_dead(const ZtDb* database) {
   LockPage* const page = database->lock.RecoverablePage();
   if (page == nullptr) return work_none;
-  const std::uint64_t owner = owner_of(page->work).load();
+  std::uint64_t owner = owner_of(page->work).load();
   if (owner == 0 || !is_gone(owner)) return work_none;
-  return static_cast<WorkKind>(load_acquire<std::int32_t>(&page->work.kind));
+  const WorkKind kind = kind_of(page->work);
+  if (kind == work_none) owner_of(page->work).compare_exchange_strong(owner, 0);
+  return kind;
 }
 
 bool finish_work_of_dead(ZtDbHandle database) {
@@ -92,7 +100,7 @@ bool finish_work_of_dead(ZtDbHandle database) {
   StageLog* const own_log = database->base.stages;
   database->base.stages = &page->stages;
   bool finished = true;
-  switch (load_acquire<std::int32_t>(&work.kind)) {
+  switch (kind_of(work)) {
     case work_insert:
       finish_insert(database, work);
       break;
@@ -111,7 +119,7 @@ bool finish_work_of_dead(ZtDbHandle database) {
     case work_load:
       finished = false;
       break;
-    default:
+    case work_none:
       break;
   }
   database->base.stages = own_log;

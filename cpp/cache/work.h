@@ -32,7 +32,8 @@ class Work {
   WorkRecord* record_ = nullptr;  // null when it was not claimed
 };
 
-// The kind of work that a dead process left in the page; none when its owner lives or there is none.
+// The kind of work that a dead process left in the page; none when its owner lives or there is none. A claim without
+// work is dropped.
 WorkKind work_of_dead(const ZtDb* database);
 
 // Finishes it; only by a read-write handle that keeps every other writer out. False for a load, which nobody can
