@@ -9,25 +9,11 @@
 #include <algorithm>
 #include <cstring>
 
-#include "cache/record.h"
+#include "cache/value.h"
 
 namespace cachet {
 
 namespace {
-
-struct Value {
-  const char* data;
-  std::size_t length;
-};
-
-template <class T>
-T number_in(const Value& value) {
-  if (value.length >= sizeof(T)) [[likely]]
-    return load_unaligned<T>(value.data);
-  T number{};
-  std::memcpy(&number, value.data, value.length);
-  return number;
-}
 
 // With NaN neither is less and both differ: -1.
 template <class T>
@@ -144,6 +130,12 @@ ZtListItem* stored_list_item(const Rb_base* base, Rb_node node) {
   const std::int64_t offset = key_offset_of(node);
   if (checks_links(base) && !is_data(base, offset, sizeof(ZtListItem))) return nullptr;
   return reinterpret_cast<ZtListItem*>(address_of(base, FlatOffset{offset}));
+}
+
+Value stored_value(const Rb_base* base, const ZtIndexItem* item, int index) {
+  const KeyFields fields(base, item);
+  if (!fields.readable() || index >= fields.count()) return {nullptr, 0};
+  return fields.value(index);
 }
 
 }  // namespace cachet
