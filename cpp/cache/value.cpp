@@ -1,5 +1,6 @@
 // Field values: writing one into a row or a stored record, reading one, and what is known of a column.
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstring>
 
@@ -34,6 +35,7 @@ void begin_change(ZtDbHandle database, const ZtTable& table, const ZtRecordRow* 
   if (mark.duty) return;
   set_duty(record, true);
   set_updateno(record, mark.updateno + 1);
+  std::atomic_thread_fence(std::memory_order_release);
 }
 
 // The field behind a column; null, reported, for a bad table or column.
