@@ -1,0 +1,400 @@
+// Creating, opening, connecting to and deleting a database, by real processes that wait for one another and
+// die.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "caches.h"
+#include "support/child_process.h"
+#include "support/raw_memory.h"
+#include "support/schema.h"
+#include "support/texts.h"
+
+namespace cachet::test {
+namespace {
+
+namespace text = cachet::message;
+
+using CreateDb = DatabaseTest;
+using OpenDb = DatabaseTest;
+using ConnectDb = DatabaseTest;
+using DeleteDb = DatabaseTest;
+using ResetDb = DatabaseTest;
+
+// Runs an open that must fail and takes the line it prints; the handle is deleted.
+template <class Open>
+Error error_of(Open open) {
+  ::testing::internal::CaptureStdout();
+  Error error;
+  {
+    Database db = open();
+    EXPECT_FALSE(db.opened);
+    error = last_error(db);
+  }
+  std::fflush(stdout);
+  const std::string printed = ::testing::internal::GetCapturedStdout();
+  EXPECT_NE(printed.find("errcode=" + std::to_string(error.code) + ",errmsg=" + error.text + "\n"),
+            std::string::npos);
+  return error;
+}
+
+// Waits until the process is listed as waiting for a record lock.
+void wait_until_blocked_at_file_lock(const Child& child) {
+  const std::string pid = " " + std::to_string(child.pid()) + " ";
+  for (bool listed = false; !listed && !child.has_sign();) {
+    std::ifstream locks("/proc/locks");
+    for (std::string line; std::getline(locks, line);) {
+      listed = listed || (line.find("->") != std::string::npos && line.find(pid) != std::string::npos);
+    }
+  }
+}
+
+int attached_to(const TempDirectory& directory) {
+  return static_cast<int>(segment_status(segment_id(directory.base() + "00.data")).shm_nattch);
+}
+
+int used_bytes(ZtDbHandle db) {
+  ZTINT8 size = 0;
+  ZTINT8 used = 0;
+  ZtMemoryInfo(db, &size, &used);
+  return static_cast<int>(used);
+}
+
+TEST_F(OpenDb, WaitsForTheCreatorsUnlock) {
+  Database creator = begin_create(directory);
+  Child opener([&](Gate& gate) {
+    Database db = open_items(directory);
+    gate.tell('o');
+    Row row(db);
+    return db.opened && find_item(db, 7, row) ? 0 : 1;
+  });
+  wait_until_blocked_at_file_lock(opener);
+  EXPECT_FALSE(opener.has_sign());
+  define_items(creator);
+  ZtSaveDbInfo(creator);
+  ZtLoadDb(creator);
+  EXPECT_TRUE(put_item(creator, 7));
+  ZtBeginTransaction(creator);
+  ZtCommitTransaction(creator);
+  EXPECT_FALSE(opener.has_sign());
+  ZtUnLockDb(creator);
+  EXPECT_TRUE(opener.wait_for('o'));
+  EXPECT_EQ(opener.exit_status(), 0);
+}
+
+TEST_F(OpenDb, FindsNothingWhenTheCreatorGivesUpInstead) {
+  Child opener([&](Gate& gate) {  // made first: a later one would inherit the creator's attachment
+    gate.wait_for('c');
+    const Error expected = failure(text::open_file_failed, (directory.base() + "00.data").c_str(), ENOENT);
+    EXPECT_EQ(error_of([&] { return begin_open(directory); }), expected);
+    return 0;
+  });
+  Database creator = begin_create(directory);
+  opener.tell('c');
+  wait_until_blocked_at_file_lock(opener);
+  creator.close();
+  EXPECT_EQ(opener.exit_status(), 0);
+}
+
+TEST_F(OpenDb, ComparesTheWholeVersionWithTheTwentyTwoBytesKept) {
+  const struct {
+    const char* created;
+    const char* kept;
+    std::vector<const char*> refused;
+  } cases[] = {{"V1.0", "V1.0", {"V1.1", "V1.", "V1.00", "v1.0", ""}},
+               {"", "", {"V"}},
+               {"1234567890123456789012", "1234567890123456789012", {"123456789012345678901"}},
+               {"12345678901234567890123", "1234567890123456789012", {"12345678901234567890123"}}};
+  for (const auto& c : cases) {
+    Database creator;
+    ASSERT_TRUE(ZtCreateDb(creator.out(), directory.path().c_str(), "d", c.created, small_bytes, 0));
+    finish_create(creator);
+    EXPECT_STREQ(ZtGetDbVersion(creator), c.kept);
+    for (const char* given : c.refused) {
+      EXPECT_EQ(error_of([&] { return begin_open(directory, ZT_MODE_READ_ONLY, "d", given); }),
+                failure(text::version_mismatch, c.kept, given));
+    }
+    EXPECT_EQ(attached_to(directory), 1) << "a refused handle detaches";
+    EXPECT_TRUE(begin_open(directory, ZT_MODE_READ_WRITE, "d", c.kept).opened);
+  }
+}
+
+TEST_F(OpenDb, NamesTheKeyFileThatIsMissing) {
+  Database creator = begin_create(directory, (1LL << 30) + 1);
+  finish_create(creator);
+  const std::string file0 = directory.base() + "00.data";
+  const std::string file1 = directory.base() + "01.data";
+  const auto open = [&] { return begin_open(directory); };
+  std::filesystem::rename(file0, file0 + ".away");
+  EXPECT_EQ(error_of(open), failure(text::open_file_failed, file0.c_str(), ENOENT));
+  std::filesystem::rename(file0 + ".away", file0);
+  std::filesystem::rename(file1, file1 + ".away");
+  EXPECT_EQ(error_of(open), failure(text::create_file_failed, file1.c_str(), ENOENT))
+      << "the create text, deliberately";
+  EXPECT_EQ(attached_to(directory), 1);
+  std::filesystem::rename(file1 + ".away", file1);
+  EXPECT_TRUE(open().opened);
+}
+
+TEST_F(OpenDb, WithoutALockPageAdmitsOnlyReaders) {
+  Database creator = create_items(directory);
+  const std::string page = directory.base() + ".lk";
+  std::filesystem::rename(page, page + ".away");
+  EXPECT_EQ(error_of([&] { return begin_open(directory, ZT_MODE_READ_WRITE); }),
+            failure(text::create_lock_failed, directory.base().c_str()));
+  {
+    Database reader = open_items(directory, ZT_MODE_READ_ONLY);
+    EXPECT_TRUE(reader.opened);
+    EXPECT_FALSE(ZtLockPosition(reader, 0));
+  }
+  std::filesystem::rename(page + ".away", page);
+}
+
+TEST_F(OpenDb, InIsolationNeedsAManager) {
+  Database creator = create_items(directory);
+  const auto open = [&] {
+    Database db;
+    db.opened =
+        ZtOpenDb(db.out(), directory.path().c_str(), "d", version_text, ZT_MODE_READ_WRITE, 1, true, 0, 0, 0);
+    return db;
+  };
+  EXPECT_EQ(error_of(open), failure(text::connect_manager_failed));
+  EXPECT_EQ(attached_to(directory), 1);
+}
+
+TEST_F(DeleteDb, OfTheLastProcessRemovesEverything) {
+  Child other([&](Gate& gate) {
+    gate.wait_for('c');
+    Database db = open_items(directory);
+    gate.tell('o');
+    gate.wait_for('d');
+    Row row(db);
+    EXPECT_TRUE(commit_item(db, 1) && find_item(db, 1, row));
+    return 0;
+  });
+  Database creator = create_items(directory);
+  other.tell('c');
+  ASSERT_TRUE(other.wait_for('o'));
+  creator.close();
+  EXPECT_NE(directory.leftovers(), std::vector<std::string>{}) << "somebody is still attached";
+  other.tell('d');
+  EXPECT_EQ(other.exit_status(), 0);
+  EXPECT_EQ(directory.leftovers(), std::vector<std::string>{});
+  EXPECT_EQ(error_of([&] { return begin_open(directory); }),
+            failure(text::open_file_failed, (directory.base() + "00.data").c_str(), ENOENT));
+}
+
+TEST_F(DeleteDb, InsideATransactionRollsBackAndLetsTheNextWriterIn) {
+  Database creator = create_items(directory);
+  ASSERT_TRUE(commit_item(creator, 1, "kept"));
+  Child writer([&](Gate&) {
+    Database db = open_items(directory);
+    ZtBeginTransaction(db);
+    EXPECT_TRUE(put_item(db, 2));
+    Row row(db);
+    EXPECT_TRUE(find_item(db, 1, row));
+    EXPECT_TRUE(row.set(item_price, 9.0));
+    return 0;
+  });
+  ASSERT_EQ(writer.exit_status(), 0);
+  Child next([&](Gate&) {
+    Database db = open_items(directory);
+    ZtBeginTransaction(db);
+    Row row(db);
+    EXPECT_FALSE(find_item(db, 2, row));
+    EXPECT_TRUE(find_item(db, 1, row));
+    EXPECT_EQ(row.get<double>(item_price), 0);
+    ZtCommitTransaction(db);
+    return 0;
+  });
+  EXPECT_EQ(next.exit_status(), 0);
+}
+
+TEST_F(DeleteDb, OfAnInheritedHandleReleasesNothingOfItsParents) {
+  Database parent = create_items(directory);
+  ASSERT_TRUE(ZtLockDb(parent, ZT_LOCK_EXCLUSIVE));
+  ZtBeginTransaction(parent);
+  ASSERT_TRUE(put_item(parent, 1));
+  Child heir([&](Gate&) {
+    parent.close();
+    return 0;
+  });
+  ASSERT_EQ(heir.exit_status(), 0);
+  Child writer([&](Gate& gate) {
+    Database db = open_items(directory);  // waits for the parent's file lock
+    gate.tell('o');
+    ZtBeginTransaction(db);  // waits for the parent's transaction
+    gate.tell('b');
+    Row row(db);
+    EXPECT_TRUE(find_item(db, 1, row));
+    ZtCommitTransaction(db);
+    return 0;
+  });
+  wait_until_blocked_at_file_lock(writer);
+  EXPECT_FALSE(writer.has_sign());
+  ZtUnLockDb(parent);
+  ASSERT_TRUE(writer.wait_for('o'));
+  writer.wait_until_asleep();
+  EXPECT_FALSE(writer.has_sign());
+  ZtCommitTransaction(parent);
+  EXPECT_TRUE(writer.wait_for('b'));
+  EXPECT_EQ(writer.exit_status(), 0);
+}
+
+TEST_F(DeleteDb, OfAnInheritedHandleRemovesTheDatabaseWhenItIsTheLast) {
+  Database db = create_items(directory);
+  Child heir([&](Gate& gate) {
+    gate.wait_for('d');
+    db.close();
+    return 0;
+  });
+  db.close();
+  EXPECT_NE(directory.leftovers(), std::vector<std::string>{});
+  heir.tell('d');
+  EXPECT_EQ(heir.exit_status(), 0);
+}
+
+TEST_F(CreateDb, ReplacesWhatAKilledProcessLeft) {
+  for (const ZTINT8 size_bytes : {ZTINT8{1000}, ZTINT8{small_bytes}, ZTINT8{200}}) {
+    Child victim([&](Gate& gate) {
+      Database db = begin_create(directory, size_bytes);
+      define_items(db);
+      if (size_bytes == small_bytes) {
+        finish_create(db);
+        ZtBeginTransaction(db);
+        EXPECT_TRUE(put_item(db, 1));
+      }
+      gate.tell(db.opened ? 'c' : '-');
+      gate.wait_for('-');
+      return 0;
+    });
+    ASSERT_TRUE(victim.wait_for('c'));
+    victim.kill();
+    EXPECT_NE(segment_id(directory.base() + "00.data"), -1);
+  }
+  Database db = create_items(directory);
+  Row row(db);
+  EXPECT_FALSE(find_item(db, 1, row));
+  EXPECT_TRUE(commit_item(db, 1)) << "the dead process's transaction is gone too";
+}
+
+TEST_F(CreateDb, RefusesADatabaseInUse) {
+  Database creator = create_items(directory);
+  ASSERT_TRUE(commit_item(creator, 1));
+  const auto create = [&] { return begin_create(directory); };
+  Child rival([&](Gate&) {
+    EXPECT_EQ(error_of(create), failure(text::create_lock_failed, directory.base().c_str()));
+    return 0;
+  });
+  EXPECT_EQ(rival.exit_status(), 0);
+  Database other = open_items(directory);
+  Row row(other);
+  EXPECT_TRUE(find_item(other, 1, row)) << "untouched by the failed creation";
+}
+
+TEST_F(CreateDb, RefusesADataSegmentThatIsStillAttached) {
+  Child victim([&](Gate& gate) {
+    Database db = begin_create(directory);
+    gate.tell('c');
+    gate.wait_for('-');
+    return 0;
+  });
+  ASSERT_TRUE(victim.wait_for('c'));
+  const RawMemory attachment(directory.base());
+  victim.kill();
+  const std::string file = directory.base() + "00.data";
+  EXPECT_EQ(error_of([&] { return begin_create(directory); }), failure(text::segment_exists, file.c_str()));
+  shmctl(segment_id(file), IPC_RMID, nullptr);
+  std::filesystem::remove(file);
+}
+
+TEST_F(CreateDb, CutsTheSpaceIntoSegmentsOfOneGibibyte) {
+  constexpr std::size_t gibibyte = std::size_t{1} << 30;
+  const struct {
+    ZTINT8 size_bytes;
+    std::vector<std::size_t> segments;
+  } cases[] = {
+      {gibibyte, {gibibyte}}, {gibibyte + 1, {gibibyte, 1}}, {2 * gibibyte + 5, {gibibyte, gibibyte, 5}}};
+  for (const auto& c : cases) {
+    Database creator = begin_create(directory, c.size_bytes);
+    ASSERT_TRUE(creator.opened);
+    finish_create(creator);
+    EXPECT_TRUE(begin_open(directory).opened);
+    EXPECT_EQ(RawMemory(directory.base()).sizes, c.segments);
+    creator.close();
+    EXPECT_EQ(directory.leftovers(), std::vector<std::string>{}) << c.size_bytes;
+  }
+}
+
+TEST_F(CreateDb, RefusesWhatTheHeaderCannotHold) {
+  const std::string longest(79 - directory.path().size() - 2, 'n');
+  const struct {
+    std::string name;
+    ZTINT8 size_bytes;
+    bool accepted;
+  } cases[] = {{longest, small_bytes, true},
+               {longest + "n", small_bytes, false},
+               {"d", (100LL << 30) + 1, false},
+               {"d", -1, false},
+               {"d", 191, false}};
+  for (const auto& c : cases) {
+    ::testing::internal::CaptureStdout();
+    Database db = begin_create(directory, c.size_bytes, c.name.c_str());
+    std::fflush(stdout);
+    ::testing::internal::GetCapturedStdout();
+    EXPECT_EQ(db.opened, c.accepted) << c.name << " " << c.size_bytes;
+    EXPECT_EQ(last_error(db).code, c.accepted ? ZT_OK : ZT_ERR_GENERAL);
+    db.close();
+    EXPECT_EQ(directory.leftovers(), std::vector<std::string>{});
+  }
+}
+
+TEST_F(ConnectDb, LoadsEverythingWithoutTheFileLock) {
+  Database creator = create_items(directory);
+  ASSERT_TRUE(commit_item(creator, 3, "three"));
+  ASSERT_TRUE(ZtLockDb(creator, ZT_LOCK_EXCLUSIVE));
+  for (const int mode : {ZT_MODE_READ_ONLY, ZT_MODE_READ_WRITE}) {
+    Child other([&](Gate&) {
+      Database db;
+      EXPECT_TRUE(ZtConnectDb(db.out(), directory.path().c_str(), "d", mode));
+      Row row(db);
+      EXPECT_TRUE(find_item(db, 3, row));
+      EXPECT_EQ(row.text(item_name), "three");
+      return 0;
+    });
+    EXPECT_EQ(other.exit_status(), 0) << mode;
+  }
+}
+
+TEST_F(ResetDb, EmptiesTheTablesOfEveryProcessInPlace) {
+  Database creator = create_items(directory);
+  for (int id = 0; id < 200; ++id) ASSERT_TRUE(commit_item(creator, id));
+  Child reader([&](Gate& gate) {
+    Database db = open_items(directory, ZT_MODE_READ_ONLY);
+    Row row(db);
+    EXPECT_TRUE(find_item(db, 5, row));
+    gate.tell('o');
+    gate.wait_for('r');
+    Condition all(by_id);
+    EXPECT_FALSE(ZtListRecord(db, items, all));
+    gate.tell('e');
+    gate.wait_for('p');
+    EXPECT_TRUE(find_item(db, 5, row));
+    EXPECT_EQ(ZtGetRecordId(db, row), 0);
+    return 0;
+  });
+  ASSERT_TRUE(reader.wait_for('o'));
+  ZtResetDb(creator);
+  constexpr int catalog_end = 192 + 96 + 3 * 96 + 4 * 104 + 3 * 16;
+  EXPECT_EQ(used_bytes(creator), (catalog_end + 31) / 32 * 32 + 4 * 32);
+  EXPECT_EQ(RawMemory(directory.base()).i64(144), 4) << "heads";
+  reader.tell('r');
+  EXPECT_TRUE(reader.wait_for('e'));
+  EXPECT_TRUE(commit_item(creator, 5));
+  reader.tell('p');
+  EXPECT_EQ(reader.exit_status(), 0);
+}
+
+}  // namespace
+}  // namespace cachet::test

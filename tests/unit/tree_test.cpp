@@ -1,0 +1,286 @@
+// The leaf-oriented red-black tree, against std::multimap and against its own invariants, in one segment and
+// across the boundary of two.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+#include <random>
+
+#include "support/schema.h"
+
+namespace cachet::test {
+namespace {
+
+constexpr ZTINT8 gibibyte = 1LL << 30;
+
+// The opposite of what the library's own keys do: ascending.
+int compare_ints(Rb_base*, void* key, void* stored) {
+  int a = 0;
+  int b = 0;
+  std::memcpy(&a, key, sizeof a);
+  std::memcpy(&b, stored, sizeof b);
+  return a < b ? -1 : a > b;
+}
+
+struct Shape {
+  const char* name;
+  ZTINT8 size_bytes;
+  ZTINT8 first_node;  // where the nodes begin
+  std::vector<int> (*keys)(int count);
+};
+
+std::vector<int> ascending(int count) {
+  std::vector<int> keys(static_cast<std::size_t>(count));
+  for (int i = 0; i < count; ++i) keys[static_cast<std::size_t>(i)] = i * 2;
+  return keys;
+}
+std::vector<int> descending(int count) {
+  std::vector<int> keys = ascending(count);
+  std::reverse(keys.begin(), keys.end());
+  return keys;
+}
+std::vector<int> shuffled(int count) {
+  std::vector<int> keys = ascending(count);
+  std::shuffle(keys.begin(), keys.end(), std::mt19937(1));
+  return keys;
+}
+std::vector<int> repeated(int count) {
+  std::mt19937 random(2);
+  std::vector<int> keys = ascending(count);
+  for (int& key : keys) key = static_cast<int>(random() % 40) * 2;
+  return keys;
+}
+
+class Tree : public ::testing::TestWithParam<Shape> {
+ protected:
+  void SetUp() override {
+    db = begin_create(directory, GetParam().size_bytes);
+    ASSERT_TRUE(db.opened);
+    base = base_of(db);
+    base->memory->memoryheadsize = 192;
+    base->memory->nodeoffset = GetParam().first_node;
+    head = make_rb(base);
+  }
+
+  Rb_node at(std::uint32_t number) const {
+    return reinterpret_cast<Rb_node>(address(std::int64_t{number} * 32));
+  }
+  char* address(std::int64_t offset) const {
+    return base->share_memory_begin[offset / gibibyte] + offset % gibibyte;
+  }
+  int key_of(Rb_node node) const {
+    int key = 0;
+    std::memcpy(&key, rb_key(base, node), sizeof key);
+    return key;
+  }
+  char* block(int value) const {
+    char* const memory = Rb_data_malloc(base, sizeof value, 0, false);
+    std::memcpy(memory, &value, sizeof value);
+    return memory;
+  }
+
+  // One subtree: its least and greatest external node and its black height.
+  struct Extent {
+    Rb_node least, greatest;
+    int black_height;
+  };
+  Extent check(Rb_node node, Rb_node parent, bool is_left) const {
+    const bool is_root = parent == head;
+    EXPECT_EQ(at(node->p.parent), parent);
+    EXPECT_EQ((node->s & RB_ROOT) != 0, is_root);
+    EXPECT_EQ(node->s & RB_HEAD, 0);
+    EXPECT_TRUE(is_root || ((node->s & RB_LEFT) != 0) == is_left);
+    const int own = (node->s & RB_RED) != 0 ? 0 : 1;
+    if ((node->s & RB_INTERNAL) == 0) {
+      EXPECT_EQ(own, 1) << "external nodes are black";
+      return {node, node, 1};
+    }
+    EXPECT_TRUE(own == 1 || (!is_root && (parent->s & RB_RED) == 0)) << "red root, or red under red";
+    const Extent left = check(at(node->c.child.left), node, true);
+    const Extent right = check(at(node->c.child.right), node, false);
+    EXPECT_EQ(left.black_height, right.black_height);
+    EXPECT_EQ(at(node->k.lext), left.greatest);
+    EXPECT_EQ(at(node->v.rext), right.least);
+    EXPECT_EQ(rb_next(base, left.greatest), right.least);
+    return {left.least, right.greatest, left.black_height + own};
+  }
+  void check_against(const std::multimap<int, int>& model) const {
+    const Extent whole = check(at(head->p.root), head, false);
+    EXPECT_EQ(rb_first(base, head), whole.least);
+    EXPECT_EQ(rb_last(base, head), whole.greatest);
+    EXPECT_EQ(rb_prev(base, whole.least), head);
+    Rb_node node = head;
+    for (const auto& [key, serial] : model) {
+      const Rb_node next = rb_next(base, node);
+      ASSERT_EQ(rb_prev(base, next), node);
+      ASSERT_EQ(key_of(next), key);
+      ASSERT_EQ(rb_nblack(base, next), whole.black_height);
+      ASSERT_GE(rb_plength(base, next), whole.black_height);
+      node = next;
+    }
+    EXPECT_EQ(rb_next(base, node), head);
+    EXPECT_EQ(node, whole.greatest);
+  }
+  void check_finds(const std::multimap<int, int>& model, int key) const {
+    int found = 7;
+    const Rb_node node = rb_find_gkey_n(base, head, &key, compare_ints, &found);
+    EXPECT_EQ(rb_find_gkey(base, head, &key, compare_ints), node);
+    const auto expected = model.lower_bound(key);
+    EXPECT_EQ(found, expected != model.end() && expected->first == key ? 1 : 0) << key;
+    if (expected == model.end()) {
+      EXPECT_EQ(node, head);
+    } else {
+      EXPECT_EQ(key_of(node), expected->first);
+    }
+  }
+
+  TempDirectory directory;
+  Database db;
+  Rb_base* base = nullptr;
+  Rb_node head = nullptr;
+};
+
+TEST_P(Tree, StaysSortedBalancedAndThreaded) {
+  const std::vector<int> keys = GetParam().keys(1500);
+  std::multimap<int, int> model;
+  EXPECT_TRUE(rb_empty(base, head));
+  check_finds(model, 0);
+  for (std::size_t i = 0; i < keys.size(); ++i) {
+    const Rb_node behind = rb_find_gkey(base, head, const_cast<int*>(&keys[i]), compare_ints);
+    const Rb_node node = rb_insertg(base, head, block(keys[i]), block(static_cast<int>(i)), compare_ints);
+    EXPECT_EQ(rb_next(base, node), behind) << "directly before what the search returns";
+    int serial = -1;
+    std::memcpy(&serial, rb_val(base, node), sizeof serial);
+    EXPECT_EQ(serial, static_cast<int>(i));
+    model.emplace(keys[i], serial);
+    if (i < 20 || i % 250 == 0) check_against(model);
+  }
+  check_against(model);
+  EXPECT_FALSE(rb_empty(base, head));
+  for (int key = -1; key <= 3001; ++key) check_finds(model, key);
+}
+
+TEST_P(Tree, InsertsBeforeAndBehindAnyNode) {
+  const Rb_node middle = rb_insert_b(base, head, block(10), nullptr);
+  const Rb_node last = rb_insert_a(base, middle, block(20), nullptr);
+  const Rb_node first = rb_insert_a(base, head, block(0), nullptr);
+  const Rb_node between = rb_insert_b(base, last, block(15), nullptr);
+  EXPECT_EQ(rb_first(base, head), first);
+  EXPECT_EQ(rb_next(base, middle), between);
+  check_against({{0, 0}, {10, 0}, {15, 0}, {20, 0}});
+}
+
+constexpr ZTINT8 two_segments = gibibyte + (64 << 20);
+constexpr ZTINT8 before_the_boundary = gibibyte - 2 * 4096;
+const Shape shapes[] = {{"Ascending", small_bytes, 192, ascending},
+                        {"Descending", small_bytes, 192, descending},
+                        {"Shuffled", small_bytes, 192, shuffled},
+                        {"Repeated", small_bytes, 192, repeated},
+                        {"ShuffledAcrossSegments", two_segments, before_the_boundary, shuffled},
+                        {"AscendingAcrossSegments", two_segments, before_the_boundary, ascending}};
+INSTANTIATE_TEST_SUITE_P(, Tree, ::testing::ValuesIn(shapes),
+                         [](const auto& test) { return test.param.name; });
+
+class SmallTree : public Tree {
+ protected:
+  static int integer_key(Rb_node node) { return node->k.ikey; }  // a copy: it lies unaligned
+  static std::string hex(Rb_node node) {
+    char text[20];
+    std::snprintf(text, sizeof text, "0x%x\n", static_cast<unsigned>(reinterpret_cast<std::uintptr_t>(node)));
+    return text;
+  }
+};
+
+TEST_P(SmallTree, KeepsTextAndIntegerKeys) {
+  for (const char* key : {"pear", "", "apple", "pear", "quince"}) {
+    char* const stored = Rb_data_malloc(base, 8, 0, false);
+    std::strcpy(stored, key);
+    rb_insert(base, head, stored, stored);
+  }
+  std::vector<std::string> texts;
+  for (Rb_node n = rb_first(base, head); n != head; n = rb_next(base, n)) texts.emplace_back(rb_val(base, n));
+  EXPECT_EQ(texts, (std::vector<std::string>{"", "apple", "pear", "pear", "quince"}));
+  int found = 0;
+  char key[] = "b";
+  EXPECT_STREQ(rb_key(base, rb_find_key_n(base, head, key, &found)), "pear");
+  EXPECT_EQ(found, 0);
+
+  const Rb_node integers = make_rb_ext(base);
+  for (const int number : {5, -7, 2000000000, -2000000000, 5})
+    rb_inserti(base, integers, number, block(number));
+  std::vector<int> order;
+  for (Rb_node n = rb_first(base, integers); n != integers; n = rb_next(base, n))
+    order.push_back(integer_key(n));
+  EXPECT_EQ(order, (std::vector<int>{-2000000000, -7, 5, 5, 2000000000}));
+  EXPECT_EQ(integer_key(rb_find_ikey_n(base, integers, -7, &found)), -7);
+  EXPECT_EQ(found, 1);
+  EXPECT_EQ(rb_find_ikey(base, integers, 2000000001), integers);
+}
+
+TEST_P(SmallTree, EndsTheProcessWithStatus1WhenMisused) {
+  for (int key = 0; key < 4; ++key) rb_insertg(base, head, block(key), nullptr, compare_ints);
+  const Rb_node external = rb_first(base, head);
+  const Rb_node internal = at(external->p.parent);
+  char key[] = "0123456";
+  int found = 0;
+  const auto ended = ::testing::ExitedWithCode(1);
+  for (const Rb_node node : {external, internal}) {
+    EXPECT_EXIT(rb_find_gkey_n(base, node, key, compare_ints, &found), ended,
+                "^rb_find_key_n called on non-head " + hex(node) + "$");
+    EXPECT_EXIT(rb_find_key(base, node, key), ended, "^rb_find_key_n called on non-head " + hex(node) + "$");
+    EXPECT_EXIT(rb_find_ikey(base, node, 1), ended, "^rb_find_ikey_n called on non-head " + hex(node) + "$");
+  }
+  for (const Rb_node node : {head, internal}) {
+    EXPECT_EXIT(rb_nblack(base, node), ended,
+                "^ERROR: rb_nblack called on a non-external node " + hex(node) + "$");
+    EXPECT_EXIT(rb_plength(base, node), ended,
+                "^ERROR: rb_plength called on a non-external node " + hex(node) + "$");
+  }
+}
+
+// A reader without a lock may see any link half-made: still 0, of a rotation under way, or of a reset.
+TEST_P(SmallTree, SearchOfAReaderEndsWhateverALinkHolds) {
+  for (int key = 0; key < 64; ++key) rb_insertg(base, head, block(key), nullptr, compare_ints);
+  const Rb_node root = at(head->p.root);
+  char* const head_bytes = reinterpret_cast<char*>(head);
+  char* const root_bytes = reinterpret_cast<char*>(root);
+  char* const last = head_bytes + offsetof(srb_node, c.list.blink);
+  char* const lext = root_bytes + offsetof(srb_node, k.lext);
+  char* const left = root_bytes + offsetof(srb_node, c.child.left);
+  char* const links[] = {last, lext, left, root_bytes + offsetof(srb_node, c.child.right),
+                         head_bytes + offsetof(srb_node, p.root)};
+  const auto own = static_cast<std::uint32_t>((root_bytes - address(0)) / 32);
+  for (const bool isolated : {false, true}) {
+    base->mode = isolated ? ZT_MODE_READ_WRITE : ZT_MODE_READ_ONLY;
+    base->isolate = isolated;
+    for (char* const link : links) {
+      std::uint32_t right_one = 0;
+      std::memcpy(&right_one, link, sizeof right_one);
+      for (const std::uint32_t wrong : {0u, own, 1u, 0x1FFFFu, 0x02000000u, 0x7FFFFFFFu, 0xFFFFFFFFu}) {
+        std::memcpy(link, &wrong, sizeof wrong);
+        for (const int key : {-1, 3, 31, 32, 63, 64}) {
+          int found = 9;
+          rb_find_gkey_n(base, head, const_cast<int*>(&key), compare_ints, &found);
+          EXPECT_TRUE(found == 0 || found == 1);
+        }
+        if (wrong == 0 && link == last) {
+          const int key = 3;
+          EXPECT_EQ(rb_find_gkey(base, head, const_cast<int*>(&key), compare_ints), head);
+        }
+        if (wrong == 0 && (link == lext || link == left)) {
+          const int key = 3;
+          EXPECT_EQ(rb_find_gkey(base, head, const_cast<int*>(&key), compare_ints), root)
+              << "the node it stood on";
+        }
+      }
+      std::memcpy(link, &right_one, sizeof right_one);
+    }
+    base->isolate = false;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(, SmallTree, ::testing::Values(Shape{"OneSegment", small_bytes, 192, ascending}),
+                         [](const auto& test) { return test.param.name; });
+
+}  // namespace
+}  // namespace cachet::test
