@@ -38,6 +38,7 @@ class Dump {
   void write_index(std::size_t id, const char* title, EmptyKeys empty_keys) {
     const ZtIndexDescrible& index = table_.indexdescrible[id];
     write_title(title, index.name, index.indexdescrible, [this](int fieldid) { return field(fieldid).name; });
+    entries_left_ = base_->memory->nodeoffset / slot_bytes;
     for_each_node(base_, table_.indexs[id], links_of(base_), [&](Rb_node node) {
       const ZtIndexItem* const item = stored_item(base_, node);
       if (item == nullptr) return;
@@ -63,8 +64,7 @@ class Dump {
   template <class Records>
   void append_ids(std::uint32_t number) {
     const bool checked = links_of(base_) == Links::checked;
-    std::int64_t steps_left = base_->memory->nodeoffset / slot_bytes;
-    while (number != 0 && steps_left-- > 0) {
+    while (number != 0 && entries_left_-- > 0) {
       if (checked && !is_node(base_, number)) return;
       const ZtIndexNode* const entry = entry_at(base_, number);
       const std::int64_t record = record_offset_of(entry);
@@ -118,6 +118,7 @@ class Dump {
   const ZtTable& table_;
   FileWriter writer_;
   std::string line_;
+  std::int64_t entries_left_ = 0;  // of the index: no more than there are nodes, whatever the links say
 };
 
 }  // namespace
