@@ -1,15 +1,16 @@
 // The protocol of a slot. All words of a slot change under its spin lock, which is never held across a wait.
 //
-//   write:  held or waited for?  --no-->  W1 += 1, in
-//              | yes: W2 += 1, sleep on the writer semaphore until W1 = 0; W2 -= 1, W1 += 1, in
-//   read:   held by a writer?    --no-->  W3 += 1, in
-//              | yes: W4 += 1, sleep on the reader semaphore until W1 = 0 and either no writer waits or an
-//              unlock |      has let the readers go since; W4 -= 1, W3 += 1, in
-//   unlock: W1 -= 1; a writer waits: one post for writers; else one post for each waiting reader
+//   write    nobody holds or waits to write: W1 += 1, in
+//            else: W2 += 1, sleep on the writer semaphore until W1 = 0; W2 -= 1, W1 += 1, in
+//   read     nobody holds to write: W3 += 1, in
+//            else: W4 += 1, sleep on the reader semaphore until W1 = 0, and either no writer waits or an
+//            unlock has let the readers go since; W4 -= 1, W3 += 1, in
+//   unlock   W1 -= 1; a writer waits: one post for writers; else one post for each waiting reader
 //
 // A wake-up is only a hint. Posts are made before the spin lock is given back, so no releaser can die between
 // the two; waits end after at most 200 ms to look again, so no lost post, dead waiter or removed semaphore
-// blocks for ever.
+// blocks for ever. A waiting writer that leaves a free slot alone for ten slices is taken for dead by a
+// reader.
 #include "rwspinlock.h"
 
 #include <sys/shm.h>
@@ -34,6 +35,7 @@ constexpr std::ptrdiff_t word_bytes = 4;
 constexpr int read_level = 0;
 constexpr int write_level = 1;
 constexpr int slice_ms = 200;
+constexpr int slices_for_a_dead_writer = 10;
 constexpr long pause_without_semaphore_ns = 2'000'000;
 
 // The words of a slot, and behind both slots the library's own bookkeeping.
@@ -81,20 +83,25 @@ void take_one_off(std::atomic_ref<std::int32_t> count) {
   if (count.load() > 0) count.fetch_sub(1);
 }
 
-void wait_for_hint(Cztsema& semaphore) {
-  if (semaphore.Wait(slice_ms) == 1 || errno == EAGAIN || errno == EINTR) return;
-  const timespec pause{0, pause_without_semaphore_ns};
-  nanosleep(&pause, nullptr);
+// True when a post came, false when it is time to look without one.
+bool wait_for_hint(Cztsema& semaphore) {
+  if (semaphore.Wait(slice_ms) == 1) return true;
+  if (errno != EAGAIN && errno != EINTR) {
+    const timespec pause{0, pause_without_semaphore_ns};
+    nanosleep(&pause, nullptr);
+  }
+  return false;
 }
 
-// Sleeps, with the spin lock released, until `may_enter` holds under it.
+// Sleeps, with the spin lock released, until `may_enter(posted)` holds under it.
 template <class MayEnter>
 void wait_until(Cspinlock& spin, Cztsema& semaphore, const MayEnter& may_enter) {
+  bool posted = false;
   do {
     spin.Unlock();
-    wait_for_hint(semaphore);
+    posted = wait_for_hint(semaphore);
     spin.Lock();
-  } while (!may_enter());
+  } while (!may_enter(posted));
 }
 
 bool segment_exists(int id) {
@@ -121,6 +128,15 @@ void bind_slots(Crwspinlock& lock) {
 
 bool is_slot(int lockid) {
   return lockid >= 0 && lockid < slot_count;
+}
+
+void remove_semaphores(Crwspinlock& lock) {
+  for (int id = 0; id < slot_count; ++id) {
+    for (Cztsema* const semaphore : {&lock.m_r_sema[id], &lock.m_w_sema[id]}) {
+      semaphore->Close();
+      semaphore->Delete();
+    }
+  }
 }
 
 }  // namespace
@@ -171,6 +187,14 @@ void Crwspinlock::RaiseEpoch() {
   if (m_open) cachet::shared_word<std::uint64_t>(m_lockpage.m_p + epoch_at).fetch_add(2);
 }
 
+void Crwspinlock::MakeEpochOdd() {
+  if (m_open) cachet::shared_word<std::uint64_t>(m_lockpage.m_p + epoch_at).fetch_or(1);
+}
+
+void Crwspinlock::MakeEpochEven() {
+  if (m_open && Epoch() % 2 != 0) cachet::shared_word<std::uint64_t>(m_lockpage.m_p + epoch_at).fetch_add(1);
+}
+
 bool Crwspinlock::Lock(int lockid, int locklevel) {
   if (!m_open || !is_slot(lockid) || (locklevel != read_level && locklevel != write_level)) return false;
   const Slot slot(m_lockpage.m_p, lockid);
@@ -181,7 +205,7 @@ bool Crwspinlock::Lock(int lockid, int locklevel) {
     if (slot.writers_waiting().load() > 0 || slot.writers_holding().load() > 0) {
       slot.writers_waiting().fetch_add(1);
       m_dbsessions.InsertSession(WTWRITE);
-      wait_until(spin, m_w_sema[lockid], [&] { return slot.writers_holding().load() == 0; });
+      wait_until(spin, m_w_sema[lockid], [&](bool) { return slot.writers_holding().load() == 0; });
       take_one_off(slot.writers_waiting());
       m_dbsessions.EraseSession(WTWRITE, nullptr);
     }
@@ -194,9 +218,13 @@ bool Crwspinlock::Lock(int lockid, int locklevel) {
     slot.readers_waiting().fetch_add(1);
     m_dbsessions.InsertSession(WTREAD);
     const std::int32_t releases_before = slot.reader_releases().load();
-    wait_until(spin, m_r_sema[lockid], [&] {
-      return slot.writers_holding().load() == 0 &&
-             (slot.writers_waiting().load() == 0 || slot.reader_releases().load() != releases_before);
+    int free_slices = 0;
+    wait_until(spin, m_r_sema[lockid], [&](bool posted) {
+      const bool is_free = slot.writers_holding().load() == 0;
+      if (!posted) free_slices = is_free ? free_slices + 1 : 0;
+      return is_free &&
+             (slot.writers_waiting().load() == 0 || slot.reader_releases().load() != releases_before ||
+              free_slices >= slices_for_a_dead_writer);
     });
     take_one_off(slot.readers_waiting());
     m_dbsessions.EraseSession(WTREAD, nullptr);
@@ -232,20 +260,18 @@ void Crwspinlock::Unlock(int lockid, int locklevel, int stype, char* sid) {
   }
 }
 
+// The semaphores go before the page while this is its only user: until the page is gone no creator gets in that would
+// take them for its own. Two that leave together both see the other; who detached last is asked again afterwards.
 void Crwspinlock::Close() {
   m_open = false;
   if (m_lockpage.m_p == nullptr) return;
   const int page_id = m_lockpage.m_shamemid;
+  const bool only_user = m_lockpage.usercount() == 1;
+  if (only_user) remove_semaphores(*this);
   m_lockpage.Close(false);
   m_dbsessions.Close();
   for (Cspinlock& lock : m_lock) lock.Set(nullptr);
-  // Who is last is decided after the own detach: two that leave together both saw the other before it.
-  if (segment_exists(page_id)) return;
-  for (int id = 0; id < slot_count; ++id) {
-    m_r_sema[id].Close();
-    m_w_sema[id].Close();
-  }
-  Delete();
+  if (!only_user && !segment_exists(page_id)) remove_semaphores(*this);
 }
 
 void Crwspinlock::Delete() {

@@ -63,11 +63,12 @@ struct ZtIndexField {
 
 // A key. A stored one (sharememory = 1) heads the two lists of the records that carry it:
 //
-//   ZtIndexItem            ZtIndexNode            ZtIndexNode            ZtIndexNode
-//   originhead ----------> originnext ----------> originnext ----------> 0
-//   origintail -------------------------------------------------------------^  (likewise back by originprev)
-//   curenthead ----------> curentnext --------------------------------->  (a record that a cursor unlinked is
-//   left out)
+//   ZtIndexItem            ZtIndexNode      ZtIndexNode      ZtIndexNode
+//   originhead ----------> originnext ----> originnext ----> 0
+//   curenthead ----------> curentnext --------------------> 0
+//
+// Likewise back from the tails by originprev and curentprev. The second record is deleted, and a cursor has
+// unlinked it from the current list.
 struct ZtIndexItem {
   ZtIndexField* index;        //  0  address, or flat offset in the shared memory
   signed char point;          //  8  fields filled in; only these are compared
@@ -113,7 +114,7 @@ struct ZtRecordRow {
   ZtRecord* record = nullptr;  // private buffer (newrow, or a read-only copy), or the stored record
   int tableid = 0;
   bool newrow = false;
-  bool copied = false;  // `record` is a private copy of a stored record, owned by this row
+  int copied_bytes = 0;  // room of `record` when it is a private copy of a stored record, owned by this row
 };
 
 struct ZtCondition {

@@ -9,8 +9,8 @@
  *   - ZtCreateDb and ZtOpenDb return HOLDING the file lock. Everybody who calls them calls ZtUnLockDb when
  *     the database is ready, or nobody else gets in.
  *   - Write inside transactions. A write outside of one leaves its marks (a table's after an insert, a
- *     record's after an update) until the next commit of that handle, and read-only readers WAIT for that
- *     commit. ZtBeginTransaction is also what keeps two writers apart.
+ *     record's after an update) until the next commit of that handle, or its end, and read-only readers WAIT
+ *     for that. ZtBeginTransaction is also what keeps two writers apart.
  *   - A read-write handle reads the shared memory itself, without validation. Read under ZtLockDb or inside a
  *     transaction when somebody else may write; read-only handles validate by themselves.
  *   - Records are never freed: a delete marks, an update writes in place, and the memory only fills until
@@ -227,8 +227,7 @@ CACHET_API void ZtSaveDbInfo(ZtDbHandle database);
 CACHET_API void ZtLoadDbInfo(ZtDbHandle database);
 
 /* ------------------------------------------------------------------------------------------------------- */
-/* Schema: only between ZtCreateDb and ZtSaveDbInfo. Ids are positions, counted from 0 in order of
- * definition.*/
+/* Schema: only between ZtCreateDb and ZtSaveDbInfo. Ids are positions, from 0 in order of definition.     */
 /* An id out of range, a negative length or a null name reports -1008 and adds nothing.                    */
 /* ------------------------------------------------------------------------------------------------------- */
 
@@ -343,8 +342,8 @@ CACHET_API void ZtDeleteRecord(ZtDbHandle database, ZtRecordHandle record);
  * Makes an empty condition with room for `fieldcount` key fields (0 to 127). The caller ends it with
  * ZtCloseCondition. It is a search key and a cursor at once; process-local.
  *
- *   ZtCreateCondition(1, &c) -> ZtSetConditionIndex(c, index) -> ZtAddConditionIndexItem(c, FIELD_INT, 4,
- * &key)
+ *   ZtCreateCondition(1, &c) -> ZtSetConditionIndex(c, index)
+ *     -> ZtAddConditionIndexItem(c, FIELD_INT, 4, &key)
  *     -> ZtFindRecord(db, table, c, ZT_OP_GREATER_EQUAL) -> ZtGetRecord, ZtNextRecord ... -> ZtCloseCondition
  */
 CACHET_API void ZtCreateCondition(int fieldcount, ZtConditionHandle* condition);
@@ -374,7 +373,8 @@ CACHET_API bool ZtFindRecord(ZtDbHandle database, int tableid, ZtConditionHandle
 
 /* ------------------------------------------------------------------------------------------------------- */
 /* Cursors: false without an error means that there is no further record.                                  */
-/* On a read-only handle they wait while a writer has the table marked.                                    */
+/* On a read-only handle they wait while a writer has the table marked; ZtFirstRecord and ZtLastRecord do  */
+/* so only when they have to step on.                                                                      */
 /* ------------------------------------------------------------------------------------------------------- */
 
 /* Goes to the first, the last, the next, the previous record of the result. */

@@ -1,15 +1,13 @@
 // The shared-memory view of one database: its segments, the records at the start of the flat space, the
 // allocator, and the leaf-oriented red-black trees.
 //
-// The flat space is one run of bytes, cut into segments of 1 GiB that lie at other addresses in every
-// process:
+// The flat space is one run of bytes, cut into segments of 1 GiB that lie at other addresses in every process:
 //
-//   0         192                 memoryheadsize size
-//   +---------+-------------------+--------------------------+ - - - - - - - - +---------------------------+
-//   | header  | catalog           | tree nodes, 32 bytes each  -->   free    <--  records, items, key blocks
-//   |
-//   +---------+-------------------+--------------------------+ - - - - - - - - +---------------------------+
-//                                                        nodeoffset        dataoffset
+//   0        192               memoryheadsize                                                        size
+//   +--------+-----------------+----------------------+ - - - - - - - +----------------------------------+
+//   | header | catalog         | tree nodes       --> |     free      | <--  records, items, key blocks  |
+//   +--------+-----------------+----------------------+ - - - - - - - +----------------------------------+
+//                                                     nodeoffset      dataoffset
 //
 // Positions are flat offsets or node numbers (flat offset / 32; 0 = no link), never addresses. This header is
 // the only place that turns one into the other, and the only one that casts addresses to the records below.
@@ -185,8 +183,8 @@ struct CACHET_API DB_storage {
 };
 CACHET_API extern DB_storage g_proccess_dbstorage;
 
-/* ---- segments: `name` is the base path; `errmsg` (RB_ERRMSG_SIZE bytes) takes the text of a failure (GBK)
- * ---- */
+/* ---- segments ----
+ * `name` is the base path; `errmsg` (RB_ERRMSG_SIZE bytes) takes the text of a failure, in GBK. */
 
 // Makes the key files and segments of a database of `size` bytes, attaches them and writes the header.
 CACHET_API bool Rb_createsharememory(Rb_base* base, const char* name, const char* version, ZTINT8 size,
@@ -198,8 +196,8 @@ CACHET_API bool Rb_opensharememory(Rb_base* base, const char* name, int mode, in
 // reuse.
 CACHET_API void Rb_closesharememory(Rb_base* base, int reuse_shmmap);
 
-/* ---- allocator: by the one writer only; exhausted memory prints a line and ends the process with status 0
- * ---- */
+/* ---- allocator ----
+ * Called by the one writer only. Exhausted memory prints a line and ends the process with status 0. */
 
 // A zeroed 32-byte slot.
 CACHET_API char* Rb_node_malloc(Rb_base* base);
@@ -210,8 +208,9 @@ CACHET_API Rb_node make_rb(Rb_base* base);
 // Always a new head.
 CACHET_API Rb_node make_rb_ext(Rb_base* base);
 
-/* ---- trees: keys in `find` calls are addresses; a result is the node of an equal key, else the first node
-   behind the key, else the head. `head` must be a head, or the process ends with status 1. ---- */
+/* ---- trees ----
+ * Keys in `find` calls are addresses. A result is the node of an equal key, else the first node behind the key,
+ * else the head. `head` must be a head, or the process ends with status 1. */
 
 // Negative, zero, positive: `key` comes before, equals, comes after `stored`.
 typedef int (*Rb_compare)(Rb_base* base, void* key, void* stored);

@@ -59,18 +59,24 @@ inline NodeNumber node_number_of(const Rb_base* base, const void* address) noexc
   return NodeNumber{static_cast<std::uint32_t>(value_of(offset_of(base, address)) >> slot_bits)};
 }
 
+// Bytes of the flat space. What was attached is known without looking; a view that was filled by hand has the header.
+inline std::int64_t flat_bytes(const Rb_base* base) noexcept {
+  return base->attached_bytes != 0 ? base->attached_bytes : base->memory->size;
+}
+
 // Whether `number` names a slot that has been allocated.
 inline bool is_node(const Rb_base* base, std::uint32_t number) noexcept {
   const std::int64_t begin = std::int64_t{number} << slot_bits;
   const std::int64_t front = load_acquire<ZTINT8>(&base->memory->nodeoffset);
-  return begin >= load_relaxed<ZTINT8>(&base->memory->memoryheadsize) && begin + slot_bytes <= front &&
-         front <= base->attached_bytes;
+  return begin >= static_cast<std::int64_t>(sizeof(Rb_memory)) &&
+         begin >= load_relaxed<ZTINT8>(&base->memory->memoryheadsize) && begin + slot_bytes <= front &&
+         front <= flat_bytes(base);
 }
 
 // Whether the `length` bytes at `offset` lie in the data area, and in one segment.
 inline bool is_data(const Rb_base* base, std::int64_t offset, std::int64_t length) noexcept {
   return offset >= load_acquire<ZTINT8>(&base->memory->dataoffset) && offset > 0 && length >= 0 &&
-         length <= base->attached_bytes && offset <= base->attached_bytes - length &&
+         length <= flat_bytes(base) && offset <= flat_bytes(base) - length &&
          (length == 0 || segment_of(offset) == segment_of(offset + length - 1));
 }
 
@@ -78,13 +84,13 @@ inline bool is_data(const Rb_base* base, std::int64_t offset, std::int64_t lengt
 inline bool runs_out(const Rb_base* base, const void* address, std::int64_t length) noexcept {
   const std::int64_t begin = value_of(offset_of(base, address));
   const std::int64_t end = begin + length;
-  if (begin <= 0 || begin >= base->attached_bytes) return false;
-  return end > base->attached_bytes || segment_of(begin) != segment_of(end - 1);
+  if (begin <= 0 || begin >= flat_bytes(base)) return false;
+  return end > flat_bytes(base) || segment_of(begin) != segment_of(end - 1);
 }
 
 // A handle that may be overtaken by a writer: it checks links before it follows them.
 inline bool checks_links(const Rb_base* base) noexcept {
-  return base->mode == 1 || base->isolate;
+  return base != nullptr && (base->mode == 1 || base->isolate);
 }
 
 // The status byte and the links of a node, for walking without a call.

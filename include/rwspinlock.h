@@ -50,10 +50,13 @@ class CACHET_API Crwspinlock {
   // Whether some process holds the slot for writing right now.
   bool WriterHolds(int lockid) const;
 
-  // A counter of the whole database, in the page. A rollback takes records' own counters back and raises this
-  // one instead, before it clears their marks. 0 for ever when the lock is not open.
+  // A counter of the whole database, in the page, for what the tables' and records' own marks do not show: a
+  // rollback, which takes their counters back, raises it by 2; a reset makes it odd before its first store
+  // and even behind its last. 0 for ever when the lock is not open.
   std::uint64_t Epoch() const;
   void RaiseEpoch();
+  void MakeEpochOdd();
+  void MakeEpochEven();
 
   Cztshamem m_lockpage;
   Cztsema m_r_sema[2];

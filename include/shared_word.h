@@ -1,15 +1,12 @@
 // Access to words that other processes read and write, and to values that lie unaligned in packed records.
 //
 // This is the only place that knows how a shared word is touched:
-//   - an aligned word (header fronts, catalog counters, tree links, the words of the lock page) is a C++
-//   atomic with
-//     a stated order;
-//   - a word that may lie unaligned (record headers, index items, list entries, node keys: the data area
-//   starts at
-//     whatever size the database has) is copied with one machine instruction and ordered with fences. x86-64
-//     never reorders loads with loads or stores with stores, so the fences only hold the compiler. A word
-//     that crosses a cache line may tear; readers check every link before they follow it and validate
-//     afterwards.
+//   - an aligned word (header fronts, catalog counters, tree links, the words of the lock page) is a C++ atomic
+//     with a stated order;
+//   - a word that may lie unaligned (record headers, index items, node keys: the data area starts at whatever
+//     size the database has) is copied with one machine instruction and ordered with fences. x86-64 never
+//     reorders loads with loads or stores with stores, so the fences only hold the compiler. A word that
+//     crosses a cache line may tear; readers check every link before they follow it and validate afterwards.
 //
 // A loaded value is laundered, so the compiler never reads the shared word a second time behind a check.
 #ifndef CACHET_SHARED_WORD_H
@@ -26,7 +23,7 @@ inline T load_unaligned(const void* address) noexcept {
   static_assert(std::is_trivially_copyable_v<T>);
   T value;
   std::memcpy(&value, address, sizeof value);
-  if constexpr (std::is_integral_v<T>) asm("" : "+r"(value));
+  if constexpr (std::is_integral_v<T> || std::is_pointer_v<T>) asm("" : "+r"(value));
   return value;
 }
 

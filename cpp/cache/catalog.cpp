@@ -127,11 +127,31 @@ bool is_sound(const Rb_memory& header, std::int64_t limit) {
 }
 
 bool is_sound(const Catalog& catalog) {
-  const auto tables = static_cast<int>(catalog.tables.size());
-  const auto is_table = [=](int id) { return id >= 0 && id < tables; };
-  return std::ranges::all_of(catalog.fields, is_table, &Rb_tablefield::tableid) &&
-         std::ranges::all_of(catalog.indexes, is_table, &Rb_indexname::tableid) &&
-         std::ranges::all_of(catalog.index_fields, is_table, &Rb_indexfield::tableid);
+  struct Size {
+    int fields = 0;
+    int indexes = 0;
+  };
+  std::vector<Size> tables(catalog.tables.size());
+  const auto size_of = [&](int tableid) {
+    const auto id = static_cast<std::size_t>(tableid);
+    return tableid >= 0 && id < tables.size() ? &tables[id] : nullptr;
+  };
+  for (const Rb_tablefield& field : catalog.fields) {
+    Size* const table = size_of(field.tableid);
+    if (table == nullptr) return false;
+    ++table->fields;
+  }
+  for (const Rb_indexname& index : catalog.indexes) {
+    Size* const table = size_of(index.tableid);
+    if (table == nullptr) return false;
+    ++table->indexes;
+  }
+  return std::all_of(catalog.index_fields.begin(), catalog.index_fields.end(),
+                     [&](const Rb_indexfield& link) {
+                       const Size* const table = size_of(link.tableid);
+                       return table != nullptr && link.indexid >= 0 && link.indexid < table->indexes &&
+                              link.fieldid >= 0 && link.fieldid < table->fields;
+                     });
 }
 
 }  // namespace cachet

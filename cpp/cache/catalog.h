@@ -34,7 +34,7 @@ struct Catalog {
 // saved has no counts and no head size.
 bool is_sound(const Rb_memory& header, std::int64_t limit);
 
-// Whether the records' ids can be replayed, as far as the positions of other records tell.
+// Whether every id names something that the replay will have made.
 bool is_sound(const Catalog& catalog);
 
 }  // namespace cachet

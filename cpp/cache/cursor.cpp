@@ -10,14 +10,14 @@ namespace cachet {
 Standing stand_on_record(ZtDbHandle database, ZtConditionHandle condition, std::int64_t offset) {
   const Rb_base* const base = &database->base;
   const ZtTable& table = database->database[static_cast<std::size_t>(condition->tableid)];
-  if (checks_links(base) && !is_data(base, offset, stored_bytes(table))) return Standing::unreadable;
+  if (!is_data(base, offset, stored_bytes(table))) return Standing::unreadable;
   condition->precord = offset;
   return is_deleted(record_at(base, offset)) ? Standing::deleted : Standing::live;
 }
 
 Standing stand_on_entry(ZtDbHandle database, ZtConditionHandle condition, std::uint32_t number) {
   const Rb_base* const base = &database->base;
-  if (checks_links(base) && !is_node(base, number)) return Standing::unreadable;
+  if (!is_node(base, number)) return Standing::unreadable;
   condition->nodepoint = entry_at(base, number);
   return stand_on_record(database, condition, record_offset_of(condition->nodepoint));
 }
@@ -110,7 +110,9 @@ int unlink_and_step(ZtDbHandle database, ZtConditionHandle condition) {
   const Rb_base* const base = &database->base;
   ZtIndexNode* const entry = condition->nodepoint;
   ZtIndexItem* const item = stored_item(base, condition->point);
-  if (!is_deleted(record_at(base, record_offset_of(entry)))) return Direction::skip;
+  const std::int64_t record_offset = record_offset_of(entry);
+  if (item == nullptr || !is_data(base, record_offset, ZT_RECORD_HEADER)) return Direction::skip;
+  if (!is_deleted(record_at(base, record_offset))) return Direction::skip;
 
   const std::uint32_t number = number_of(base, entry);
   const bool is_head = Records::head(item) == number;
@@ -163,7 +165,9 @@ bool require_table(ZtDbHandle database, int tableid, const ZtCondition* conditio
   const ZtTable* const table = table_at(database, tableid);
   if (table == nullptr) return false;
   if (table->listindex == nullptr) return report(database, ZT_ERR_GENERAL, message::database_not_open);
-  if (condition->indexid < static_cast<int>(table->indexs.size())) return true;
+  const auto indexid = static_cast<std::size_t>(condition->indexid);
+  if (!walks_index(condition) || (indexid < table->indexs.size() && table->indexs[indexid] != nullptr))
+    return true;
   return report(database, ZT_ERR_GENERAL, message::bad_index, condition->indexid);
 }
 

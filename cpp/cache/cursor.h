@@ -29,7 +29,7 @@ inline bool walks_index(const ZtCondition* condition) {
 
 // The neighbour in tree order; null when the link cannot be followed.
 inline Rb_node neighbour(const Rb_base* base, std::uint32_t link) {
-  return checks_links(base) && !is_node(base, link) ? nullptr : node_at(base, link);
+  return is_node(base, link) ? node_at(base, link) : nullptr;
 }
 
 struct Forward {

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <map>
 #include <memory>
@@ -41,20 +42,20 @@ struct Registry {
   pid_t owner = getpid();
 };
 
+// Never destroyed: a program may delete its handles from the destructors of its own globals. A forked child starts with
+// a new one: it inherits none of the locks, and maybe a mutex that some thread of the parent held.
 Registry& registry() {
-  static Registry the_registry;
-  return the_registry;
-}
-
-// A forked child inherits the registry but not one of the locks in it.
-void forget_locks_of_parent(Registry& all) {
-  if (all.owner == getpid()) return;
-  all.files.clear();
-  all.owner = getpid();
+  static std::atomic<Registry*> current{new Registry};
+  Registry* all = current.load();
+  if (all->owner != getpid()) {
+    auto* const fresh = new Registry;
+    if (current.compare_exchange_strong(all, fresh)) return *fresh;
+    delete fresh;
+  }
+  return *all;
 }
 
 LockFile& file_of(Registry& all, const RWLock& lock) {
-  forget_locks_of_parent(all);
   struct stat status = {};
   fstat(lock.m_hfile, &status);
   return all.files[{status.st_dev, status.st_ino}];

@@ -43,15 +43,19 @@ std::int64_t end_of_heads(std::int64_t offset, std::int64_t count) {
   return offset;
 }
 
-void abandon_records(ZtDbHandle database) {
+void abandon_records(ZtDbHandle database, std::int64_t data_front) {
   Rb_base& base = database->base;
   drop_copies_of_abandoned_records(database);
+  // No table's mark tells readers of a reset.
+  database->lock.MakeEpochOdd();
   base.memory->rb_count = 0;
   store_release<ZTINT8>(&base.memory->nodeoffset, first_head_offset(*base.memory));
+  store_release<ZTINT8>(&base.memory->dataoffset, data_front);
   for (std::size_t id = 0; id < database->database.size(); ++id) {
     store_release<int>(&catalog_of(database, static_cast<int>(id))->recordcount, 0);
   }
   for_each_head(database, make_rb_ext);
+  database->lock.MakeEpochEven();
   base.rb_count = base.memory->rb_count;
 }
 
@@ -61,6 +65,10 @@ void ZtLoadDb(ZtDbHandle database) {
   Rb_base& base = database->base;
   if (!database->opened) {
     report(database, ZT_ERR_GENERAL, message::database_not_open);
+    return;
+  }
+  if (base.memory->tablecount != static_cast<ZTINT8>(database->database.size())) {
+    report(database, ZT_ERR_GENERAL, message::catalog_corrupt);
     return;
   }
   // A creator whose memory is too small ends in the allocator; whoever finds the heads must not look beyond
@@ -85,6 +93,5 @@ void ZtResetDb(ZtDbHandle database) {
   if (!require_writable(database)) return;
   Rb_memory* const memory = database->base.memory;
   memory->transactioncount = 0;
-  store_release<ZTINT8>(&memory->dataoffset, memory->size);
-  abandon_records(database);
+  abandon_records(database, memory->size);
 }

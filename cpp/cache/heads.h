@@ -14,8 +14,8 @@ std::int64_t first_head_offset(const Rb_memory& header);
 std::int64_t end_of_heads(std::int64_t offset, std::int64_t count);
 
 // Gives every table and index a new empty tree at the old place: all records and nodes are abandoned, and so
-// are the before-images that this handle keeps of them. The data area stays as it is.
-void abandon_records(ZtDbHandle database);
+// are the before-images that this handle keeps of them. Data blocks will lie below `data_front`.
+void abandon_records(ZtDbHandle database, std::int64_t data_front);
 
 }  // namespace cachet
 

@@ -115,9 +115,11 @@ bool ZtReadDbFile(ZtDbHandle database, const char* filename) {
   std::memcpy(&header, image.head.data(), sizeof header);
   const CatalogCounts counts = CatalogCounts::of(header);
   clear_table_marks(image, counts);
-  if (!load(base, image)) return report(database, ZT_ERR_GENERAL, message::read_failed, filename);
-  clear_record_marks(base, counts);
-  database->lock.RaiseEpoch();
+  database->lock.MakeEpochOdd();
+  const bool loaded = load(base, image);
+  if (loaded) clear_record_marks(base, counts);
+  database->lock.MakeEpochEven();
+  if (!loaded) return report(database, ZT_ERR_GENERAL, message::read_failed, filename);
   // The image brought the tables and their trees: also a creator's handle has to look for them now.
   if (!had_tables) base.exist = true;
   return true;

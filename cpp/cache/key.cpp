@@ -122,13 +122,13 @@ RowKey::RowKey(const ZtTable& table, const ZtIndexDescrible& index, ZtRecord* ro
 
 ZtIndexItem* stored_item(const Rb_base* base, Rb_node node) {
   const std::int64_t offset = key_offset_of(node);
-  if (checks_links(base) && !is_data(base, offset, sizeof(ZtIndexItem))) return nullptr;
+  if (!is_data(base, offset, sizeof(ZtIndexItem))) return nullptr;
   return reinterpret_cast<ZtIndexItem*>(address_of(base, FlatOffset{offset}));
 }
 
 ZtListItem* stored_list_item(const Rb_base* base, Rb_node node) {
   const std::int64_t offset = key_offset_of(node);
-  if (checks_links(base) && !is_data(base, offset, sizeof(ZtListItem))) return nullptr;
+  if (!is_data(base, offset, sizeof(ZtListItem))) return nullptr;
   return reinterpret_cast<ZtListItem*>(address_of(base, FlatOffset{offset}));
 }
 

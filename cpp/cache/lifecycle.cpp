@@ -178,6 +178,7 @@ void ZtDeleteDb(ZtDbHandle database) {
   // A child's copy of its parent's handle: the transaction and the locks are the parent's.
   if (handle->creator_pid == getpid()) {
     if (!handle->base.isolate) ZtRollbackTransaction(database);
+    if (handle->opened) take_marks_off(database);
     ZtUnLock(database);
   }
   if (handle->opened) Rb_closesharememory(&handle->base, handle->reuse_shmmap);

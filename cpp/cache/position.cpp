@@ -26,6 +26,7 @@ enum class OnEmptyKey { clear_entry, keep_entry };
 template <class Direction>
 bool go_to_end(ZtDbHandle database, ZtConditionHandle condition, Rb_node place, OnEmptyKey on_empty_key) {
   if (!require_table(database, condition->tableid, condition) || place == nullptr) return false;
+  if ((status_of(place) & RB_HEAD) != 0) return false;  // what a search without a result leaves
   condition->point = place;
   const Standing standing = stand_at_point<Direction>(database, condition);
   if (standing == Standing::empty_key && on_empty_key == OnEmptyKey::clear_entry)
@@ -54,12 +55,12 @@ struct Placed {
   Standing standing;
 };
 
-// The row's private buffer, made anew for another table.
+// The row's private buffer, made anew for another table or (of another database) a longer one.
 void provide_buffer(const ZtTable& table, int tableid, ZtRecordRow* row) {
-  if (row->copied && row->tableid == tableid) return;
-  if (row->copied) release_row(row);
+  if (row->copied_bytes >= stored_bytes(table) && row->tableid == tableid) return;
+  if (row->copied_bytes != 0) release_row(row);
   row->record = allocate_row(table, fatal::record_copy_line);
-  row->copied = true;
+  row->copied_bytes = stored_bytes(table);
 }
 
 // A copy that no writer touched half-way.
@@ -136,7 +137,7 @@ bool ZtGetRecord(ZtDbHandle database, ZtConditionHandle condition, ZtRecordHandl
     copy_unchanged(database, record, recordrow->record, bytes);
     ZtUnLock(database);
   } else {
-    if (recordrow->copied) release_row(recordrow);
+    if (recordrow->copied_bytes != 0) release_row(recordrow);
     recordrow->record = record;
   }
   recordrow->newrow = false;

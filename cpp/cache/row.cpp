@@ -19,7 +19,7 @@ ZtRecord* allocate_row(const ZtTable& table, int line) {
 void release_row(ZtRecordRow* row) {
   std::free(row->record);
   row->record = nullptr;
-  row->copied = false;
+  row->copied_bytes = 0;
 }
 
 }  // namespace cachet
@@ -36,7 +36,7 @@ void ZtDupRecord(ZtRecordHandle source, ZtRecordHandle destination) {
 
 void ZtCloseRecord(ZtDbHandle database, ZtRecordHandle record) {
   if (record == nullptr) return;
-  if (database->base.mode == ZT_MODE_READ_ONLY && record->copied) release_row(record);
+  if (database->base.mode == ZT_MODE_READ_ONLY && record->copied_bytes != 0) release_row(record);
   delete record;
 }
 
@@ -50,6 +50,6 @@ bool ZtNewRecord(ZtDbHandle database, int tableid, ZtRecordHandle record) {
   set_id(record->record, -1);
   record->tableid = tableid;
   record->newrow = true;
-  record->copied = false;
+  record->copied_bytes = 0;
   return true;
 }

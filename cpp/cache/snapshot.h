@@ -33,7 +33,7 @@ auto read_unchanged(ZtDbHandle database, const Watched* watched, const Attempt& 
   for (;;) {
     const std::uint64_t epoch = database->lock.Epoch();
     const ChangeMark before = mark_of(watched);
-    if (!before.duty) {
+    if (!before.duty && epoch % 2 == 0) {
       const auto result = attempt();
       std::atomic_thread_fence(std::memory_order_acquire);
       if (mark_of(watched) == before && database->lock.Epoch() == epoch) return result;

@@ -95,7 +95,7 @@ class TableImage {
     row.record = reinterpret_cast<ZtRecord*>(Rb_data_malloc(&base, bytes, 8, true));
     row.tableid = tableid;
     row.newrow = true;
-    if (fill(table, row.record) && ZtLoadRecord(database_, &row)) return true;
+    if (fill(table, row.record) && link(&row)) return true;
     store_release<ZTINT8>(&base.memory->dataoffset, data_front);
     return false;
   }
@@ -109,6 +109,14 @@ class TableImage {
       if (field.type == FIELD_STRING && field.length > 0) field_bytes(record, field)[field.length - 1] = 0;
     }
     return true;
+  }
+
+  // The table is not marked, so the epoch is what keeps readers off trees that are being changed.
+  bool link(ZtRecordRow* row) {
+    database_->lock.MakeEpochOdd();
+    const bool loaded = ZtLoadRecord(database_, row);
+    database_->lock.MakeEpochEven();
+    return loaded;
   }
 
   bool malformed() { return report(database_, ZT_ERR_GENERAL, message::bad_format, filename_.c_str()); }
@@ -160,8 +168,7 @@ bool ZtReadDbDir(ZtDbHandle database, const char* path) {
     return TableImage(database, file.c_str()).begin();
   });
   if (!sound) return false;
-  abandon_records(database);
-  database->lock.RaiseEpoch();
+  abandon_records(database, database->base.memory->dataoffset);
   return for_each_file(database, path, [=](const std::string& file, int tableid) {
     TableImage image(database, file.c_str());
     return image.begin() && image.load(tableid);

@@ -19,12 +19,24 @@ void unmark_tables(ZtDbHandle database) {
   database->tables_to_unmark.clear();
 }
 
+void make_final(ZtDbHandle database) {
+  for (const ZtRecordCopy& copy : database->recordcopy.m_index) {
+    set_duty(reinterpret_cast<ZtRecord*>(copy.offset), false);
+  }
+  unmark_tables(database);
+  forget_copies(database);
+}
+
 void end_transaction(ZtDbHandle database) {
   ZtUnLock(database);
   database->base.intransaction = false;
 }
 
 }  // namespace
+
+void cachet::take_marks_off(ZtDbHandle database) {
+  if (writes_locally(database) && !database->lock.WriterHolds(writers_position)) make_final(database);
+}
 
 void ZtBeginTransaction(ZtDbHandle database) {
   ZtCommitTransaction(database);
@@ -34,13 +46,7 @@ void ZtBeginTransaction(ZtDbHandle database) {
 
 void ZtCommitTransaction(ZtDbHandle database) {
   if (!database->base.intransaction) return;
-  if (writes_locally(database)) {
-    for (const ZtRecordCopy& copy : database->recordcopy.m_index) {
-      set_duty(reinterpret_cast<ZtRecord*>(copy.offset), false);
-    }
-    unmark_tables(database);
-    forget_copies(database);
-  }
+  if (writes_locally(database)) make_final(database);
   end_transaction(database);
 }
 

@@ -2,8 +2,7 @@
 // writers apart.
 //
 // Order of an insert, which readers and rollback rely on (docs/concurrency.md):
-//   1. the record's bytes, with `deleted` set; then its before-image, so that a rollback leaves a deleted
-//   record;
+//   1. the record's bytes, with `deleted` set, then its before-image: a rollback leaves a deleted record;
 //   2. its header is cleared: complete before anything leads to it;
 //   3. the table is marked: read-only readers keep out until the commit;
 //   4. the index trees, then the record-id tree.
@@ -35,7 +34,9 @@ bool no_room(ZtDbHandle database) {
 }
 
 bool may_insert(ZtDbHandle database, const ZtTable& table, const ZtRecordRow* row) {
-  if (table.listindex == nullptr) return report(database, ZT_ERR_GENERAL, message::database_not_open);
+  const bool has_heads =
+      table.listindex != nullptr && (table.indexs.empty() || table.indexs.back() != nullptr);
+  if (!has_heads) return report(database, ZT_ERR_GENERAL, message::database_not_open);
   if (!require_record(database, row)) return false;
   return free_bytes(database->base) >= least_free_bytes || no_room(database);
 }

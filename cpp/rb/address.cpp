@@ -11,7 +11,7 @@ namespace {
 
 std::int64_t bytes_in_segment(const Rb_base* base, int index) noexcept {
   const std::int64_t begin = std::int64_t{index} << segment_bits;
-  const std::int64_t rest = base->attached_bytes - begin;
+  const std::int64_t rest = flat_bytes(base) - begin;
   return rest < segment_bytes ? rest : segment_bytes;
 }
 

@@ -4,6 +4,7 @@
 
 #include "base/fatal.h"
 #include "rb.h"
+#include "rb/node.h"
 #include "rb_fronts.h"
 
 using namespace cachet;
@@ -28,14 +29,20 @@ char* Rb_data_malloc(Rb_base* base, int size, int aligsize, bool alig) {
   return address;
 }
 
-// An empty tree: the head is its own first and last node and its own root.
+// An empty tree: the head is its own first and last node and its own root. A reset makes heads where heads
+// lie, under the eyes of readers: the slot is not zeroed first, so that it is a head at every moment.
 Rb_node make_rb_ext(Rb_base* base) {
-  const Rb_node head = reinterpret_cast<Rb_node>(Rb_node_malloc(base));
+  Fronts fronts = Fronts::of(base);
+  const std::int64_t slot = fronts.take_node();
+  if (slot < 0) fatal::out_of_shared_memory("Rb_node_malloc");
+  const Rb_node head = reinterpret_cast<Rb_node>(address_of(base, FlatOffset{slot}));
   const std::uint32_t self = value_of(node_number_of(base, head));
-  head->c.list.flink = self;
-  head->c.list.blink = self;
-  head->p.root = self;
-  head->s = RB_HEAD;
+  store_release<std::uint8_t>(bytes_of(head) + offsetof(srb_node, s), RB_HEAD);
+  set_flink(head, self);
+  set_blink(head, self);
+  set_root(head, self);
+  std::memset(bytes_of(head) + offsetof(srb_node, k), 0, slot_bytes - offsetof(srb_node, k));
+  store_release<ZTINT8>(&base->memory->nodeoffset, fronts.node);
   base->memory->rb_count += 1;
   return head;
 }

@@ -16,21 +16,23 @@ namespace {
 struct Entry {
   std::string absolute_path;
   Rb_keyfile file;
+  bool writable;
   bool mapped = true;
 };
 
 std::vector<Entry>& entries() {
-  static std::vector<Entry> list;
+  // Never destroyed: a program may delete its handles from the destructors of its own globals.
+  static auto& list = *new std::vector<Entry>;
   return list;
 }
 
 }  // namespace
 
-void add(char* address, int id, const std::string& absolute_path, const Rb_keyfile& file) {
+void add(char* address, int id, const std::string& absolute_path, const Rb_keyfile& file, bool writable) {
   if (g_proccess_dbstorage.segmentcount == RB_MAX_SEGMENTS) return;
   g_proccess_dbstorage.share_memory_begin[g_proccess_dbstorage.segmentcount++] = address;
   g_proccess_dbstorage.mshid.push_back(id);
-  entries().push_back({absolute_path, file});
+  entries().push_back({absolute_path, file, writable});
 }
 
 void forget(const char* address) {
@@ -39,11 +41,11 @@ void forget(const char* address) {
   }
 }
 
-bool are_of(const std::string& absolute_path, int count) {
+bool are_of(const std::string& absolute_path, int count, bool writable) {
   if (static_cast<std::size_t>(count) > entries().size()) return false;
   for (int index = 0; index < count; ++index) {
     const Entry& entry = entries()[static_cast<std::size_t>(index)];
-    if (!entry.mapped) return false;
+    if (!entry.mapped || (writable && !entry.writable)) return false;
     if (entry.absolute_path == absolute_path) continue;
     if (key_file_at(key_file_path(absolute_path, index)) != entry.file) return false;
   }

@@ -13,12 +13,12 @@
 namespace cachet::attachments {
 
 // Appends an attachment; nothing when the list is full.
-void add(char* address, int id, const std::string& absolute_path, const Rb_keyfile& file);
+void add(char* address, int id, const std::string& absolute_path, const Rb_keyfile& file, bool writable);
 // Notes that the address is no longer mapped.
 void forget(const char* address);
-// Whether the first `count` entries are mapped and belong to the database at `absolute_path`. A key file is
-// looked at only when the names differ.
-bool are_of(const std::string& absolute_path, int count);
+// Whether the first `count` entries are mapped, writable if they have to be, and belong to the database at
+// `absolute_path`. A key file is looked at only when the names differ.
+bool are_of(const std::string& absolute_path, int count, bool writable);
 
 }  // namespace cachet::attachments
 

@@ -103,10 +103,10 @@ void insert_internal(Rb_base* base, Rb_node left, Rb_node right, Rb_node replace
   recolour(base, node);
 }
 
-// The nearest ancestor that has `leaf` at the inner end of one of its subtrees, or the head.
-Rb_node ancestor_beyond(const Rb_base* base, Rb_node leaf, bool left) {
+// The nearest ancestor that has `leaf` in its right subtree and no leaf before it there, or the head.
+Rb_node ancestor_before(const Rb_base* base, Rb_node leaf) {
   Rb_node node = leaf;
-  while (!is(node, RB_ROOT) && is(node, RB_LEFT) == left) node = parent_node(base, node);
+  while (!is(node, RB_ROOT) && is(node, RB_LEFT)) node = parent_node(base, node);
   return parent_node(base, node);
 }
 
@@ -141,13 +141,11 @@ Rb_node insert_leaf(Rb_base* base, Rb_node successor, std::int64_t key, std::int
   } else {
     insert_internal(base, leaf, neighbour, neighbour);
   }
-  const Rb_node ancestor = ancestor_beyond(base, leaf, !at_end);
-  if (!is(ancestor, RB_HEAD)) {
-    if (at_end) {
-      set_lext(ancestor, number_of(base, leaf));
-    } else {
-      set_rext(ancestor, number_of(base, leaf));
-    }
+  // The leaf is the new least of the right subtree whose least was its neighbour. A leaf at the end is the
+  // greatest of no left subtree.
+  if (!at_end) {
+    const Rb_node ancestor = ancestor_before(base, leaf);
+    if (!is(ancestor, RB_HEAD)) set_rext(ancestor, number_of(base, leaf));
   }
   return leaf;
 }

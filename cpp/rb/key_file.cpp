@@ -30,14 +30,6 @@ std::optional<std::string> base_path_in(int id) {
   return std::string(name.data());
 }
 
-bool belongs_to_other_file(int id, key_t key, const Rb_keyfile& own_file) {
-  const auto base_path = base_path_in(id);
-  if (!base_path) return false;
-  const std::string path = key_file_path(*base_path, 0);
-  const auto file = key_file_at(path);
-  return file && *file != own_file && ftok(path.c_str(), segment_key_id) == key;
-}
-
 }  // namespace
 
 std::string key_file_path(const std::string& base_path, int index) {
@@ -67,6 +59,14 @@ std::optional<SegmentStatus> segment_status(int id) {
 bool remove_if_unattached(int id) {
   const auto status = segment_status(id);
   return status && status->attachments == 0 && shmctl(id, IPC_RMID, nullptr) == 0;
+}
+
+bool belongs_to_other_file(int id, key_t key, const Rb_keyfile& own_file) {
+  const auto base_path = base_path_in(id);
+  if (!base_path) return false;
+  const std::string path = key_file_path(*base_path, 0);
+  const auto file = key_file_at(path);
+  return file && *file != own_file && ftok(path.c_str(), segment_key_id) == key;
 }
 
 bool clear_leftover(key_t key, int index, const Rb_keyfile& own_file) {

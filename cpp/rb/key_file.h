@@ -32,6 +32,9 @@ std::optional<SegmentStatus> segment_status(int id);
 // Removes the segment if nobody is attached to it; true when it did.
 bool remove_if_unattached(int id);
 
+// Whether segment 0 belongs to another database, one whose key file is a different file with this very key.
+bool belongs_to_other_file(int id, key_t key, const Rb_keyfile& own_file);
+
 // Clears the way for a new segment with this key: removes an unattached leftover, whatever its size. False
 // when it is in use, or when segment 0 belongs to another database, one whose key file is a different file
 // with this very key.

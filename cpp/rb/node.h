@@ -2,7 +2,7 @@
 //
 // Link words lie aligned and are atomics: a writer publishes a node by the one release store that makes it
 // reachable, and a reader follows links with acquire loads. `k` and `v` of a node are written before the node
-// is reachable, except v.rext (only writers read it) and, in a list's new last leaf's ancestor, k.lext.
+// is reachable, except v.rext, which only writers read.
 #ifndef CACHET_CPP_RB_NODE_H
 #define CACHET_CPP_RB_NODE_H
 

@@ -67,7 +67,7 @@ std::optional<Failed> attach(const Attempt& attempt, int id, const std::string& 
     return attempt.fail(CleanUp::always, message::map_file_failed, path.c_str(), errno);
   }
   base->share_memory_begin[base->segmentcount++] = static_cast<char*>(address);
-  attachments::add(static_cast<char*>(address), id, base->absolute_path, file);
+  attachments::add(static_cast<char*>(address), id, base->absolute_path, file, attempt.writable);
   return std::nullopt;
 }
 
@@ -116,7 +116,7 @@ std::optional<Failed> open_segment(const Attempt& attempt, int index, std::int64
   const int id = shmget(key, 0, 0666);
   if (id < 0) return attempt.fail(CleanUp::unless_first, message::open_segment_failed_2, path.c_str(), errno);
   const auto status = segment_status(id);
-  if (!status || status->bytes < least_bytes) {
+  if (!status || status->bytes < least_bytes || (index == 0 && belongs_to_other_file(id, key, *file))) {
     return attempt.fail(CleanUp::unless_first, message::open_segment_failed_2, path.c_str(), EINVAL);
   }
   return attach(attempt, id, path, *file);
@@ -166,13 +166,13 @@ bool reuse_segments(const Attempt& attempt) {
     base->segmentcount = index + 1;
   };
   int count = 1;
-  if (attachments::are_of(base->absolute_path, count)) {
+  if (attachments::are_of(base->absolute_path, count, attempt.writable)) {
     take(0);
     bind_records(base);
     base->attached_bytes = base->memory->size;
     count = segments_for(base->attached_bytes);
   }
-  if (base->segmentcount == 0 || !attachments::are_of(base->absolute_path, count)) {
+  if (base->segmentcount == 0 || !attachments::are_of(base->absolute_path, count, attempt.writable)) {
     base->segmentcount = 0;
     attempt.fail(CleanUp::none, message::open_file_failed, key_file_path(attempt.name, 0).c_str(), ENOENT);
     return false;
