@@ -418,8 +418,8 @@ CACHET_API void ZtCommitTransaction(ZtDbHandle database);
 CACHET_API void ZtRollbackTransaction(ZtDbHandle database);
 
 /* ------------------------------------------------------------------------------------------------------- */
-/* Table files: one table as lines of `name=value` pairs (docs/files.md has every byte). Nothing is */
-/* escaped: a text with ";" or a line break in it is read back wrongly. No call takes a lock.              */
+/* Table files: one table as lines of `name=value` pairs. Nothing is escaped: a text with ";" or a line    */
+/* break in it is read back wrongly. No call takes a lock.                                                 */
 /* ------------------------------------------------------------------------------------------------------- */
 
 /*
@@ -449,11 +449,10 @@ CACHET_API bool ZtReadTableBinary(ZtDbHandle database, int tableid, ZtRecordHand
 CACHET_API bool ZtDumpTable(ZtDbHandle database, int tableid, const char* filename);
 
 /* ------------------------------------------------------------------------------------------------------- */
-/* Image files: the whole database as its bytes, or the records of one table. No call takes a lock; an image
- */
-/* of a live database is consistent only while writers are kept out: begin a transaction around the call.  */
-/* An image under its final name is always whole: it is written beside it and renamed, unless the name is a */
-/* symbolic link or no regular file, or the folder admits no temporary.                                    */
+/* Image files: the whole database as its bytes, or the records of one table. No call takes a lock; an     */
+/* image of a live database is consistent only while writers are kept out: begin a transaction around it.  */
+/* An image under its final name is always whole: it is written beside it and renamed, unless the name is  */
+/* a symbolic link or no regular file, or the folder admits no temporary.                                  */
 /* ------------------------------------------------------------------------------------------------------- */
 
 /*

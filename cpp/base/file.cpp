@@ -34,8 +34,13 @@ Descriptor& Descriptor::operator=(Descriptor&& other) noexcept {
 Descriptor::~Descriptor() {
   if (descriptor_ < 0) return;
   const int saved_errno = errno;
-  close(descriptor_);  // not repeated when interrupted: the descriptor is gone either way
+  ::close(descriptor_);
   errno = saved_errno;
+}
+
+// Not repeated when interrupted: the descriptor is gone either way.
+bool Descriptor::close() {
+  return ::close(release()) == 0 || errno == EINTR;
 }
 
 Descriptor open_file(const char* path, int flags, mode_t mode) {

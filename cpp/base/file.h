@@ -24,6 +24,8 @@ class Descriptor {
 
   explicit operator bool() const { return descriptor_ >= 0; }
   int get() const { return descriptor_; }
+  // Closes it now. False when the system tells only here that something written was lost.
+  bool close();
   // Gives the descriptor away; -1 when there is none.
   int release() { return std::exchange(descriptor_, -1); }
 

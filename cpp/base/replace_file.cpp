@@ -62,9 +62,9 @@ bool reach_disk(int descriptor) {
 }
 
 Written write_straight(const char* path, const Write& write) {
-  const Descriptor file = open_file(path, O_WRONLY | O_CREAT | O_TRUNC, new_file_mode);
+  Descriptor file = open_file(path, O_WRONLY | O_CREAT | O_TRUNC, new_file_mode);
   if (!file) return Written::not_opened;
-  return write(file.get()) ? Written::whole : Written::not_whole;
+  return write(file.get()) && file.close() ? Written::whole : Written::not_whole;
 }
 
 // Nothing when the file has to be written straight.

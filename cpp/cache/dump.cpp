@@ -126,8 +126,8 @@ class Dump {
 bool ZtDumpTable(ZtDbHandle database, int tableid, const char* filename) {
   const ZtTable* const table = loaded_table(database, tableid);
   if (table == nullptr) return false;
-  const Descriptor file = open_file(filename, O_RDWR | O_CREAT | O_TRUNC, 0666);
+  Descriptor file = open_file(filename, O_RDWR | O_CREAT | O_TRUNC, 0666);
   if (!file) return report(database, ZT_ERR_GENERAL, message::open_export_failed);
-  return Dump(database, *table, file.get()).write() ||
+  return (Dump(database, *table, file.get()).write() && file.close()) ||
          report(database, ZT_ERR_GENERAL, message::write_failed, filename);
 }

@@ -93,7 +93,7 @@ template <class BuildLine>
 bool export_table(ZtDbHandle database, int tableid, const char* filename, const BuildLine& build_line) {
   const ZtTable* const table = loaded_table(database, tableid);
   if (table == nullptr) return false;
-  const Descriptor file = open_file(filename, O_RDWR | O_CREAT | O_TRUNC, 0666);
+  Descriptor file = open_file(filename, O_RDWR | O_CREAT | O_TRUNC, 0666);
   if (!file) return report(database, ZT_ERR_GENERAL, message::open_export_failed);
   FileWriter writer(file.get());
   std::string line;
@@ -102,7 +102,8 @@ bool export_table(ZtDbHandle database, int tableid, const char* filename, const 
     build_line(line, *table, record);
     writer.put(line);
   });
-  return writer.finish() || report(database, ZT_ERR_GENERAL, message::write_failed, filename);
+  return (writer.finish() && file.close()) ||
+         report(database, ZT_ERR_GENERAL, message::write_failed, filename);
 }
 
 // ---- import ----

@@ -21,11 +21,12 @@ namespace {
 constexpr std::size_t version_bytes = sizeof(Rb_memory::version);
 
 std::string file_of(const char* path, const ZtTable& table) {
-  return std::string(or_empty(path)) + "//" + table.name + ".table";
+  return std::string(path) + "//" + table.name + ".table";
 }
 
-// Whether the handle knows the tree heads of all tables of the database.
-bool knows_all_tables(ZtDbHandle database) {
+// Whether there is a folder to name files in, and the handle knows the tree heads of all tables.
+bool may_visit_folder(ZtDbHandle database, const char* path) {
+  if (path == nullptr) return report(database, ZT_ERR_GENERAL, message::open_failed, "");
   const auto count = static_cast<std::size_t>(database->base.memory->tablecount);
   const bool loaded =
       database->database.size() == count && (count == 0 || database->database.back().listindex != nullptr);
@@ -146,8 +147,8 @@ bool ZtWriteDbTable(ZtDbHandle database, int tableid, const char* tablefile) {
 
 bool ZtWriteDbDir(ZtDbHandle database, const char* path) {
   if (!database->opened) return report(database, ZT_ERR_GENERAL, message::database_not_open);
-  if (!knows_all_tables(database)) return false;
-  if (path != nullptr) mkdir(path, 0777);  // it may exist; what else is wrong with it, the files will tell
+  if (!may_visit_folder(database, path)) return false;
+  mkdir(path, 0777);  // it may exist; what else is wrong with it, the files will tell
   return for_each_file(database, path, [=](const std::string& file, int tableid) {
     return ZtWriteDbTable(database, tableid, file.c_str());
   });
@@ -163,7 +164,7 @@ bool ZtReadDbTable(ZtDbHandle database, int tableid, const char* tablefile) {
 }
 
 bool ZtReadDbDir(ZtDbHandle database, const char* path) {
-  if (!require_writable(database) || !knows_all_tables(database)) return false;
+  if (!require_writable(database) || !may_visit_folder(database, path)) return false;
   const bool sound = for_each_file(database, path, [=](const std::string& file, int) {
     return TableImage(database, file.c_str()).begin();
   });

@@ -1,7 +1,5 @@
 // Images of a whole database and of tables: their bytes, and that a bad one changes nothing.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -251,14 +249,19 @@ TEST_F(Image, OfATableHoldsVersionAndLiveRecords) {
   Row row(db);
   EXPECT_TRUE(ZtFindRecord(db, items, last, ZT_OP_EQUAL) && ZtGetRecord(db, last, row));
   EXPECT_EQ(ZtGetRecordId(db, row), 5);
-  EXPECT_EQ(mode_t{0600},
-            [&] {
-              struct stat status {};
-              stat(file.c_str(), &status);
-              return status.st_mode & 0777;
-            }() &
-                0700)
-      << "the mode of the file that was there is kept";
+}
+
+TEST_F(Image, OfATableIsLoadedForGoodAndWithoutAMark) {
+  Database db = create_items(directory);
+  const std::string file = write_file(folder.file("items"), table_image({{1, "one"}}));
+  ZtBeginTransaction(db);
+  EXPECT_TRUE(ZtReadDbTable(db, items, file.c_str()));
+  EXPECT_EQ(memory_of()[at_catalog + at_duty], 0);
+  Database reader = open_items(directory, ZT_MODE_READ_ONLY);
+  Row row(reader);
+  EXPECT_TRUE(find_item(reader, 1, row)) << "a reader need not wait for the commit";
+  ZtRollbackTransaction(db);
+  EXPECT_TRUE(find_item(reader, 1, row));
 }
 
 TEST_F(Image, OfATableIsRefusedWithoutAHeader) {
@@ -371,6 +374,10 @@ TEST_F(Image, OfAFolderIsCheckedBeforeTheDatabaseIsEmptied) {
   EXPECT_FALSE(ZtReadDbDir(db, path.c_str()));
   EXPECT_EQ(last_error(db), failure(message::bad_format, (path + "//second.table").c_str()));
   EXPECT_TRUE(memory_of() == before);
+  EXPECT_FALSE(ZtWriteDbDir(db, nullptr) || ZtReadDbDir(db, nullptr) || ZtWriteDbFile(db, nullptr) ||
+               ZtReadDbFile(db, nullptr) || ZtWriteDbTable(db, items, nullptr) ||
+               ZtReadDbTable(db, items, nullptr));
+  EXPECT_EQ(last_error(db), failure(message::open_failed, ""));
   EXPECT_FALSE(ZtWriteDbDir(db, "/nowhere/at/all"));
   EXPECT_EQ(last_error(db), failure(message::open_failed, "/nowhere/at/all//items.table"));
 }
