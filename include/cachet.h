@@ -138,13 +138,14 @@ CACHET_API bool ZtCreateDb(ZtDbHandle* database, const char* path, const char* n
  *
  * `mode`: ZT_MODE_READ_ONLY maps the memory read-only, ZT_MODE_READ_WRITE writable.
  * `port`, `isolate`: with `isolate` the memory is mapped read-only and changes go to the manager that listens
- * on 127.0.0.1:`port`. This release cannot log in to a manager yet: such an open always fails, with the
+ *   on 127.0.0.1:`port`. This release cannot log in to a manager yet: such an open always fails, with the
  *   "connecting" text when nobody listens and with the "login" text when somebody does.
  * `reuse_shmmap`: nonzero reuses the process's first attachment instead of a new one; it must be this very
  *   database, still attached. Such a handle detaches nothing; it must not outlive the one that attached.
  * `shmrcset_mode`: 0 keeps rollback copies in process memory. 1 asks for the shared rollback store, which
- * this release does not have yet: the open fails. `dbsesion_mode`: as for ZtCreateDb. The handle is stored in
- * *database also on failure, and is ended with ZtDeleteDb in both cases.
+ *   this release does not have yet: the open fails.
+ * `dbsesion_mode`: as for ZtCreateDb.
+ * The handle is stored in *database also on failure, and is ended with ZtDeleteDb in both cases.
  *
  * Errors, all -1008, file lock released: the file lock; the memory (no such database, or one that cannot be
  * attached); the version, after the memory was attached; and for a read-write handle a lock page that cannot
@@ -163,16 +164,15 @@ CACHET_API void ZtDeleteDb(ZtDbHandle database);
 
 /*
  * Makes the tree heads of every table and index (creator), or finds them (everybody else). Once per handle,
- * after ZtSaveDbInfo or ZtLoadDbInfo. Ends the process with status 0 when the memory has no room for the
- * heads.
+ * after ZtSaveDbInfo or ZtLoadDbInfo. Ends the process with status 0 when the memory has no room for them.
  */
 CACHET_API void ZtLoadDb(ZtDbHandle database);
 
 /*
- * Empties the whole database in place; the tables stay. Other processes see the empty tables without
- * reloading. Takes no lock: hold ZtLockDb(database, ZT_LOCK_EXCLUSIVE) and let no cursor live across it.
- * Before-images that this handle keeps are dropped with the records they belong to. Errors: -1008 on a
- * read-only handle.
+ * Empties the whole database in place; the tables stay. Other processes see the empty tables at once.
+ * Takes no lock: hold ZtLockDb(database, ZT_LOCK_EXCLUSIVE) and let no cursor live across it. Before-images
+ * that this handle keeps are dropped with the records they belong to.
+ * Errors: -1008 on a read-only handle.
  */
 CACHET_API void ZtResetDb(ZtDbHandle database);
 
@@ -198,8 +198,10 @@ CACHET_API void ZtSetErrorHandle(ZtDbHandle database, ZtErrorHandle callback);
 /* The library's build text. Static storage; any thread. */
 CACHET_API const char* ZtGetLibVersion(void);
 
-/* The version text given at creation, inside the shared memory: valid until ZtDeleteDb. Null when not
- * attached. */
+/*
+ * The version text given at creation, inside the shared memory: valid until ZtDeleteDb. Null when not
+ * attached.
+ */
 CACHET_API const char* ZtGetDbVersion(ZtDbHandle database);
 
 /*
@@ -237,13 +239,15 @@ CACHET_API void ZtAddTable(ZtDbHandle database, const char* name);
 /*
  * Adds a field behind the table's last one. `name`: at most 79 bytes. `type`: a FIELD_ code; others are
  * stored as raw bytes that no key compares. `length`: width in bytes, not checked against the type.
- * `decimal`: for FIELD_DOUBLE the places that values are rounded to, -1 for none. A field must start within
- * the first 32767 bytes of the record.
+ * `decimal`: for
+ * FIELD_DOUBLE the places that values are rounded to, -1 for none. A field must start within the first 32767
+ * bytes of the record.
  */
 CACHET_API void ZtAddField(ZtDbHandle database, int tableid, const char* name, int type, int length,
                            int decimal);
 
-/* Adds an index to the table. `name`: at most 79 bytes. `indextype`: ZT_INDEX_UNIQUE or ZT_INDEX_DUPLICATES.
+/*
+ * Adds an index to the table. `name`: at most 79 bytes. `indextype`: ZT_INDEX_UNIQUE or ZT_INDEX_DUPLICATES.
  */
 CACHET_API void ZtAddIndex(ZtDbHandle database, int tableid, const char* name, int indextype);
 
@@ -260,7 +264,8 @@ CACHET_API void ZtAddIndexField(ZtDbHandle database, int tableid, int indexid, i
 /* Makes an empty record handle; the caller ends it with ZtCloseRecord. Process-local; needs no database. */
 CACHET_API void ZtCreateRecord(ZtRecordHandle* record);
 
-/* Makes `destination` name the same row as `source`. Both share one buffer: close only one of them with it.
+/*
+ * Makes `destination` name the same row as `source`. Both share one buffer: close only one of them with it.
  */
 CACHET_API void ZtDupRecord(ZtRecordHandle source, ZtRecordHandle destination);
 
@@ -319,18 +324,19 @@ CACHET_API char* ZtGetColData(ZtDbHandle database, ZtRecordHandle record, int co
 
 /*
  * Stores the new row in the handle, in shared memory and in every index; the handle then names the stored
- * record. True at once for a row that is already stored. Marks the table until the next commit. Takes no
- * lock: call it inside a transaction. Errors: -1004 on a read-only handle; -1003 when less than 81920 bytes
- * are free or the insert would not fit (nothing changed, the row stays in the handle); -1009 for a key that a
- * live record has in a unique index (the row is released: ZtNewRecord before the handle is used again); -1008
- * for a handle without a row.
+ * record.
+ * True at once for a row that is already stored. Marks the table until the next commit. Takes no lock: call
+ * it inside a transaction.
+ * Errors: -1004 on a read-only handle; -1003 when less than 81920 bytes are free or the insert would not fit
+ * (nothing changed, the row stays in the handle); -1009 for a key that a live record has in a unique index
+ * (the row is released: ZtNewRecord before the handle is used again); -1008 for a handle without a row.
  */
 CACHET_API bool ZtPutRecord(ZtDbHandle database, ZtRecordHandle record);
 
 /*
  * Marks the stored record deleted; it keeps its place in memory and its id is never given again. Deleting
- * twice changes nothing. Takes no lock. Errors: -1004 on a read-only handle; -1008 for a handle without a
- * stored record.
+ * twice changes nothing. Takes no lock.
+ * Errors: -1004 on a read-only handle; -1008 for a handle without a stored record.
  */
 CACHET_API void ZtDeleteRecord(ZtDbHandle database, ZtRecordHandle record);
 
@@ -342,8 +348,8 @@ CACHET_API void ZtDeleteRecord(ZtDbHandle database, ZtRecordHandle record);
  * Makes an empty condition with room for `fieldcount` key fields (0 to 127). The caller ends it with
  * ZtCloseCondition. It is a search key and a cursor at once; process-local.
  *
- *   ZtCreateCondition(1, &c) -> ZtSetConditionIndex(c, index)
- *     -> ZtAddConditionIndexItem(c, FIELD_INT, 4, &key)
+ *   ZtCreateCondition(1, &c) -> ZtSetConditionIndex(c, index) -> ZtAddConditionIndexItem(c, FIELD_INT, 4,
+ *   &key)
  *     -> ZtFindRecord(db, table, c, ZT_OP_GREATER_EQUAL) -> ZtGetRecord, ZtNextRecord ... -> ZtCloseCondition
  */
 CACHET_API void ZtCreateCondition(int fieldcount, ZtConditionHandle* condition);
@@ -406,7 +412,8 @@ CACHET_API bool ZtGetRecord(ZtDbHandle database, ZtConditionHandle condition, Zt
  */
 CACHET_API void ZtBeginTransaction(ZtDbHandle database);
 
-/* Makes the changes final, lets read-only readers in, and lets the next writer go. Nothing without a begin.
+/*
+ * Makes the changes final, lets read-only readers in, and lets the next writer go. Nothing without a begin.
  */
 CACHET_API void ZtCommitTransaction(ZtDbHandle database);
 
