@@ -14,7 +14,7 @@ namespace {
 constexpr std::size_t buffer_bytes = std::size_t{256} << 10;
 
 // The system moves at most 2 GiB at once.
-constexpr std::size_t most_bytes_at_once = std::size_t{1} << 30;
+constexpr std::size_t most_bytes_at_once = 0x40000000;
 
 }  // namespace
 
