@@ -106,7 +106,8 @@ class Check {
     if (!has_sound_fronts(header_)) return malformed();
     const Catalog catalog = Catalog::behind(image_.head.data(), CatalogCounts::of(header_));
     const Rb_memory& attached = *database_->base.memory;
-    if (attached.tablecount == 0) return is_sound(catalog) || malformed();
+    if (!is_sound(catalog)) return malformed();
+    if (attached.tablecount == 0) return true;
     const CatalogCounts counts = CatalogCounts::of(attached);
     if (counts != CatalogCounts::of(header_)) return malformed();
     return same(catalog, Catalog::behind(database_->base.share_memory_begin[0], counts)) || malformed();
