@@ -87,7 +87,9 @@ bool DBSessions::CreateContainer(const char* name, int mode) {
 
 bool DBSessions::OpenContainer(const char* name, int mode) {
   const std::string segment = container_name(name);
-  if (!container_shm_.Open(segment.c_str(), session_key_id, false)) {
+  const bool opened = container_shm_.Open(segment.c_str(), session_key_id, false);
+  if (!opened || container_shm_.bytes() < container_bytes) {
+    if (opened) container_shm_.Close(false);
     std::printf("%s DBSessions open error.\n", segment.c_str());
     return false;
   }

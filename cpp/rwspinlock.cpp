@@ -19,12 +19,14 @@
 #include <cstddef>
 #include <ctime>
 #include <string>
+#include <string_view>
 
 #include "base/messages.h"
 #include "shared_word.h"
 
 namespace {
 
+constexpr char page_suffix[] = ".lk";
 constexpr int lock_key_id = 1;
 constexpr int lock_semaphore_id = 1;
 constexpr int lock_semaphore_max = 100;
@@ -130,13 +132,16 @@ bool is_slot(int lockid) {
   return lockid >= 0 && lockid < slot_count;
 }
 
+// Also those that this process never opened, since it may have failed before: nobody else is left to do it.
 void remove_semaphores(Crwspinlock& lock) {
-  for (int id = 0; id < slot_count; ++id) {
-    for (Cztsema* const semaphore : {&lock.m_r_sema[id], &lock.m_w_sema[id]}) {
-      semaphore->Close();
-      semaphore->Delete();
-    }
-  }
+  std::string name = lock.m_lockpage.m_name;
+  name.resize(name.size() - std::string_view(page_suffix).size());
+  for_each_semaphore(lock, name.c_str(), [](Cztsema& semaphore, const std::string& semaphore_name) {
+    if (semaphore.m_sempid < 0) semaphore.Open(semaphore_name.c_str(), lock_key_id, lock_semaphore_id);
+    semaphore.Close();
+    semaphore.Delete();
+    return true;
+  });
 }
 
 }  // namespace
@@ -144,7 +149,7 @@ void remove_semaphores(Crwspinlock& lock) {
 Crwspinlock::Crwspinlock() = default;
 
 bool Crwspinlock::Create(char* name, int dbsesion_mode) {
-  const std::string page = std::string(name) + ".lk";
+  const std::string page = std::string(name) + page_suffix;
   if (!m_lockpage.Create(page.c_str(), lock_key_id, page_bytes, false)) return false;
   bind_slots(*this);
   if (!m_dbsessions.CreateContainer(name, dbsesion_mode)) {
@@ -158,8 +163,9 @@ bool Crwspinlock::Create(char* name, int dbsesion_mode) {
 }
 
 bool Crwspinlock::Open(char* name, int dbsesion_mode) {
-  const std::string page = std::string(name) + ".lk";
+  const std::string page = std::string(name) + page_suffix;
   if (!m_lockpage.Open(page.c_str(), lock_key_id, false)) return false;
+  if (m_lockpage.bytes() < page_bytes) return false;
   bind_slots(*this);
   if (!m_dbsessions.OpenContainer(name, dbsesion_mode)) {
     cachet::message::print_line(cachet::message::open_sessions_failed, name);
@@ -169,6 +175,10 @@ bool Crwspinlock::Open(char* name, int dbsesion_mode) {
     return semaphore.Open(semaphore_name.c_str(), lock_key_id, lock_semaphore_id);
   });
   return m_open;
+}
+
+bool Crwspinlock::IsCurrent() const {
+  return m_open && m_lockpage.is_named();
 }
 
 bool Crwspinlock::IsOpen() const {

@@ -47,12 +47,13 @@ char* attach(int id) {
 
 }  // namespace
 
-Cztshamem::Cztshamem() : m_shamemid(-1), m_name{}, m_hfile(-1), m_p(nullptr) {}
+Cztshamem::Cztshamem() : m_shamemid(-1), m_name{}, m_hfile(-1), m_p(nullptr), m_keyid(0) {}
 Cztshamem::~Cztshamem() = default;
 
 bool Cztshamem::Create(const char* name, int keyid, int size, bool /*portable_shm*/) {
   if (!keep_name(m_name, name)) return false;
   if (!cachet::create_key_file(name, true, 0600)) return false;
+  m_keyid = keyid;
   const key_t key = ftok(name, keyid);
   if (key == -1 || !clear_leftover(key, name)) return false;
 
@@ -74,17 +75,31 @@ bool Cztshamem::Create(const char* name, int keyid, int size, bool /*portable_sh
 
 bool Cztshamem::Open(const char* name, int keyid, bool /*portable_shm*/) {
   if (!keep_name(m_name, name)) return false;
-  if (!cachet::open_key_file(name, O_RDONLY | O_EXCL | O_NOCTTY)) return false;
+  // Held open until the segment is attached, so that its inode, and with it the key, is nobody else's meanwhile.
+  const cachet::Descriptor key_file = cachet::open_key_file(name, O_RDONLY | O_EXCL | O_NOCTTY);
+  if (!key_file) return false;
+  m_keyid = keyid;
   const key_t key = ftok(name, keyid);
   if (key == -1) return false;
   m_shamemid = shmget(key, least_bytes, 0666);
   if (m_shamemid < 0) return false;
   m_p = attach(m_shamemid);
-  if (m_p == nullptr) {
+  if (m_p == nullptr || !is_named()) {
     Close(false);
     return false;
   }
   return true;
+}
+
+long Cztshamem::bytes() const {
+  struct shmid_ds status;
+  return m_shamemid >= 0 && shmctl(m_shamemid, IPC_STAT, &status) == 0 ? static_cast<long>(status.shm_segsz)
+                                                                       : 0;
+}
+
+bool Cztshamem::is_named() const {
+  const key_t key = m_shamemid >= 0 ? ftok(m_name, m_keyid) : -1;
+  return key != -1 && shmget(key, 0, 0) == m_shamemid;
 }
 
 int Cztshamem::usercount() {

@@ -329,7 +329,7 @@ CACHET_API char* ZtGetColData(ZtDbHandle database, ZtRecordHandle record, int co
  * it inside a transaction.
  * Errors: -1004 on a read-only handle; -1003 when less than 81920 bytes are free or the insert would not fit
  * (nothing changed, the row stays in the handle); -1009 for a key that a live record has in a unique index
- * (the row is released: ZtNewRecord before the handle is used again); -1008 for a handle without a row.
+ * (the row is released: ZtNewRecord before the handle is used again); -1008 for a new row that is gone.
  */
 CACHET_API bool ZtPutRecord(ZtDbHandle database, ZtRecordHandle record);
 

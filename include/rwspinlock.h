@@ -47,6 +47,8 @@ class CACHET_API Crwspinlock {
 
   // Whether page and semaphores are there to lock with.
   bool IsOpen() const;
+  // Whether the page is the one that others open now, and not one that its last users have left.
+  bool IsCurrent() const;
   // Whether some process holds the slot for writing right now.
   bool WriterHolds(int lockid) const;
 

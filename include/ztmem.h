@@ -20,6 +20,10 @@ class CACHET_API Cztshamem {
   bool Open(const char* name, int keyid, bool portable_shm);
   // The number of attachments, of all processes; 0 without a segment.
   int usercount();
+  // The segment's size; 0 without one.
+  long bytes() const;
+  // Whether the key file leads to this very segment now: the file may have been removed, or made anew.
+  bool is_named() const;
   // Detaches; the last one removes segment and key file.
   void Close(bool portable_shm);
   // Removes the key file.
@@ -29,6 +33,9 @@ class CACHET_API Cztshamem {
   char m_name[200];
   int m_hfile;
   char* m_p;
+
+ private:
+  int m_keyid;
 };
 
 #endif

@@ -149,8 +149,11 @@ bool ZtOpenDb(ZtDbHandle* database, const char* path, const char* name, const ch
   if (!ZtLockDb(handle, ZT_LOCK_SHARED)) {
     return report(handle, ZT_ERR_GENERAL, message::lock_failed, base.c_str());
   }
-  // The creator may have made the lock while this call waited for it.
-  if (!lock_is_open && !isolate) lock_is_open = open_lock(handle, base, dbsesion_mode);
+  // While this call waited, the creator may have made the lock, or the last users of an older one have left.
+  if (!isolate && !handle->lock.IsCurrent()) {
+    handle->lock.Close();
+    lock_is_open = open_lock(handle, base, dbsesion_mode);
+  }
   if (open_under_lock(handle, base, version != nullptr ? version : "", lock_is_open)) return true;
   ZtUnLockDb(handle);
   return false;

@@ -107,14 +107,7 @@ TEST_F(KeyFiles, AreNotReachedThroughSymbolicLinks) {
   chmod(victim.c_str(), 0640);
   for (const auto& c : cases) {
     fs::create_symlink(victim, base + c.suffix);
-    ::testing::internal::CaptureStdout();
-    {
-      Database db = begin_create(directory);
-      EXPECT_FALSE(db.opened) << c.suffix;
-      EXPECT_EQ(last_error(db), c.expected) << c.suffix;
-    }
-    std::fflush(stdout);
-    ::testing::internal::GetCapturedStdout();
+    EXPECT_EQ(error_of([&] { return begin_create(directory); }), c.expected) << c.suffix;
     fs::remove(base + c.suffix);
     EXPECT_EQ(directory.leftovers(), std::vector<std::string>{}) << c.suffix;
     struct stat status = {};
@@ -129,15 +122,8 @@ TEST_F(KeyFiles, AreNotOpenedThroughSymbolicLinks) {
   const std::string file = directory.base() + "00.data";
   fs::rename(file, file + ".real");
   fs::create_symlink(file + ".real", file);
-  Child opener(
-      [&](Gate&) {
-        Database db = begin_open(directory);
-        EXPECT_FALSE(db.opened);
-        EXPECT_EQ(last_error(db), failure(text::open_file_failed, file.c_str(), ELOOP));
-        return 0;
-      },
-      Child::Output::captured);
-  EXPECT_EQ(opener.exit_status(), 0) << opener.output();
+  EXPECT_EQ(error_of([&] { return begin_open(directory); }),
+            failure(text::open_file_failed, file.c_str(), ELOOP));
   fs::remove(file);
   fs::rename(file + ".real", file);
 }
@@ -189,14 +175,7 @@ TEST(KeyCollision, WithAnotherDatabaseIsRefusedAndItsSegmentKept) {
   });
   ASSERT_TRUE(dies.wait_for('c'));
   dies.kill();
-  ::testing::internal::CaptureStdout();
-  {
-    Database db = begin_create(directory);
-    EXPECT_FALSE(db.opened);
-    EXPECT_EQ(last_error(db), failure(text::segment_exists, file.c_str()));
-  }
-  std::fflush(stdout);
-  ::testing::internal::GetCapturedStdout();
+  EXPECT_EQ(error_of([&] { return begin_create(directory); }), failure(text::segment_exists, file.c_str()));
   EXPECT_EQ(RawMemory(directory.base("e")).text(0), directory.base("e"));
   fs::remove(other_file);
   std::ofstream(file).flush();

@@ -1,11 +1,10 @@
-// Creating, opening, connecting to and deleting a database, by real processes that wait for one another and
+// Creating, connecting to, resetting and deleting a database, by real processes that wait for one another and
 // die.
 #include <gtest/gtest.h>
 
+#include <deque>
 #include <filesystem>
-#include <fstream>
 
-#include "caches.h"
 #include "support/child_process.h"
 #include "support/raw_memory.h"
 #include "support/schema.h"
@@ -17,150 +16,15 @@ namespace {
 namespace text = cachet::message;
 
 using CreateDb = DatabaseTest;
-using OpenDb = DatabaseTest;
 using ConnectDb = DatabaseTest;
 using DeleteDb = DatabaseTest;
 using ResetDb = DatabaseTest;
-
-// Runs an open that must fail and takes the line it prints; the handle is deleted.
-template <class Open>
-Error error_of(Open open) {
-  ::testing::internal::CaptureStdout();
-  Error error;
-  {
-    Database db = open();
-    EXPECT_FALSE(db.opened);
-    error = last_error(db);
-  }
-  std::fflush(stdout);
-  const std::string printed = ::testing::internal::GetCapturedStdout();
-  EXPECT_NE(printed.find("errcode=" + std::to_string(error.code) + ",errmsg=" + error.text + "\n"),
-            std::string::npos);
-  return error;
-}
-
-// Waits until the process is listed as waiting for a record lock.
-void wait_until_blocked_at_file_lock(const Child& child) {
-  const std::string pid = " " + std::to_string(child.pid()) + " ";
-  for (bool listed = false; !listed && !child.has_sign();) {
-    std::ifstream locks("/proc/locks");
-    for (std::string line; std::getline(locks, line);) {
-      listed = listed || (line.find("->") != std::string::npos && line.find(pid) != std::string::npos);
-    }
-  }
-}
-
-int attached_to(const TempDirectory& directory) {
-  return static_cast<int>(segment_status(segment_id(directory.base() + "00.data")).shm_nattch);
-}
 
 int used_bytes(ZtDbHandle db) {
   ZTINT8 size = 0;
   ZTINT8 used = 0;
   ZtMemoryInfo(db, &size, &used);
   return static_cast<int>(used);
-}
-
-TEST_F(OpenDb, WaitsForTheCreatorsUnlock) {
-  Database creator = begin_create(directory);
-  Child opener([&](Gate& gate) {
-    Database db = open_items(directory);
-    gate.tell('o');
-    Row row(db);
-    return db.opened && find_item(db, 7, row) ? 0 : 1;
-  });
-  wait_until_blocked_at_file_lock(opener);
-  EXPECT_FALSE(opener.has_sign());
-  define_items(creator);
-  ZtSaveDbInfo(creator);
-  ZtLoadDb(creator);
-  EXPECT_TRUE(put_item(creator, 7));
-  ZtBeginTransaction(creator);
-  ZtCommitTransaction(creator);
-  EXPECT_FALSE(opener.has_sign());
-  ZtUnLockDb(creator);
-  EXPECT_TRUE(opener.wait_for('o'));
-  EXPECT_EQ(opener.exit_status(), 0);
-}
-
-TEST_F(OpenDb, FindsNothingWhenTheCreatorGivesUpInstead) {
-  Child opener([&](Gate& gate) {  // made first: a later one would inherit the creator's attachment
-    gate.wait_for('c');
-    const Error expected = failure(text::open_file_failed, (directory.base() + "00.data").c_str(), ENOENT);
-    EXPECT_EQ(error_of([&] { return begin_open(directory); }), expected);
-    return 0;
-  });
-  Database creator = begin_create(directory);
-  opener.tell('c');
-  wait_until_blocked_at_file_lock(opener);
-  creator.close();
-  EXPECT_EQ(opener.exit_status(), 0);
-}
-
-TEST_F(OpenDb, ComparesTheWholeVersionWithTheTwentyTwoBytesKept) {
-  const struct {
-    const char* created;
-    const char* kept;
-    std::vector<const char*> refused;
-  } cases[] = {{"V1.0", "V1.0", {"V1.1", "V1.", "V1.00", "v1.0", ""}},
-               {"", "", {"V"}},
-               {"1234567890123456789012", "1234567890123456789012", {"123456789012345678901"}},
-               {"12345678901234567890123", "1234567890123456789012", {"12345678901234567890123"}}};
-  for (const auto& c : cases) {
-    Database creator;
-    ASSERT_TRUE(ZtCreateDb(creator.out(), directory.path().c_str(), "d", c.created, small_bytes, 0));
-    finish_create(creator);
-    EXPECT_STREQ(ZtGetDbVersion(creator), c.kept);
-    for (const char* given : c.refused) {
-      EXPECT_EQ(error_of([&] { return begin_open(directory, ZT_MODE_READ_ONLY, "d", given); }),
-                failure(text::version_mismatch, c.kept, given));
-    }
-    EXPECT_EQ(attached_to(directory), 1) << "a refused handle detaches";
-    EXPECT_TRUE(begin_open(directory, ZT_MODE_READ_WRITE, "d", c.kept).opened);
-  }
-}
-
-TEST_F(OpenDb, NamesTheKeyFileThatIsMissing) {
-  Database creator = begin_create(directory, (1LL << 30) + 1);
-  finish_create(creator);
-  const std::string file0 = directory.base() + "00.data";
-  const std::string file1 = directory.base() + "01.data";
-  const auto open = [&] { return begin_open(directory); };
-  std::filesystem::rename(file0, file0 + ".away");
-  EXPECT_EQ(error_of(open), failure(text::open_file_failed, file0.c_str(), ENOENT));
-  std::filesystem::rename(file0 + ".away", file0);
-  std::filesystem::rename(file1, file1 + ".away");
-  EXPECT_EQ(error_of(open), failure(text::create_file_failed, file1.c_str(), ENOENT))
-      << "the create text, deliberately";
-  EXPECT_EQ(attached_to(directory), 1);
-  std::filesystem::rename(file1 + ".away", file1);
-  EXPECT_TRUE(open().opened);
-}
-
-TEST_F(OpenDb, WithoutALockPageAdmitsOnlyReaders) {
-  Database creator = create_items(directory);
-  const std::string page = directory.base() + ".lk";
-  std::filesystem::rename(page, page + ".away");
-  EXPECT_EQ(error_of([&] { return begin_open(directory, ZT_MODE_READ_WRITE); }),
-            failure(text::create_lock_failed, directory.base().c_str()));
-  {
-    Database reader = open_items(directory, ZT_MODE_READ_ONLY);
-    EXPECT_TRUE(reader.opened);
-    EXPECT_FALSE(ZtLockPosition(reader, 0));
-  }
-  std::filesystem::rename(page + ".away", page);
-}
-
-TEST_F(OpenDb, InIsolationNeedsAManager) {
-  Database creator = create_items(directory);
-  const auto open = [&] {
-    Database db;
-    db.opened =
-        ZtOpenDb(db.out(), directory.path().c_str(), "d", version_text, ZT_MODE_READ_WRITE, 1, true, 0, 0, 0);
-    return db;
-  };
-  EXPECT_EQ(error_of(open), failure(text::connect_manager_failed));
-  EXPECT_EQ(attached_to(directory), 1);
 }
 
 TEST_F(DeleteDb, OfTheLastProcessRemovesEverything) {
@@ -231,7 +95,7 @@ TEST_F(DeleteDb, OfAnInheritedHandleReleasesNothingOfItsParents) {
     ZtCommitTransaction(db);
     return 0;
   });
-  wait_until_blocked_at_file_lock(writer);
+  writer.wait_until_blocked_at_record_lock();
   EXPECT_FALSE(writer.has_sign());
   ZtUnLockDb(parent);
   ASSERT_TRUE(writer.wait_for('o'));
@@ -394,6 +258,38 @@ TEST_F(ResetDb, EmptiesTheTablesOfEveryProcessInPlace) {
   EXPECT_TRUE(commit_item(creator, 5));
   reader.tell('p');
   EXPECT_EQ(reader.exit_status(), 0);
+}
+
+// Processes that open the database if it is there, make it if not, use it and leave, all at once. Refusals
+// are part of it; a crash, a process that hangs, or anything left behind is not.
+TEST(Lifecycle, SurvivesProcessesThatComeAndGo) {
+  TempDirectory directory;
+  const auto visit = [&](int visitor) {
+    for (int round = 0; round < 100; ++round) {
+      const int mode = (round + visitor) % 3 == 0 ? ZT_MODE_READ_ONLY : ZT_MODE_READ_WRITE;
+      Database db = begin_open(directory, mode);
+      bool writes = mode == ZT_MODE_READ_WRITE;
+      if (db.opened) {
+        finish_open(db);
+      } else {
+        db = begin_create(directory, 1 << 20);
+        if (!db.opened) continue;
+        define_items(db);
+        finish_create(db);
+        writes = true;
+      }
+      Row row(db);
+      EXPECT_TRUE(!writes || commit_item(db, 1000 * visitor + round));
+      EXPECT_EQ(find_item(db, 1000 * visitor + round, row), writes);
+    }
+    return 0;
+  };
+  std::deque<Child> visitors;
+  for (int i = 0; i < 4; ++i) {
+    visitors.emplace_back([&, i](Gate&) { return visit(i); }, Child::Output::captured);
+  }
+  for (Child& visitor : visitors) EXPECT_EQ(visitor.exit_status(), 0) << visitor.output();
+  EXPECT_EQ(directory.leftovers(), std::vector<std::string>{});
 }
 
 }  // namespace

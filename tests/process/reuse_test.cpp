@@ -23,16 +23,11 @@ Database open_reusing(const std::string& path) {
   return db;
 }
 
-int attached(const TempDirectory& directory) {
-  return static_cast<int>(segment_status(segment_id(directory.base() + "00.data")).shm_nattch);
-}
-
 void expect_refused(const TempDirectory& directory) {
-  const Database db = open_reusing(directory.path());
-  EXPECT_FALSE(db.opened);
+  const Error error = error_of([&] { return open_reusing(directory.path()); });
   const std::string start = gbk(message::open_file_failed, (directory.base() + "00.data").c_str(), 0);
-  EXPECT_EQ(last_error(db).code, ZT_ERR_GENERAL);
-  EXPECT_EQ(last_error(db).text.substr(0, start.size() - 2), start.substr(0, start.size() - 2));
+  EXPECT_EQ(error.code, ZT_ERR_GENERAL);
+  EXPECT_EQ(error.text.substr(0, start.size() - 2), start.substr(0, start.size() - 2));
 }
 
 const ReuseCase cases[] = {
@@ -47,7 +42,7 @@ const ReuseCase cases[] = {
        EXPECT_EQ(base_of(second)->memory, base_of(first)->memory);
        EXPECT_TRUE(commit_item(second, 1));
        second.close();
-       EXPECT_EQ(attached(directory), 1);
+       EXPECT_EQ(attachments(directory.base()), 1);
        Row row(first);
        EXPECT_TRUE(find_item(first, 1, row));
      }},

@@ -6,6 +6,7 @@
 #include <sched.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -38,6 +39,28 @@ char state_of(pid_t pid) {
   return end_of_name == std::string::npos ? 'X' : text[end_of_name + 2];
 }
 
+bool waits_for_record_lock(pid_t pid) {
+  const std::string id = " " + std::to_string(pid) + " ";
+  std::ifstream locks("/proc/locks");
+  for (std::string line; std::getline(locks, line);) {
+    if (line.find("->") != std::string::npos && line.find(id) != std::string::npos) return true;
+  }
+  return false;
+}
+
+// Looks again and again, a minute at most.
+template <class Holds>
+void wait_until(const Holds& holds) {
+  const auto limit = std::chrono::steady_clock::now() + std::chrono::milliseconds(patience_ms);
+  while (!holds()) {
+    if (std::chrono::steady_clock::now() > limit) {
+      ADD_FAILURE() << "the child does not come to rest";
+      return;
+    }
+    sched_yield();
+  }
+}
+
 }  // namespace
 
 void Gate::tell(char sign) const {
@@ -65,7 +88,7 @@ void Gate::close() {
   ::close(out_);
 }
 
-Child::Child(const std::function<int(Gate&)>& body, Output output, Leave leave) {
+Child::Child(const std::function<int(Gate&)>& body, Output output) {
   int down[2];
   int up[2];
   if (pipe2(down, O_CLOEXEC) != 0 || pipe2(up, O_CLOEXEC) != 0) std::abort();
@@ -81,12 +104,12 @@ Child::Child(const std::function<int(Gate&)>& body, Output output, Leave leave) 
   gate_ = Gate(up[0], down[1]);
   if (pid_ == 0) {
     gate_.close();
-    run(body, below, leave);
+    run(body, below);
   }
   below.close();
 }
 
-void Child::run(const std::function<int(Gate&)>& body, Gate& gate, Leave leave) const {
+void Child::run(const std::function<int(Gate&)>& body, Gate& gate) const {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (output_file_ >= 0) {
     dup2(output_file_, STDOUT_FILENO);
@@ -94,7 +117,6 @@ void Child::run(const std::function<int(Gate&)>& body, Gate& gate, Leave leave) 
   }
   int status = body(gate);
   if (status == 0 && ::testing::Test::HasFailure()) status = failed_expectation;
-  if (leave == Leave::through_exit) std::exit(status);
   std::fflush(nullptr);
   _exit(status);
 }
@@ -105,18 +127,25 @@ Child::~Child() {
 }
 
 void Child::wait_until_asleep() const {
-  const auto limit = std::chrono::steady_clock::now() + std::chrono::milliseconds(patience_ms);
-  for (char state = 'R'; state == 'R' || state == 'D'; state = state_of(pid_)) {
-    if (std::chrono::steady_clock::now() > limit) {
-      ADD_FAILURE() << "child " << pid_ << " does not come to rest";
-      return;
-    }
-    sched_yield();
-  }
+  wait_until([&] {
+    const char state = state_of(pid_);
+    return state != 'R' && state != 'D';
+  });
+}
+
+void Child::wait_until_blocked_at_record_lock() const {
+  wait_until([&] { return has_sign() || waits_for_record_lock(pid_); });
 }
 
 int Child::exit_status() {
   if (!reaped_) {
+    const int process = static_cast<int>(syscall(SYS_pidfd_open, pid_, 0));
+    pollfd ended{process, POLLIN, 0};
+    if (poll(&ended, 1, patience_ms) != 1) {
+      ADD_FAILURE() << "child " << pid_ << " does not end";
+      ::kill(pid_, SIGKILL);
+    }
+    close(process);
     int raw = 0;
     waitpid(pid_, &raw, 0);
     reaped_ = true;

@@ -32,14 +32,12 @@ class Gate {
 
 class Child {
  public:
-  enum class Leave { at_once, through_exit };  // _exit, or exit with its handlers
   enum class Output { shared, captured };
 
   // Exit status of a child whose function returned 0 although an expectation failed in it.
   static constexpr int failed_expectation = 98;
 
-  explicit Child(const std::function<int(Gate&)>& body, Output output = Output::shared,
-                 Leave leave = Leave::at_once);
+  explicit Child(const std::function<int(Gate&)>& body, Output output = Output::shared);
   ~Child();  // kills and reaps it
   Child(const Child&) = delete;
   Child& operator=(const Child&) = delete;
@@ -51,8 +49,10 @@ class Child {
 
   // Waits until the child sleeps in the kernel (a lock, a semaphore, a pipe) or has ended.
   void wait_until_asleep() const;
+  // Waits until the system lists the child as waiting for a record lock, or the child has given a sign.
+  void wait_until_blocked_at_record_lock() const;
 
-  // Wait for the end: the status of exit, or minus the number of the signal.
+  // Waits for the end, a minute at most: the status of exit, or minus the number of the signal.
   int exit_status();
   void kill();
   // What it printed, on standard output and standard error, when captured; to be asked after its end.
@@ -60,7 +60,7 @@ class Child {
   const std::string& errors() const { return errors_; }
 
  private:
-  [[noreturn]] void run(const std::function<int(Gate&)>& body, Gate& gate, Leave leave) const;
+  [[noreturn]] void run(const std::function<int(Gate&)>& body, Gate& gate) const;
 
   pid_t pid_ = -1;
   bool reaped_ = false;

@@ -25,6 +25,11 @@ inline shmid_ds segment_status(int id) {
   return status;
 }
 
+// How many attachments segment 0 of the database with this base path has.
+inline int attachments(const std::string& base) {
+  return static_cast<int>(segment_status(segment_id(base + "00.data")).shm_nattch);
+}
+
 class RawMemory {
  public:
   // `base`: the base path of the key files. Attaches every segment that is there, read-only.

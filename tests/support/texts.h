@@ -28,6 +28,23 @@ Error failure(const message::Message<Args...>& text, std::type_identity_t<Args>.
   return {ZT_ERR_GENERAL, gbk(text, args...)};
 }
 
+// Runs an open that must fail and takes the line it prints; the handle is deleted.
+template <class Open>
+Error error_of(Open open) {
+  ::testing::internal::CaptureStdout();
+  Error error;
+  {
+    Database db = open();
+    EXPECT_FALSE(db.opened);
+    error = last_error(db);
+  }
+  std::fflush(stdout);
+  const std::string printed = ::testing::internal::GetCapturedStdout();
+  const std::string line = "errcode=" + std::to_string(error.code) + ",errmsg=" + error.text + "\n";
+  EXPECT_NE(printed.find(line), std::string::npos) << ::testing::PrintToString(printed);
+  return error;
+}
+
 }  // namespace cachet::test
 
 #endif

@@ -113,6 +113,34 @@ TEST_F(Allocator, EndsTheProcessWithStatus0WhenTheFrontsWouldCross) {
   }
 }
 
+// Segments may be mapped side by side in either order: the end of one is then the begin of the other.
+TEST(Address, BelongsToTheSegmentThatContainsIt) {
+  char* const area = reinterpret_cast<char*>(16 * gibibyte);  // never touched
+  for (const bool downwards : {false, true}) {
+    Rb_base base;
+    base.segmentcount = 3;
+    base.attached_bytes = 2 * gibibyte + 4096;
+    base.share_memory_begin[0] = area + (downwards ? gibibyte : 0);
+    base.share_memory_begin[1] = area + (downwards ? 0 : gibibyte);
+    base.share_memory_begin[2] = area + (downwards ? -4096 : 2 * gibibyte);
+    for (const ZTINT8 segment : {0, 1, 2}) {
+      const ZTINT8 last = segment == 2 ? 4095 : gibibyte - 1;
+      for (const ZTINT8 position : {ZTINT8{0}, ZTINT8{32}, last}) {
+        const ZTINT8 offset = segment * gibibyte + position;
+        const char* const address = address_of(&base, FlatOffset{offset});
+        EXPECT_EQ(address, base.share_memory_begin[segment] + position);
+        EXPECT_EQ(value_of(offset_of(&base, address)), offset) << downwards;
+        EXPECT_EQ(value_of(node_number_of(&base, address)), offset / 32);
+      }
+    }
+    const char* const highest = area + 2 * gibibyte + (downwards ? 0 : 4096);
+    EXPECT_EQ(value_of(offset_of(&base, highest)), downwards ? gibibyte : base.attached_bytes)
+        << "an inclusive end";
+    EXPECT_EQ(value_of(offset_of(&base, highest + 1)), 0);
+    EXPECT_EQ(value_of(offset_of(&base, area - 4097)), 0);
+  }
+}
+
 // 160 heads from offset 192 on: over the unused last slot of page 0 and into page 1.
 TEST_F(Allocator, LocatesEveryHeadWhereItWasMade) {
   Database db = begin_create(directory);

@@ -1,0 +1,446 @@
+// The lock between processes: who gets in, who waits, who goes first, and that neither signals nor the death
+// of a waiter or of a releaser lets two writers in or leaves anybody outside for ever.
+#include "rwlock.h"
+
+#include <gtest/gtest.h>
+#include <sys/sem.h>
+#include <sys/time.h>
+
+#include <array>
+#include <atomic>
+#include <csignal>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "rwspinlock.h"
+#include "shared_word.h"
+#include "spinlock.h"
+#include "support/child_process.h"
+#include "support/ledger.h"
+#include "support/shared.h"
+#include "support/temp_database.h"
+
+namespace {
+
+using namespace cachet::test;
+
+enum Level { reading = 0, writing = 1 };
+enum Word { spin, writers, writers_waiting, readers, readers_waiting };
+
+// A process that takes slot 0 when told to, stays inside, and leaves when told to.
+class Visitor {
+ public:
+  Visitor(const std::string& name, Level level)
+      : child_([=](Gate& gate) {
+          Crwspinlock lock;
+          std::string path = name;
+          if (!lock.Open(path.data(), 1)) return 1;
+          gate.tell('r');
+          gate.wait_for('e');
+          EXPECT_TRUE(lock.Lock(0, level));
+          gate.tell('i');
+          if (gate.wait_for('l')) lock.Unlock(0, level, -1, nullptr);
+          gate.tell('o');
+          lock.Close();
+          return 0;
+        }) {
+    child_.wait_for('r');
+  }
+  void ask() { child_.tell('e'); }
+  bool is_in() const { return child_.has_sign(); }
+  void expect_in() { ASSERT_TRUE(child_.wait_for('i')); }
+  void enter() {
+    ask();
+    expect_in();
+  }
+  void leave() {
+    child_.tell('l');
+    ASSERT_TRUE(child_.wait_for('o'));
+  }
+  void kill() { child_.kill(); }
+  void stop() { ::kill(child_.pid(), SIGSTOP); }
+  void resume() { ::kill(child_.pid(), SIGCONT); }
+
+ private:
+  Child child_;
+};
+
+struct ProcessLock : DatabaseTest {
+  void SetUp() override {
+    ASSERT_TRUE(lock.Create(name.data(), 1));
+    directory.note_objects();
+  }
+  void TearDown() override {
+    visitors.clear();
+    lock.Close();
+    DatabaseTest::TearDown();
+  }
+  Visitor& visitor(Level level) { return *visitors.emplace_back(std::make_unique<Visitor>(name, level)); }
+  int word(Word which) const { return cachet::load_acquire<int>(lock.m_lockpage.m_p + 4 * which); }
+  // Waits until so many are counted as waiting; what they wait for is a semaphore.
+  void expect_waiting(Word which, int count) {
+    ASSERT_TRUE(eventually([&] { return word(which) == count; })) << word(which);
+  }
+
+  int asleep_on(const Cztsema& sema) const { return semctl(sema.m_sempid, sema.m_sempno, GETNCNT); }
+
+  std::string name = directory.base();
+  Crwspinlock lock;
+  std::vector<std::unique_ptr<Visitor>> visitors;
+};
+
+TEST_F(ProcessLock, WritersExcludeOneAnother) {
+  Visitor &first = visitor(writing), &second = visitor(writing), &third = visitor(writing);
+  first.enter();
+  second.ask();
+  third.ask();
+  expect_waiting(writers_waiting, 2);
+  EXPECT_FALSE(second.is_in() || third.is_in());
+  first.leave();
+  ASSERT_TRUE(eventually([&] { return second.is_in() || third.is_in(); }));
+  Visitor &next = second.is_in() ? second : third, &last = second.is_in() ? third : second;
+  next.expect_in();
+  EXPECT_EQ(word(writers), 1);
+  EXPECT_EQ(word(writers_waiting), 1);
+  EXPECT_FALSE(last.is_in());
+  next.leave();
+  last.expect_in();
+  last.leave();
+  EXPECT_EQ(word(writers), 0);
+  EXPECT_EQ(word(writers_waiting), 0);
+}
+
+TEST_F(ProcessLock, ReadersWaitForAWriterAndThenAllComeIn) {
+  Visitor& writer = visitor(writing);
+  writer.enter();
+  std::vector<Visitor*> waiting = {&visitor(reading), &visitor(reading), &visitor(reading)};
+  for (Visitor* reader : waiting) reader->ask();
+  expect_waiting(readers_waiting, 3);
+  for (Visitor* reader : waiting) EXPECT_FALSE(reader->is_in());
+  writer.leave();
+  for (Visitor* reader : waiting) reader->expect_in();
+  EXPECT_EQ(word(readers), 3);
+  EXPECT_EQ(word(readers_waiting), 0);
+}
+
+TEST_F(ProcessLock, WritersDoNotWaitForReaders) {
+  visitor(reading).enter();
+  visitor(writing).enter();
+  EXPECT_EQ(word(readers), 1);
+  EXPECT_EQ(word(writers), 1);
+}
+
+TEST_F(ProcessLock, AWaitingWriterGoesBeforeWaitingReaders) {
+  for (bool reader_came_first : {true, false}) {
+    Visitor &holder = visitor(writing), &writer = visitor(writing), &reader = visitor(reading);
+    holder.enter();
+    for (bool ask_reader : {reader_came_first, !reader_came_first}) {
+      ask_reader ? reader.ask() : writer.ask();
+      expect_waiting(ask_reader ? readers_waiting : writers_waiting, 1);
+    }
+    holder.leave();
+    writer.expect_in();
+    EXPECT_EQ(word(readers), 0);
+    EXPECT_EQ(word(readers_waiting), 1);
+    EXPECT_FALSE(reader.is_in());
+    writer.leave();
+    reader.expect_in();
+    reader.leave();
+  }
+}
+
+TEST_F(ProcessLock, AWakeUpTooManyLetsNobodyIn) {
+  Visitor &holder = visitor(writing), &writer = visitor(writing), &reader = visitor(reading);
+  holder.enter();
+  writer.ask();
+  reader.ask();
+  expect_waiting(writers_waiting, 1);
+  expect_waiting(readers_waiting, 1);
+  for (Cztsema* sema : {&lock.m_w_sema[0], &lock.m_r_sema[0]}) {
+    for (int post = 0; post < 3; ++post) ASSERT_TRUE(sema->Release());
+    // All posts used up, and the waiter asleep again.
+    ASSERT_TRUE(eventually(
+        [&] { return semctl(sema->m_sempid, sema->m_sempno, GETVAL) == 0 && asleep_on(*sema) == 1; }));
+  }
+  EXPECT_FALSE(writer.is_in() || reader.is_in());
+  EXPECT_EQ(word(writers), 1);
+  EXPECT_EQ(word(readers), 0);
+  holder.leave();
+  writer.expect_in();
+  EXPECT_FALSE(reader.is_in());
+  writer.leave();
+  reader.expect_in();
+}
+
+// The slot is free and a writer waits for it but does not come, being stopped: a reader that wakes up by chance then
+// leaves the slot to the writer.
+TEST_F(ProcessLock, AReaderThatWakesUpLeavesAFreeSlotToAWaitingWriter) {
+  Visitor &holder = visitor(writing), &writer = visitor(writing), &reader = visitor(reading);
+  holder.enter();
+  writer.ask();
+  reader.ask();
+  ASSERT_TRUE(
+      eventually([&] { return asleep_on(lock.m_w_sema[0]) == 1 && asleep_on(lock.m_r_sema[0]) == 1; }));
+  writer.stop();
+  holder.leave();
+  ASSERT_EQ(word(writers), 0);
+  const Cztsema& sema = lock.m_r_sema[0];
+  ASSERT_TRUE(lock.m_r_sema[0].Release());
+  EXPECT_TRUE(eventually([&] {
+    return semctl(sema.m_sempid, sema.m_sempno, GETVAL) == 0 && (asleep_on(sema) == 1 || word(readers) == 1);
+  }));
+  EXPECT_EQ(word(readers), 0);
+  writer.resume();
+  writer.expect_in();
+  EXPECT_FALSE(reader.is_in());
+  writer.leave();
+  reader.expect_in();
+}
+
+// A process of each level queues behind a waiter that was killed in its sleep; both get in, and so does who
+// comes later.
+struct DeadWaiter : ProcessLock, testing::WithParamInterface<Level> {};
+
+TEST_P(DeadWaiter, BlocksNobody) {
+  const Level level = GetParam();
+  Visitor &holder = visitor(writing), &dead = visitor(level), &writer = visitor(writing),
+          &reader = visitor(reading);
+  const auto expect_asleep = [&](const Cztsema& sema) {
+    ASSERT_TRUE(eventually([&] { return asleep_on(sema) == 1; }));
+  };
+  holder.enter();
+  dead.ask();
+  expect_asleep(level == writing ? lock.m_w_sema[0] : lock.m_r_sema[0]);
+  dead.kill();
+  writer.ask();
+  reader.ask();
+  expect_asleep(lock.m_w_sema[0]);
+  expect_asleep(lock.m_r_sema[0]);
+  holder.leave();
+  writer.expect_in();
+  writer.leave();
+  reader.expect_in();
+  ASSERT_FALSE(HasFailure());
+  reader.leave();
+  for (Level late : {writing, reading, writing}) {
+    visitor(late).enter();
+    ASSERT_FALSE(HasFailure());
+    visitors.back()->leave();
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(OfLevel, DeadWaiter, testing::Values(writing, reading),
+                         [](const auto& level) { return level.param == writing ? "Writing" : "Reading"; });
+
+// A process that dies after it gave the slot back and before it woke anybody.
+TEST_F(ProcessLock, AReleaserThatDiesBeforeItsPostStrandsNobody) {
+  for (Level level : {writing, reading}) {
+    SCOPED_TRACE(level == writing ? "a writer waits" : "a reader waits");
+    Child releaser([&](Gate& gate) {
+      Crwspinlock own;
+      std::string path = name;
+      if (!own.Open(path.data(), 1) || !own.Lock(0, writing)) return 1;
+      gate.tell('i');
+      gate.wait_for('l');
+      own.m_lock[0].Lock();
+      cachet::store_release<int>(own.m_lockpage.m_p + 4 * writers, 0);
+      own.m_lock[0].Unlock();
+      return 0;
+    });
+    ASSERT_TRUE(releaser.wait_for('i'));
+    Visitor& waiter = visitor(level);
+    waiter.ask();
+    expect_waiting(level == writing ? writers_waiting : readers_waiting, 1);
+    releaser.tell('l');
+    ASSERT_EQ(releaser.exit_status(), 0);
+    waiter.expect_in();
+    waiter.leave();
+  }
+}
+
+struct Storm {
+  std::atomic<int> inside, violations;
+  int plain;  // changed only inside
+};
+
+void start_1_khz_signals() {
+  struct sigaction action = {};
+  action.sa_handler = [](int) {};  // without SA_RESTART: every wait is interrupted
+  sigaction(SIGALRM, &action, nullptr);
+  const itimerval every_ms = {{0, 1000}, {0, 1000}};
+  setitimer(ITIMER_REAL, &every_ms, nullptr);
+}
+
+TEST_F(ProcessLock, NeverHoldsTwoWritersInAStormOfSignalsAndPosts) {
+  constexpr int rounds = 400, writer_count = 4, reader_count = 2;
+  Shared<Storm> storm;
+  std::vector<std::unique_ptr<Child>> children;
+  for (int i = 0; i < writer_count + reader_count; ++i) {
+    const Level level = i < writer_count ? writing : reading;
+    children.push_back(std::make_unique<Child>([&, level](Gate& gate) {
+      Crwspinlock own;
+      std::string path = name;
+      if (!own.Open(path.data(), 1)) return 1;
+      start_1_khz_signals();
+      gate.tell('r');
+      for (int round = 0; round < rounds; ++round) {
+        if (!own.Lock(0, level)) return 2;
+        if (level == writing) {
+          if (storm->inside.fetch_add(1) != 0) ++storm->violations;
+          const int seen = storm->plain;
+          for (int pause = round % 8; pause > 0; --pause) sched_yield();
+          storm->plain = seen + 1;
+          storm->inside.fetch_sub(1);
+        }
+        own.Unlock(0, level, -1, nullptr);
+      }
+      own.Close();
+      return 0;
+    }));
+  }
+  for (auto& child : children) ASSERT_TRUE(child->wait_for('r'));
+  for (int post = 0; post < 200; ++post) {
+    lock.m_w_sema[0].Release();
+    lock.m_r_sema[0].Release();
+    sched_yield();
+  }
+  for (auto& child : children) EXPECT_EQ(child->exit_status(), 0);
+  EXPECT_EQ(storm->violations, 0);
+  EXPECT_EQ(storm->plain, rounds * writer_count);
+  for (Word w : {spin, writers, writers_waiting, readers, readers_waiting}) EXPECT_EQ(word(w), 0) << w;
+}
+
+// The user is forked before anything is attached: a child inherits its parent's attachments.
+TEST_F(DatabaseTest, TheLastProcessToCloseTheLockRemovesEverything) {
+  std::string name = directory.base();
+  Child user([&](Gate& gate) {
+    Crwspinlock own;
+    gate.wait_for('o');
+    EXPECT_TRUE(own.Open(name.data(), 1));
+    gate.tell('o');
+    gate.wait_for('c');
+    EXPECT_TRUE(own.Lock(1, writing)) << "it still serves";
+    own.Unlock(1, writing, -1, nullptr);
+    own.Close();
+    return 0;
+  });
+  Crwspinlock lock;
+  ASSERT_TRUE(lock.Create(name.data(), 1));
+  user.tell('o');
+  ASSERT_TRUE(user.wait_for('o'));
+  lock.Close();
+  EXPECT_EQ(directory.leftovers().size(), 12u);
+  user.tell('c');
+  EXPECT_EQ(user.exit_status(), 0);
+}
+
+TEST(SpinLock, CountsExactlyAcrossProcesses) {
+  struct Counter {
+    std::int32_t word, plain;
+  };
+  constexpr int rounds = 20000;
+  Shared<Counter> shared;
+  std::vector<std::unique_ptr<Child>> children;
+  for (int i = 0; i < 3; ++i) {
+    children.push_back(std::make_unique<Child>([&](Gate&) {
+      Cspinlock lock;
+      lock.Set(reinterpret_cast<char*>(&shared->word));
+      for (int round = 0; round < rounds; ++round) {
+        lock.Lock();
+        const int seen = cachet::load_relaxed<int>(&shared->plain);
+        cachet::store_relaxed<int>(&shared->plain, seen + 1);
+        lock.Unlock();
+      }
+      return 0;
+    }));
+  }
+  for (auto& child : children) EXPECT_EQ(child->exit_status(), 0);
+  EXPECT_EQ(shared->plain, 3 * rounds);
+  EXPECT_EQ(shared->word, 0);
+}
+
+TEST(SpinLock, IsNotRaisedByContendersThatDie) {
+  Shared<std::int32_t> word;
+  Cspinlock lock;
+  lock.Set(reinterpret_cast<char*>(&*word));
+  lock.Lock();
+  for (int victim = 0; victim < 30; ++victim) {
+    Child contender([&](Gate& gate) {
+      Cspinlock own;
+      own.Set(reinterpret_cast<char*>(&*word));
+      gate.tell('r');
+      own.Lock();
+      return 0;
+    });
+    ASSERT_TRUE(contender.wait_for('r'));
+    for (int look = 0; look < 20000; ++look) ASSERT_EQ(cachet::load_acquire<int>(&*word), 1);
+    contender.kill();
+    ASSERT_EQ(*word, 1);
+  }
+  lock.Unlock();
+  EXPECT_EQ(*word, 0);
+}
+
+TEST(FileLock, SharesAndExcludesBetweenProcesses) {
+  TempDirectory directory;
+  std::string name = directory.base();
+  RWLock lock(name.data());
+  ASSERT_TRUE(lock.lock(1, 1, -1));
+  Child other([&](Gate& gate) {
+    RWLock own(name.data());
+    EXPECT_TRUE(own.lock(1, 1, -1));
+    EXPECT_TRUE(own.lock(2, 2, -1)) << "another byte";
+    gate.tell('s');
+    gate.wait_for('x');
+    EXPECT_TRUE(own.lock(2, 1, -1)) << "waits for the other process";
+    gate.tell('x');
+    gate.wait_for('o');
+    own.unlock(1);
+    return 0;
+  });
+  ASSERT_TRUE(other.wait_for('s'));
+  other.tell('x');
+  other.wait_until_asleep();
+  EXPECT_FALSE(other.has_sign());
+  lock.unlock(1);
+  ASSERT_TRUE(other.wait_for('x'));
+  other.tell('o');
+  EXPECT_EQ(other.exit_status(), 0);
+  EXPECT_TRUE(lock.lock(2, 1, 0));
+}
+
+TEST(LockPosition, IsTakenOnceAtTheLevelOfTheHandlesMode) {
+  Ledger ledger;
+  Database reader = ledger.open(ZT_MODE_READ_ONLY);
+  ZtDbHandle db = ledger.writer();
+  const auto words = [&] {
+    std::array<int, 10> ten;
+    std::memcpy(ten.data(), db->lock.m_lockpage.m_p, sizeof ten);
+    return ten;
+  };
+  using Ten = std::array<int, 10>;
+  for (int time = 0; time < 3; ++time) EXPECT_TRUE(ZtLockPosition(db, 0));
+  EXPECT_EQ(words(), (Ten{0, 1, 0, 0, 0, 0, 0, 0, 0, 0}));
+  ZtUnLockPosition(db, 0);
+  EXPECT_EQ(words(), Ten{});
+  ZtUnLockPosition(db, 0);
+  EXPECT_EQ(words(), Ten{}) << "a position that is not held stays as it is";
+  for (int time = 0; time < 2; ++time) EXPECT_TRUE(ZtLockPosition(reader, 1));
+  EXPECT_EQ(words(), (Ten{0, 0, 0, 0, 0, 0, 0, 0, 1, 0}));
+  EXPECT_TRUE(ZtLockPosition(reader, 0));
+  ZtUnLock(reader);
+  ZtUnLock(reader);
+  EXPECT_EQ(words(), Ten{});
+  for (int bad : {-1, 2, 1 << 20}) {
+    EXPECT_FALSE(ZtLockPosition(db, bad)) << bad;
+    EXPECT_FALSE(ZtLockPosition(reader, bad)) << bad;
+  }
+  db->base.mode = 3;
+  EXPECT_FALSE(ZtLockPosition(db, 0));
+  db->base.mode = ZT_MODE_READ_WRITE;
+  EXPECT_TRUE(db->locks.empty());
+  EXPECT_EQ(words(), Ten{});
+}
+
+}  // namespace

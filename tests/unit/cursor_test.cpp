@@ -1,0 +1,437 @@
+// Cursors: what one step does and tells, which entries it takes out of a key's current list, and which it
+// must leave alone because the cursor is out of date.
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+#include <vector>
+
+#include "support/ledger.h"
+#include "support/lists.h"
+
+namespace {
+
+using namespace cachet::test;
+using Ids = std::vector<ZTINT8>;
+
+// The bytes of the header that nothing but the allocator may change: all but the two fronts.
+std::string FixedHeader(const Ledger& ledger) {
+  std::string bytes(reinterpret_cast<const char*>(ledger.header()), sizeof(Rb_memory));
+  return bytes.replace(offsetof(Rb_memory, nodeoffset), 16, 16, '\0');
+}
+
+struct Cursor : testing::Test {
+  Ledger ledger;
+  ZtDbHandle db = ledger.writer();
+
+  // Stores records 0, 1, 2 ... under these groups, committed.
+  void put_groups(std::initializer_list<int> groups) {
+    Transaction all(db);
+    for (int group : groups) Ledger::put(db, next_id++, group);
+  }
+  void erase(std::initializer_list<int> record_ids) {
+    Transaction all(db);
+    for (int id : record_ids) Ledger::erase(db, id);
+  }
+  Lists lists(int group) {
+    Query query(db, Ledger::by_group, {group});
+    return lists_of(db, item_of(db, Ledger::by_group, query));
+  }
+  // A cursor over the whole group index that stands on this record.
+  void stand_on(Query& query, int record_id) {
+    for (bool placed = query.list(); placed; placed = query.next()) {
+      if (query.id() == record_id) return;
+    }
+    FAIL() << "no record " << record_id;
+  }
+  int next_id = 0;
+};
+
+struct Group : Cursor {
+  Group() { put_groups({1, 1, 1, 1, 2}); }  // records 0 to 3, and 4
+};
+
+TEST_F(Group, StepsTellWhatTheyMet) {
+  Query forward(db, Ledger::by_group), backward(db, Ledger::by_group), list(db, -1);
+  stand_on(forward, 0);
+  stand_on(backward, 3);
+  ASSERT_TRUE(list.list());
+  EXPECT_EQ(ZtInNextRecord(db, forward), 1);
+  EXPECT_EQ(ZtInPrevRecord(db, backward), 1);
+  erase({2, 1});
+  EXPECT_EQ(ZtInPrevRecord(db, backward), 4) << "record 1, to be unlinked going backward";
+  EXPECT_EQ(ZtInMovePrevRecord(db, backward), 1);
+  EXPECT_EQ(backward.id(), 0);
+  EXPECT_EQ(ZtInPrevRecord(db, backward), 2);
+  EXPECT_EQ(ZtInNextRecord(db, forward), 3) << "record 2, from record 1, which is out of the list by now";
+  EXPECT_EQ(ZtInMoveNextRecord(db, forward), 1);
+  EXPECT_EQ(forward.id(), 3);
+  EXPECT_EQ(ZtInNextRecord(db, forward), 1) << "the next key";
+  EXPECT_EQ(ZtInNextRecord(db, forward), 2);
+  EXPECT_EQ(lists(1), (Lists{{0, 1, 2, 3}, {0, 3}, true}));
+  EXPECT_EQ(ZtInNextRecord(db, list), 5) << "a list of records only skips";
+  EXPECT_EQ(ZtInNextRecord(db, list), 5);
+  EXPECT_EQ(ZtInNextRecord(db, list), 1);
+  EXPECT_EQ(ZtInPrevRecord(db, list), 6);
+  erase({4});
+  EXPECT_EQ(ZtInNextRecord(db, forward), 2);
+  stand_on(forward, 3);
+  EXPECT_EQ(ZtInNextRecord(db, forward), 3);
+  EXPECT_EQ(ZtInMoveNextRecord(db, forward), 5) << "the key is empty now";
+  stand_on(backward, 0);
+  EXPECT_EQ(ZtInNextRecord(db, backward), 1);
+  EXPECT_EQ(ZtInNextRecord(db, backward), 5) << "an empty key";
+  EXPECT_EQ(backward->nodepoint, nullptr);
+  EXPECT_EQ(ZtInNextRecord(db, backward), 2);
+}
+
+TEST_F(Group, StepsOfOtherReadersOnlySkip) {
+  erase({1});
+  Database reader = ledger.open(ZT_MODE_READ_ONLY);
+  const Lists before = lists(1);
+  for (ZtDbHandle who : {static_cast<ZtDbHandle>(reader), db}) {
+    if (who == db) db->base.isolate = true;
+    Query query(who, Ledger::by_group);
+    ASSERT_TRUE(query.list());
+    EXPECT_EQ(ZtInNextRecord(who, query), 5);
+    EXPECT_EQ(ZtInNextRecord(who, query), 1);
+    EXPECT_EQ(ZtInPrevRecord(who, query), 6);
+    db->base.isolate = false;
+  }
+  EXPECT_EQ(lists(1), before);
+}
+
+// Every choice of deleted records among four, walked in both directions, by a writer and by a reader.
+TEST(CursorWalk, UnlinksExactlyTheDeletedRecordsOfAKey) {
+  for (int deleted = 0; deleted < 16; ++deleted) {
+    for (bool forward : {true, false}) {
+      SCOPED_TRACE("deleted " + std::to_string(deleted) + (forward ? " forward" : " backward"));
+      Ledger ledger;
+      ZtDbHandle db = ledger.writer();
+      Ids all, live;
+      std::vector<int> expected = {0};
+      {
+        Transaction insert(db);
+        for (int id = 0; id < 6; ++id) Ledger::put(db, id, id == 0 ? 1 : id == 5 ? 3 : 2);
+        for (int id = 1; id < 5; ++id) {
+          all.push_back(id);
+          if ((deleted >> (id - 1) & 1) != 0) {
+            Ledger::erase(db, id);
+          } else {
+            live.push_back(id);
+            expected.push_back(id);
+          }
+        }
+      }
+      expected.push_back(5);
+      if (!forward) std::reverse(expected.begin(), expected.end());
+      Query key(db, Ledger::by_group, {2});
+      const ZtIndexItem* const item = item_of(db, Ledger::by_group, key);
+      Database reader = ledger.open(ZT_MODE_READ_ONLY);
+      for (ZtDbHandle who : {static_cast<ZtDbHandle>(reader), db}) {
+        Query query(who, Ledger::by_group);
+        ASSERT_TRUE(query.list());
+        EXPECT_EQ(forward ? query.rest(true) : query.rest_backward(query.last()), expected);
+        EXPECT_EQ(lists_of(db, item), (Lists{all, who == db ? live : all, true}));
+      }
+    }
+  }
+}
+
+TEST_F(Group, AStaleCursorOnAFormerHeadNeverWritesThroughLinkZero) {
+  Query stale(db, Ledger::by_group);
+  stand_on(stale, 0);
+  erase({0});
+  Query other(db, Ledger::by_group);
+  ASSERT_TRUE(other.list());
+  ASSERT_EQ(lists(1).current, (Ids{1, 2, 3}));
+  const std::string header = FixedHeader(ledger);
+  EXPECT_TRUE(ZtMoveNextRecord(db, stale));
+  EXPECT_EQ(stale.id(), 1);
+  EXPECT_EQ(FixedHeader(ledger), header);
+  EXPECT_EQ(lists(1), (Lists{{0, 1, 2, 3}, {1, 2, 3}, true}));
+}
+
+TEST_F(Group, AStaleCursorOnAFormerTailNeverWritesThroughLinkZero) {
+  Query stale(db, Ledger::by_group);
+  stand_on(stale, 3);
+  erase({3});
+  Query other(db, Ledger::by_group);
+  other.rest(other.list());
+  ASSERT_EQ(lists(1).current, (Ids{0, 1, 2}));
+  const std::string header = FixedHeader(ledger);
+  EXPECT_TRUE(ZtMovePrevRecord(db, stale));
+  EXPECT_EQ(stale.id(), 2);
+  EXPECT_EQ(FixedHeader(ledger), header);
+  EXPECT_EQ(lists(1), (Lists{{0, 1, 2, 3}, {0, 1, 2}, true}));
+}
+
+TEST_F(Group, AStaleCursorNeverBringsAnEntryBack) {
+  Query forward(db, Ledger::by_group), backward(db, Ledger::by_group);
+  stand_on(forward, 1);
+  stand_on(backward, 2);
+  erase({1, 2});
+  Query other(db, Ledger::by_group);
+  other.rest(other.list());
+  ASSERT_EQ(lists(1).current, (Ids{0, 3}));
+  EXPECT_TRUE(ZtMoveNextRecord(db, forward));
+  EXPECT_EQ(forward.id(), 3);
+  EXPECT_TRUE(ZtMovePrevRecord(db, backward));
+  EXPECT_EQ(backward.id(), 0);
+  EXPECT_EQ(lists(1), (Lists{{0, 1, 2, 3}, {0, 3}, true}));
+}
+
+TEST_F(Cursor, AStaleCursorLeavesARefilledKeyAlone) {
+  put_groups({1, 2});
+  Query forward(db, Ledger::by_group), backward(db, Ledger::by_group);
+  stand_on(forward, 0);
+  stand_on(backward, 0);
+  erase({0});
+  Query other(db, Ledger::by_group);
+  other.rest(other.list());
+  ASSERT_EQ(lists(1).current, Ids{});
+  put_groups({1});
+  EXPECT_TRUE(ZtMoveNextRecord(db, forward));
+  EXPECT_EQ(forward.id(), 1);
+  EXPECT_FALSE(ZtMovePrevRecord(db, backward));
+  EXPECT_EQ(lists(1), (Lists{{2}, {2}, true}));
+}
+
+TEST_F(Group, LeavesTheListsAloneWhileAnotherWriterHoldsTheLock) {
+  erase({1, 2});
+  Database other = ledger.open(ZT_MODE_READ_WRITE);
+  ASSERT_TRUE(ZtLockPosition(other, 0));
+  Query query(db, Ledger::by_group);
+  EXPECT_EQ(query.rest(query.list()), (std::vector<int>{0, 3, 4}));
+  EXPECT_EQ(query.rest_backward(query.last()), (std::vector<int>{4, 3, 0}));
+  EXPECT_EQ(lists(1).current, (Ids{0, 1, 2, 3}));
+  ZtUnLock(other);
+  ASSERT_TRUE(ZtLockPosition(db, 0));
+  EXPECT_EQ(query.rest(query.list()), (std::vector<int>{0, 3, 4}));
+  ZtUnLock(db);
+  EXPECT_EQ(lists(1).current, (Ids{0, 3})) << "the holder itself does unlink";
+}
+
+TEST_F(Group, TurnsRoundAtTheEnds) {
+  Query query(db, Ledger::by_group);
+  stand_on(query, 4);
+  EXPECT_FALSE(query.next());
+  EXPECT_TRUE(query.prev());
+  EXPECT_EQ(query.id(), 3);
+  stand_on(query, 0);
+  EXPECT_FALSE(query.prev());
+  EXPECT_TRUE(query.next());
+  EXPECT_EQ(query.id(), 1);
+}
+
+TEST_F(Group, GoesToARecordOrToTheNextLiveOne) {
+  erase({1, 2, 4});
+  Database reader = ledger.open(ZT_MODE_READ_ONLY);
+  for (ZtDbHandle who : {db, static_cast<ZtDbHandle>(reader)}) {
+    Query query(who, Ledger::by_group);
+    for (int bad : {-1, 5, 1 << 30}) EXPECT_FALSE(query.go_to(bad)) << bad;
+    EXPECT_FALSE(query.go_to(4)) << "nothing alive behind it";
+    EXPECT_TRUE(query.go_to(1));
+    EXPECT_EQ(query.id(), 3);
+    EXPECT_EQ(query->indexid, -1);
+    EXPECT_EQ(query->nodepoint, nullptr);
+    EXPECT_TRUE(query.prev());
+    EXPECT_EQ(query.id(), 0);
+    EXPECT_FALSE(query.prev());
+    EXPECT_TRUE(query.go_to(0));
+    EXPECT_EQ(query.rest(true), (std::vector<int>{0, 3}));
+    for (int bad : {-1, 1}) EXPECT_FALSE(ZtGotoRecord(who, bad, 0, query)) << bad;
+    take_error(who);
+  }
+}
+
+TEST_F(Cursor, ListsNothingInAnEmptyTable) {
+  Database reader = ledger.open(ZT_MODE_READ_ONLY);
+  for (ZtDbHandle who : {db, static_cast<ZtDbHandle>(reader)}) {
+    for (int index : {-1, 0, 1, 2}) {
+      Query query(who, index);
+      EXPECT_FALSE(query.list()) << index;
+      EXPECT_EQ(take_error(who), 0);
+      Row row(who);
+      EXPECT_FALSE(query.fetch(row)) << "the cursor stands nowhere";
+      EXPECT_EQ(take_error(who), -1008);
+    }
+  }
+}
+
+TEST_F(Cursor, PassesEmptyKeysInBothDirections) {
+  put_groups({1, 2, 2, 3, 4});
+  erase({1, 2, 4});
+  Query query(db, Ledger::by_group);
+  for (int pass = 0; pass < 2; ++pass) {  // first unlinking, then past keys that are empty
+    EXPECT_EQ(query.rest(query.list()), (std::vector<int>{0, 3}));
+    EXPECT_EQ(query.rest_backward(query.last()), (std::vector<int>{3, 0}));
+  }
+  Query two(db, Ledger::by_group, {2});
+  EXPECT_FALSE(two.find(ZT_OP_EQUAL));
+  EXPECT_EQ(two.rest(two.find(ZT_OP_GREATER_EQUAL)), std::vector<int>{3});
+}
+
+TEST_F(Cursor, FirstForgetsTheOldPlaceOnAnEmptyKeyAndLastGoesBackFromIt) {
+  put_groups({1, 2, 2, 3});
+  erase({0, 3});
+  Query query(db, Ledger::by_group);
+  query.rest(query.list());
+  ASSERT_EQ(lists(1).current, Ids{});
+  ASSERT_EQ(lists(3).current, Ids{});
+  stand_on(query, 1);
+  EXPECT_TRUE(query.first());
+  EXPECT_EQ(query.id(), 1);
+  stand_on(query, 2);
+  EXPECT_TRUE(query.last());
+  EXPECT_EQ(query.id(), 1) << "one entry before the one the cursor stood on";
+  query->nodepoint = nullptr;
+  EXPECT_TRUE(query.last());
+  EXPECT_EQ(query.id(), 2);
+}
+
+// The cursor's key and its entry then belong to different keys: what it meets going back must be unlinked
+// from its own list or not at all.
+TEST_F(Cursor, GoingBackFromAnEmptyLastKeyLeavesThatKeyEmpty) {
+  put_groups({1, 1, 2});
+  erase({2});
+  Query query(db, Ledger::by_group);
+  query.rest(query.list());
+  ASSERT_EQ(lists(2).current, Ids{});
+  stand_on(query, 1);
+  erase({0});
+  EXPECT_TRUE(query.last()) << "past record 0, which is deleted, to the last key before the empty one";
+  EXPECT_EQ(query.id(), 1);
+  EXPECT_EQ(lists(2), (Lists{{2}, {}, true}));
+  const Lists others = lists(1);
+  EXPECT_TRUE(others.both_ways);
+  EXPECT_EQ(others.current.back(), 1);
+  EXPECT_EQ(query.rest(query.list()), std::vector<int>{1});
+}
+
+TEST_F(Group, ADuplicateHasTheKeyAndTheCursorButNotThePlaceWithinAKey) {
+  auto source = std::make_unique<Query>(db, Ledger::by_group, std::initializer_list<int>{1});
+  Query copy(db, Ledger::by_id, {7, 8});
+  ASSERT_TRUE(source->find(ZT_OP_EQUAL));
+  ASSERT_TRUE(source->next());
+  ZtIndexNode* const place = (*source)->nodepoint;
+  copy->nodepoint = nullptr;
+  ZtDupCondition(*source, copy);
+  EXPECT_EQ(copy->nodepoint, nullptr);
+  EXPECT_EQ((*source)->nodepoint, place);
+  EXPECT_EQ(copy->point, (*source)->point);
+  EXPECT_EQ(copy->begin, (*source)->begin);
+  EXPECT_EQ(copy->end, (*source)->end);
+  EXPECT_EQ(copy->op, ZT_OP_EQUAL);
+  EXPECT_EQ(copy->indexid, Ledger::by_group);
+  EXPECT_EQ(copy->indexitem.point, 1);
+  EXPECT_EQ(copy.id(), 1) << "the current record itself is copied";
+  source.reset();
+  EXPECT_EQ(copy.rest(copy.find(ZT_OP_EQUAL)), (std::vector<int>{0, 1, 2, 3})) << "the key is its own";
+}
+
+TEST(GetRecord, GivesWritersTheRecordAndReadersACopyThatFits) {
+  TempDirectory directory;
+  Database db = begin_create(directory);
+  for (int table = 0; table < 2; ++table) {
+    ZtAddTable(db, "t");
+    ZtAddField(db, table, "text", FIELD_STRING, table == 0 ? 4 : 4000, 0);
+  }
+  finish_create(db);
+  Row row(db);
+  ZtBeginTransaction(db);
+  for (int table = 0; table < 2; ++table) ASSERT_TRUE(ZtNewRecord(db, table, row) && ZtPutRecord(db, row));
+  ZtCommitTransaction(db);
+  const ZtRecord* const stored = raw(row).record;
+  Condition list(-1);
+  ASSERT_TRUE(ZtListRecord(db, 1, list) && ZtGetRecord(db, list, row));
+  EXPECT_EQ(raw(row).record, stored);
+  Database reader = begin_open(directory, ZT_MODE_READ_ONLY);
+  finish_open(reader);
+  Row copy(reader);
+  const ZtRecord* previous = nullptr;
+  for (int table : {0, 1, 1, 0}) {
+    Condition condition(-1);
+    ASSERT_TRUE(ZtListRecord(reader, table, condition) && ZtGetRecord(reader, condition, copy));
+    EXPECT_EQ(raw(copy).tableid, table);
+    EXPECT_FALSE(raw(copy).newrow);
+    std::memset(raw(copy).record->data, 'x', table == 0 ? 4 : 4000);
+    previous = raw(copy).record;
+  }
+  EXPECT_NE(previous, nullptr);
+}
+
+// Several cursors on one handle, in any order: whatever they do, the lists stay whole and hold every live
+// record.
+TEST(Cursors, KeepTheListsWholeInAnyMix) {
+  for (unsigned seed : {11u, 12u, 13u, 14u}) {
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    Ledger ledger;
+    ZtDbHandle db = ledger.writer();
+    Transaction all(db);
+    std::vector<bool> live;
+    std::vector<int> groups;
+    Query cursors[] = {
+        {db, Ledger::by_group}, {db, Ledger::by_group}, {db, Ledger::by_group}, {db, Ledger::by_group}};
+    const std::string header = FixedHeader(ledger);
+    const auto step = [&](Query& cursor) {
+      switch (random() % 8) {
+        case 0:
+          return cursor.list();
+        case 1:
+          return cursor.last();
+        case 2:
+          return cursor.first();
+        case 3:
+          return ZtMoveNextRecord(db, cursor);
+        case 4:
+          return ZtMovePrevRecord(db, cursor);
+        case 5:
+          return cursor.prev();
+        default:
+          return cursor.next();
+      }
+    };
+    for (int i = 0; i < 3000; ++i) {
+      if (i < 12 || random() % 8 == 0) {
+        groups.push_back(static_cast<int>(random() % 3));
+        ASSERT_EQ(Ledger::put(db, static_cast<int>(live.size()), groups.back()),
+                  static_cast<int>(live.size()));
+        live.push_back(true);
+        if (i == 0)
+          for (Query& cursor : cursors) cursor.list();
+        continue;
+      }
+      Query& cursor = cursors[random() % 4];
+      // The Move calls are only for cursors on a deleted record; the others for any.
+      Row row(db);
+      if (!cursor.fetch(row)) continue;
+      const bool on_deleted = raw(row).record->deleted == 1;
+      if (!on_deleted && random() % 3 == 0) {
+        live[static_cast<std::size_t>(ZtGetRecordId(db, row))] = false;
+        ZtDeleteRecord(db, row);
+      } else if (on_deleted) {
+        step(cursor);
+      } else {
+        random() % 2 == 0 ? cursor.next() : cursor.prev();
+      }
+      for (int group = 0; group < 3; ++group) {
+        Query key(db, Ledger::by_group, {group});
+        const ZtIndexItem* const item = item_of(db, Ledger::by_group, key);
+        if (item == nullptr) continue;
+        const Lists lists = lists_of(db, item);
+        ASSERT_TRUE(lists.both_ways) << "group " << group << ", step " << i;
+        ASSERT_TRUE(std::is_sorted(lists.current.begin(), lists.current.end())) << i;
+        for (std::size_t id = 0; id < live.size(); ++id) {
+          if (!live[id] || groups[id] != group) continue;
+          ASSERT_TRUE(std::binary_search(lists.current.begin(), lists.current.end(), static_cast<ZTINT8>(id)))
+              << "record " << id << " is lost, step " << i;
+        }
+      }
+      ASSERT_EQ(FixedHeader(ledger), header) << i;
+    }
+  }
+}
+
+}  // namespace

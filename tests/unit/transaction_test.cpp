@@ -1,0 +1,333 @@
+// Transactions: what a rollback brings back, byte for byte and list by list, and what begin, commit, reset
+// and the end of a handle do to an open one.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "support/ledger.h"
+#include "support/lists.h"
+
+namespace {
+
+using namespace cachet::test;
+using Ids = std::vector<ZTINT8>;
+
+std::string Memory(const Ledger& ledger) {
+  return std::string(ledger.writer()->base.share_memory_begin[0],
+                     static_cast<std::size_t>(ledger.header()->size));
+}
+
+int Writers(ZtDbHandle db) {
+  return cachet::load_acquire<int>(db->lock.m_lockpage.m_p + 4);
+}
+
+struct Rollback : testing::Test {
+  Ledger ledger;
+  ZtDbHandle db = ledger.writer();
+
+  void put_group(int group, int count) {
+    Transaction all(db);
+    for (int i = 0; i < count; ++i) Ledger::put(db, ledger.catalog()->recordcount, group);
+  }
+  Ids current(int index, int key) {
+    Query query(db, index, {key});
+    const Lists lists = lists_of(db, item_of(db, index, query));
+    EXPECT_TRUE(lists.both_ways);
+    return lists.current;
+  }
+};
+
+TEST_F(Rollback, RestoresChangedAndDeletedRecordsToTheLastByte) {
+  put_group(1, 3);
+  const std::string before = Memory(ledger);
+  Row row(db);
+  ZtBeginTransaction(db);
+  EXPECT_EQ(Writers(db), 1);
+  ASSERT_TRUE(Ledger::get(db, 0, row));
+  for (long long sum : {1LL, 2LL}) row.set(Ledger::sum, sum);
+  ASSERT_TRUE(Ledger::get(db, 1, row));
+  row.set(Ledger::amount, 3.0);
+  ZtDeleteRecord(db, row);
+  Ledger::erase(db, 2);
+  ZtRollbackTransaction(db);
+  EXPECT_EQ(Memory(ledger), before);
+  EXPECT_EQ(Writers(db), 0);
+  EXPECT_TRUE(db->recordcopy.m_index.empty());
+}
+
+TEST_F(Rollback, LeavesAnInsertedRecordBehindAsADeletedOne) {
+  put_group(1, 1);
+  Row row(db);
+  ZtBeginTransaction(db);
+  ASSERT_TRUE(Ledger::put(db, row, 50, 1));
+  const int updateno = ledger.catalog()->updateno;
+  ZtRollbackTransaction(db);
+  EXPECT_EQ(raw(row).record->deleted, 1);
+  EXPECT_EQ(ledger.catalog()->recordcount, 2);
+  EXPECT_EQ(ledger.catalog()->duty, 0);
+  EXPECT_EQ(ledger.catalog()->updateno, updateno);
+  EXPECT_EQ(current(Ledger::by_group, 1), (Ids{0, 1}));
+  EXPECT_EQ(Ledger::ids(db, Ledger::by_group, ZT_OP_EQUAL, {1}), std::vector<int>{0});
+  Transaction again(db);
+  EXPECT_EQ(Ledger::put(db, 50, 1), 2);
+}
+
+TEST_F(Rollback, ReachesBackToTheLastBegin) {
+  put_group(1, 1);
+  Row row(db);
+  ASSERT_TRUE(Ledger::get(db, 0, row));
+  ZtBeginTransaction(db);
+  row.set(Ledger::sum, 1LL);
+  ZtBeginTransaction(db);
+  EXPECT_EQ(raw(row).record->duty, 0) << "the first one was committed";
+  EXPECT_EQ(Writers(db), 1);
+  row.set(Ledger::sum, 2LL);
+  ZtRollbackTransaction(db);
+  EXPECT_EQ(row.get<long long>(Ledger::sum), 1);
+  row.set(Ledger::sum, 3LL);
+  ZtRollbackTransaction(db);
+  ZtCommitTransaction(db);
+  EXPECT_EQ(row.get<long long>(Ledger::sum), 3) << "without a transaction neither does anything";
+  EXPECT_EQ(raw(row).record->duty, 1);
+  { Transaction clear(db); }
+  EXPECT_EQ(raw(row).record->duty, 0);
+}
+
+// Every choice of five records is deleted, walked over (which takes their entries out) and brought back.
+TEST(RollbackAfterAWalk, PutsEntriesBackInAscendingOrder) {
+  for (int deleted = 1; deleted < 32; ++deleted) {
+    for (bool forward : {true, false}) {
+      SCOPED_TRACE("deleted " + std::to_string(deleted) + (forward ? " forward" : " backward"));
+      Ledger ledger;
+      ZtDbHandle db = ledger.writer();
+      {
+        Transaction insert(db);
+        for (int id = 0; id < 5; ++id) Ledger::put(db, id, 1);
+      }
+      ZtBeginTransaction(db);
+      for (int id = 0; id < 5; ++id) {
+        if ((deleted >> id & 1) != 0) Ledger::erase(db, id);
+      }
+      for (int index = 0; index < 3; ++index) {
+        Query query(db, index);
+        if (query.list()) forward ? query.rest(true) : query.rest_backward(query.last());
+      }
+      ZtRollbackTransaction(db);
+      Query key(db, Ledger::by_group, {1});
+      EXPECT_EQ(lists_of(db, item_of(db, Ledger::by_group, key)),
+                (Lists{{0, 1, 2, 3, 4}, {0, 1, 2, 3, 4}, true}));
+      for (int index = 0; index < 3; ++index) {
+        Query query(db, index);
+        EXPECT_EQ(query.rest(query.list()), (std::vector<int>{0, 1, 2, 3, 4})) << "index " << index;
+        EXPECT_EQ(query.rest_backward(query.last()), (std::vector<int>{4, 3, 2, 1, 0})) << "index " << index;
+      }
+    }
+  }
+}
+
+TEST_F(Rollback, BringsRecordsBackWhoseKeyWasEmptiedAndFilledAgain) {
+  put_group(1, 3);
+  ZtBeginTransaction(db);
+  for (int id : {0, 1, 2}) Ledger::erase(db, id);
+  EXPECT_TRUE(Ledger::ids(db, Ledger::by_group, ZT_OP_EQUAL, {1}).empty());
+  ASSERT_EQ(current(Ledger::by_group, 1), Ids{});
+  Ledger::put(db, 70, 1);
+  ASSERT_EQ(current(Ledger::by_group, 1), Ids{3});
+  ZtRollbackTransaction(db);
+  const Ids entries = current(Ledger::by_group, 1);
+  EXPECT_TRUE(std::is_sorted(entries.begin(), entries.end()));
+  EXPECT_EQ(Ledger::ids(db, Ledger::by_group, ZT_OP_EQUAL, {1}), (std::vector<int>{0, 1, 2}));
+  for (int id : {0, 1, 2}) EXPECT_EQ(Ledger::ids(db, Ledger::by_id, ZT_OP_EQUAL, {id}), std::vector<int>{id});
+}
+
+TEST_F(Rollback, NeverLetsASecondLiveRecordUnderAUniqueKey) {
+  put_group(1, 1);
+  ZtBeginTransaction(db);
+  Ledger::erase(db, 0);
+  EXPECT_TRUE(Ledger::ids(db, Ledger::by_id, ZT_OP_EQUAL, {0}).empty());
+  ASSERT_EQ(current(Ledger::by_id, 0), Ids{});
+  EXPECT_EQ(Ledger::put(db, 0, 2), 1) << "the key is free for now";
+  ZtRollbackTransaction(db);
+  Transaction all(db);
+  EXPECT_EQ(Ledger::ids(db, Ledger::by_id, ZT_OP_EQUAL, {0}), std::vector<int>{0});
+  EXPECT_EQ(Ledger::put(db, 0, 3), -1);
+  EXPECT_EQ(take_error(db), -1009);
+}
+
+TEST_F(Rollback, EndsTheTransactionOfAHandleThatIsDeleted) {
+  put_group(1, 2);
+  const std::string before = Memory(ledger);
+  {
+    Database other = ledger.open(ZT_MODE_READ_WRITE);
+    ZtBeginTransaction(other);
+    Row row(other);
+    ASSERT_TRUE(Ledger::get(other, 0, row));
+    row.set(Ledger::sum, 9LL);
+    Ledger::erase(other, 1);
+    ASSERT_TRUE(ZtLockPosition(other, 1));
+  }
+  EXPECT_EQ(Memory(ledger), before);
+  EXPECT_EQ(std::string(db->lock.m_lockpage.m_p, 40), std::string(40, '\0')) << "both positions are free";
+}
+
+TEST_F(Rollback, ForgetsRecordsThatAResetTookAway) {
+  put_group(1, 3);
+  for (bool commit : {false, true}) {
+    SCOPED_TRACE(commit ? "commit" : "rollback");
+    ZtBeginTransaction(db);
+    Row row(db);
+    ASSERT_TRUE(Ledger::get(db, 0, row));
+    row.set(Ledger::sum, 9LL);
+    Ledger::put(db, 80, 1);
+    ZtResetDb(db);
+    const std::string before = Memory(ledger);
+    commit ? ZtCommitTransaction(db) : ZtRollbackTransaction(db);
+    EXPECT_EQ(ledger.catalog()->duty, 0) << "readers get in again";
+    std::string expected = before;
+    expected[192 + offsetof(Rb_tablename, duty)] = 0;
+    EXPECT_EQ(Memory(ledger), expected) << "nothing else is written into the abandoned memory";
+    put_group(1, 3);
+    EXPECT_EQ(Ledger::ids(db, Ledger::by_group, ZT_OP_EQUAL, {1}), (std::vector<int>{0, 1, 2}));
+  }
+}
+
+TEST_F(Rollback, CoversTheRecordsPutInPlaceOfTheOnesReset) {
+  put_group(1, 3);
+  ZtBeginTransaction(db);
+  Row row(db);
+  ASSERT_TRUE(Ledger::get(db, 1, row));
+  ZtRecord* const address = raw(row).record;
+  row.set(Ledger::sum, 9LL);
+  ZtResetDb(db);
+  for (int id = 0; id < 3; ++id) Ledger::put(db, id, 2);
+  ASSERT_TRUE(Ledger::get(db, 1, row));
+  ASSERT_EQ(raw(row).record, address) << "the same place in memory, another record";
+  ZtRollbackTransaction(db);
+  EXPECT_EQ(address->deleted, 1);
+  EXPECT_TRUE(Ledger::ids(db, Ledger::by_group, ZT_OP_GREATER, {0}).empty());
+}
+
+TEST(Reset, EmptiesEveryHandlesViewInPlace) {
+  Ledger ledger;
+  Database other = ledger.open(ZT_MODE_READ_WRITE), reader = ledger.open(ZT_MODE_READ_ONLY);
+  ZTINT8 size = 0, used_empty = 0, used = 0;
+  ZtMemoryInfo(other, &size, &used_empty);
+  for (int round = 0; round < 3; ++round) {
+    {
+      Transaction insert(other);
+      for (int id = 0; id < 50; ++id) ASSERT_EQ(Ledger::put(other, id, id % 3), id);
+    }
+    EXPECT_EQ(Ledger::ids(reader, Ledger::by_id, ZT_OP_GREATER_EQUAL, {0}).size(), 50u);
+    ASSERT_TRUE(ZtLockDb(ledger.writer(), ZT_LOCK_EXCLUSIVE));
+    ZtResetDb(ledger.writer());
+    ZtUnLockDb(ledger.writer());
+    ZtMemoryInfo(reader, &size, &used);
+    EXPECT_EQ(used, used_empty);
+    for (ZtDbHandle db : {ledger.writer(), static_cast<ZtDbHandle>(other), static_cast<ZtDbHandle>(reader)}) {
+      for (int index : {-1, 0, 1, 2}) EXPECT_FALSE(Query(db, index).list()) << index;
+    }
+  }
+  ZtResetDb(reader);
+  EXPECT_EQ(take_error(reader), -1008);
+}
+
+TEST(ReadOnlyTransaction, TakesNoLock) {
+  Ledger ledger;
+  Database reader = ledger.open(ZT_MODE_READ_ONLY);
+  ZtBeginTransaction(reader);
+  EXPECT_EQ(std::string(ledger.writer()->lock.m_lockpage.m_p, 40), std::string(40, '\0'));
+  ZtRollbackTransaction(reader);
+  ZtCommitTransaction(reader);
+}
+
+// Random transactions of two handles in turn against a model, committed, rolled back or cut off by a new
+// begin, with walks in between that take deleted entries out.
+TEST(Transactions, LeaveExactlyTheModelsRecordsVisible) {
+  struct Booking {
+    int id, group;
+    long long sum;
+    bool operator==(const Booking&) const = default;
+  };
+  using State = std::map<int, Booking>;  // by record id
+  for (unsigned seed : {21u, 22u, 23u, 24u, 25u}) {
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    const auto below = [&](int limit) { return static_cast<int>(random() % static_cast<unsigned>(limit)); };
+    Ledger ledger;
+    Database other = ledger.open(ZT_MODE_READ_WRITE), reader = ledger.open(ZT_MODE_READ_ONLY);
+    State state;
+    int next_id = 0;
+    const auto visible = [&](ZtDbHandle db, int index, bool forward) {
+      State found;
+      Query query(db, index);
+      Row row(db);
+      bool placed = query.list();
+      if (placed && !forward) placed = query.last();
+      for (; placed; placed = forward ? query.next() : query.prev()) {
+        EXPECT_TRUE(query.fetch(row));
+        const bool fresh = found
+                               .emplace(ZtGetRecordId(db, row),
+                                        Booking{row.get<int>(Ledger::id), row.get<int>(Ledger::group),
+                                                row.get<long long>(Ledger::sum)})
+                               .second;
+        EXPECT_TRUE(fresh) << "record " << ZtGetRecordId(db, row) << " twice";
+      }
+      return found;
+    };
+    for (int transaction = 0; transaction < 120 && !testing::Test::HasFailure(); ++transaction) {
+      ZtDbHandle db = transaction % 2 == 0 ? ledger.writer() : static_cast<ZtDbHandle>(other);
+      State changed = state;
+      ZtBeginTransaction(db);
+      for (int op = below(12); op >= 0; --op) {
+        const int kind = below(10);
+        Row row(db);
+        if (kind < 4 || changed.empty()) {
+          const Booking b = {below(40), below(3), 0};
+          const bool taken = std::any_of(changed.begin(), changed.end(),
+                                         [&](const auto& other_b) { return other_b.second.id == b.id; });
+          const int record_id = Ledger::put(db, b.id, b.group);
+          ASSERT_EQ(record_id, taken ? -1 : next_id) << "id " << b.id;
+          if (!taken) changed[next_id++] = b;
+          continue;
+        }
+        const auto victim = std::next(changed.begin(), below(static_cast<int>(changed.size())));
+        ASSERT_TRUE(Ledger::get(db, victim->first, row));
+        if (kind < 6) {
+          ASSERT_TRUE(row.set(Ledger::sum, ++victim->second.sum));
+        } else if (kind < 9) {
+          ZtDeleteRecord(db, row);
+          changed.erase(victim);
+        } else {
+          EXPECT_EQ(visible(db, below(3), below(2) == 0), changed);
+        }
+      }
+      switch (below(3)) {
+        case 0:
+          ZtRollbackTransaction(db);
+          break;
+        case 1:
+          state = changed;
+          ZtCommitTransaction(db);
+          break;
+        default:
+          state = changed;
+          ZtBeginTransaction(db);
+          ZtRollbackTransaction(db);
+      }
+      for (int index : {-1, 0, 1, 2}) {
+        for (bool forward : {true, false}) {
+          EXPECT_EQ(visible(reader, index, forward), state) << "reader, index " << index;
+          if (transaction % 4 == 0) {
+            EXPECT_EQ(visible(db, index, forward), state) << "writer, index " << index;
+          }
+        }
+      }
+    }
+  }
+}
+
+}  // namespace
