@@ -19,6 +19,7 @@ int insert_until_told(const TempDirectory& directory, Gate& gate) {
     commit_item(db, id, "name " + std::to_string(id), id % 7, id / 4.0);
     if (id == 0) gate.tell('r');
   }
+  gate.wait_for('e');
   return 0;
 }
 
