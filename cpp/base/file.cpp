@@ -44,6 +44,10 @@ bool Descriptor::close() {
 }
 
 Descriptor open_file(const char* path, int flags, mode_t mode) {
+  if (path == nullptr) {
+    errno = EFAULT;
+    return Descriptor();
+  }
   return Descriptor(retry_interrupted([=] { return open(path, flags | O_CLOEXEC, mode); }));
 }
 
