@@ -65,6 +65,8 @@ class KeyFields {
       : base_(base), item_(static_cast<const char*>(key)), checked_(checks_links(base)) {
     if (checked_ && runs_out(base, key, sizeof(ZtIndexItem))) return;
     stored_ = load_unaligned<unsigned char>(item_ + offsetof(ZtIndexItem, sharememory)) == 1;
+    // What a writer is about to make a key has no addresses of this process in it.
+    if (checked_ && !stored_ && is_shared(base, key)) return;
     count_ = load_unaligned<signed char>(item_ + offsetof(ZtIndexItem, point));
     fields_ = load_unaligned<char*>(item_ + offsetof(ZtIndexItem, index));
     if (stored_) fields_ = resolve(fields_, count_ * static_cast<std::int64_t>(sizeof(ZtIndexField)));
