@@ -25,6 +25,25 @@ extern "C" {
  */
 CACHET_API bool ZtxEnableRecovery(ZtDbHandle database);
 
+/* ------------------------------------------------------------------------------------------------------- */
+/* Image files                                                                                             */
+/* ------------------------------------------------------------------------------------------------------- */
+
+/*
+ * ZtWriteDbFile of a live database: waits for the writer that holds the transactions' lock, keeps others out
+ * while it writes the image, and lets them in again. Inside a transaction of this handle, which holds the
+ * lock already, the image has the changes made so far. A writer that uses no transactions is not kept out.
+ * Errors: -1008 as ZtWriteDbFile, and when the lock cannot be taken.
+ */
+CACHET_API bool ZtxWriteDbFileLocked(ZtDbHandle database, const char* filename);
+
+/*
+ * Whether ZtReadDbFile would load this image into the attached database. Changes nothing, and a read-only
+ * handle may ask too. Errors: -1010 for an image of another version, -1008 for one that does not fit, is
+ * truncated or cannot be opened.
+ */
+CACHET_API bool ZtxCheckDbFile(ZtDbHandle database, const char* filename);
+
 #ifdef __cplusplus
 }
 #endif

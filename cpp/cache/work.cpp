@@ -111,7 +111,8 @@ bool finish_work_of_dead(ZtDbHandle database) {
       finished = finish_commit_of(database, owner);
       break;
     case work_reset:
-      reset_in_place(database);
+      database->base.memory->transactioncount = 0;
+      reset_in_place(database, database->base.memory->size);
       for (std::size_t id = 0; id < database->database.size(); ++id) {
         unmark_table(catalog_of(database, static_cast<int>(id)));
       }

@@ -6,6 +6,8 @@
 //   2. its header is cleared: complete before anything leads to it;
 //   3. the table is marked: read-only readers keep out until the commit;
 //   4. the index trees, then the record-id tree.
+#include "cache/write.h"
+
 #include <cstring>
 
 #include "cache/copies.h"
@@ -88,6 +90,16 @@ bool insert_in_place(ZtDbHandle database, ZtRecordRow* row, const Store& store) 
 }
 
 }  // namespace
+
+namespace cachet {
+
+bool require_room_for_record(ZtDbHandle database, int record_bytes) {
+  Fronts fronts = Fronts::of(&database->base);
+  const bool fits = fronts.take_data(record_bytes, 8, true) >= 0;
+  return (fits && fronts.data - fronts.node >= least_free_bytes) || no_room(database);
+}
+
+}  // namespace cachet
 
 bool ZtPutRecord(ZtDbHandle database, ZtRecordHandle record) {
   ZtTable* const table = writable_table(database, record);
