@@ -4,7 +4,7 @@ namespace cachet {
 
 namespace {
 
-bool make_robust(pthread_mutex_t& mutex) {
+[[maybe_unused]] bool make_robust(pthread_mutex_t& mutex) {
   pthread_mutexattr_t attributes;
   if (pthread_mutexattr_init(&attributes) != 0) return false;
   const bool made = pthread_mutexattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED) == 0 &&
@@ -16,6 +16,12 @@ bool make_robust(pthread_mutex_t& mutex) {
 
 }  // namespace
 
+#ifdef CACHET_WITHOUT_RECOVERY
+// For comparisons: a page without the magic is used like a plain implementation's.
+bool prepare(LockPage&) {
+  return true;
+}
+#else
 bool prepare(LockPage& page) {
   for (SlotSection& section : page.sections) {
     if (!make_robust(section.mutex)) return false;
@@ -26,5 +32,6 @@ bool prepare(LockPage& page) {
   store_release<std::uint64_t>(&page.magic, lock_page_magic);
   return true;
 }
+#endif
 
 }  // namespace cachet
