@@ -60,12 +60,6 @@ TEST_F(LockDb, KeepsEveryHandlesOwnLevel) {
   EXPECT_EQ(lock_level(directory), 0);
 }
 
-TEST_F(LockDb, RefusesOtherModes) {
-  Database db = create_items(directory);
-  for (const int mode : {-1, 0, 3}) EXPECT_FALSE(ZtLockDb(db, mode)) << mode;
-  EXPECT_EQ(lock_level(directory), 0);
-}
-
 TEST_F(LockDb, OfADifferentSpellingIsTheSameFile) {
   Database a = create_items(directory);
   Database b;
@@ -115,17 +109,6 @@ TEST_F(KeyFiles, AreNotReachedThroughSymbolicLinks) {
     EXPECT_EQ(status.st_mode & 0777, 0640u) << c.suffix;
     EXPECT_EQ(status.st_size, 8) << c.suffix;
   }
-}
-
-TEST_F(KeyFiles, AreNotOpenedThroughSymbolicLinks) {
-  Database creator = create_items(directory);
-  const std::string file = directory.base() + "00.data";
-  fs::rename(file, file + ".real");
-  fs::create_symlink(file + ".real", file);
-  EXPECT_EQ(error_of([&] { return begin_open(directory); }),
-            failure(text::open_file_failed, file.c_str(), ELOOP));
-  fs::remove(file);
-  fs::rename(file + ".real", file);
 }
 
 TEST_F(KeyFiles, OfSomebodyElseAreNotRemoved) {

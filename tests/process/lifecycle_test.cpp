@@ -214,52 +214,6 @@ TEST_F(CreateDb, RefusesWhatTheHeaderCannotHold) {
   }
 }
 
-TEST_F(ConnectDb, LoadsEverythingWithoutTheFileLock) {
-  Database creator = create_items(directory);
-  ASSERT_TRUE(commit_item(creator, 3, "three"));
-  ASSERT_TRUE(ZtLockDb(creator, ZT_LOCK_EXCLUSIVE));
-  for (const int mode : {ZT_MODE_READ_ONLY, ZT_MODE_READ_WRITE}) {
-    Child other([&](Gate&) {
-      Database db;
-      EXPECT_TRUE(ZtConnectDb(db.out(), directory.path().c_str(), "d", mode));
-      Row row(db);
-      EXPECT_TRUE(find_item(db, 3, row));
-      EXPECT_EQ(row.text(item_name), "three");
-      return 0;
-    });
-    EXPECT_EQ(other.exit_status(), 0) << mode;
-  }
-}
-
-TEST_F(ResetDb, EmptiesTheTablesOfEveryProcessInPlace) {
-  Database creator = create_items(directory);
-  for (int id = 0; id < 200; ++id) ASSERT_TRUE(commit_item(creator, id));
-  Child reader([&](Gate& gate) {
-    Database db = open_items(directory, ZT_MODE_READ_ONLY);
-    Row row(db);
-    EXPECT_TRUE(find_item(db, 5, row));
-    gate.tell('o');
-    gate.wait_for('r');
-    Condition all(by_id);
-    EXPECT_FALSE(ZtListRecord(db, items, all));
-    gate.tell('e');
-    gate.wait_for('p');
-    EXPECT_TRUE(find_item(db, 5, row));
-    EXPECT_EQ(ZtGetRecordId(db, row), 0);
-    return 0;
-  });
-  ASSERT_TRUE(reader.wait_for('o'));
-  ZtResetDb(creator);
-  constexpr int catalog_end = 192 + 96 + 3 * 96 + 4 * 104 + 3 * 16;
-  EXPECT_EQ(used_bytes(creator), (catalog_end + 31) / 32 * 32 + 4 * 32);
-  EXPECT_EQ(RawMemory(directory.base()).i64(144), 4) << "heads";
-  reader.tell('r');
-  EXPECT_TRUE(reader.wait_for('e'));
-  EXPECT_TRUE(commit_item(creator, 5));
-  reader.tell('p');
-  EXPECT_EQ(reader.exit_status(), 0);
-}
-
 // Processes that open the database if it is there, make it if not, use it and leave, all at once. Refusals
 // are part of it; a crash, a process that hangs, or anything left behind is not.
 TEST(Lifecycle, SurvivesProcessesThatComeAndGo) {

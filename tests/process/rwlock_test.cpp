@@ -90,27 +90,6 @@ struct ProcessLock : DatabaseTest {
   std::vector<std::unique_ptr<Visitor>> visitors;
 };
 
-TEST_F(ProcessLock, WritersExcludeOneAnother) {
-  Visitor &first = visitor(writing), &second = visitor(writing), &third = visitor(writing);
-  first.enter();
-  second.ask();
-  third.ask();
-  expect_waiting(writers_waiting, 2);
-  EXPECT_FALSE(second.is_in() || third.is_in());
-  first.leave();
-  ASSERT_TRUE(eventually([&] { return second.is_in() || third.is_in(); }));
-  Visitor &next = second.is_in() ? second : third, &last = second.is_in() ? third : second;
-  next.expect_in();
-  EXPECT_EQ(word(writers), 1);
-  EXPECT_EQ(word(writers_waiting), 1);
-  EXPECT_FALSE(last.is_in());
-  next.leave();
-  last.expect_in();
-  last.leave();
-  EXPECT_EQ(word(writers), 0);
-  EXPECT_EQ(word(writers_waiting), 0);
-}
-
 TEST_F(ProcessLock, ReadersWaitForAWriterAndThenAllComeIn) {
   Visitor& writer = visitor(writing);
   writer.enter();
@@ -122,13 +101,6 @@ TEST_F(ProcessLock, ReadersWaitForAWriterAndThenAllComeIn) {
   for (Visitor* reader : waiting) reader->expect_in();
   EXPECT_EQ(word(readers), 3);
   EXPECT_EQ(word(readers_waiting), 0);
-}
-
-TEST_F(ProcessLock, WritersDoNotWaitForReaders) {
-  visitor(reading).enter();
-  visitor(writing).enter();
-  EXPECT_EQ(word(readers), 1);
-  EXPECT_EQ(word(writers), 1);
 }
 
 TEST_F(ProcessLock, AWaitingWriterGoesBeforeWaitingReaders) {
@@ -311,55 +283,6 @@ TEST_F(ProcessLock, NeverHoldsTwoWritersInAStormOfSignalsAndPosts) {
   for (Word w : {spin, writers, writers_waiting, readers, readers_waiting}) EXPECT_EQ(word(w), 0) << w;
 }
 
-// The user is forked before anything is attached: a child inherits its parent's attachments.
-TEST_F(DatabaseTest, TheLastProcessToCloseTheLockRemovesEverything) {
-  std::string name = directory.base();
-  Child user([&](Gate& gate) {
-    Crwspinlock own;
-    gate.wait_for('o');
-    EXPECT_TRUE(own.Open(name.data(), 1));
-    gate.tell('o');
-    gate.wait_for('c');
-    EXPECT_TRUE(own.Lock(1, writing)) << "it still serves";
-    own.Unlock(1, writing, -1, nullptr);
-    own.Close();
-    return 0;
-  });
-  Crwspinlock lock;
-  ASSERT_TRUE(lock.Create(name.data(), 1));
-  user.tell('o');
-  ASSERT_TRUE(user.wait_for('o'));
-  lock.Close();
-  EXPECT_EQ(directory.leftovers().size(), 12u);
-  user.tell('c');
-  EXPECT_EQ(user.exit_status(), 0);
-}
-
-TEST(SpinLock, CountsExactlyAcrossProcesses) {
-  struct Counter {
-    std::int32_t word, plain;
-  };
-  constexpr int rounds = 20000;
-  Shared<Counter> shared;
-  std::vector<std::unique_ptr<Child>> children;
-  for (int i = 0; i < 3; ++i) {
-    children.push_back(std::make_unique<Child>([&](Gate&) {
-      Cspinlock lock;
-      lock.Set(reinterpret_cast<char*>(&shared->word));
-      for (int round = 0; round < rounds; ++round) {
-        lock.Lock();
-        const int seen = cachet::load_relaxed<int>(&shared->plain);
-        cachet::store_relaxed<int>(&shared->plain, seen + 1);
-        lock.Unlock();
-      }
-      return 0;
-    }));
-  }
-  for (auto& child : children) EXPECT_EQ(child->exit_status(), 0);
-  EXPECT_EQ(shared->plain, 3 * rounds);
-  EXPECT_EQ(shared->word, 0);
-}
-
 TEST(SpinLock, IsNotRaisedByContendersThatDie) {
   Shared<std::int32_t> word;
   Cspinlock lock;
@@ -380,34 +303,6 @@ TEST(SpinLock, IsNotRaisedByContendersThatDie) {
   }
   lock.Unlock();
   EXPECT_EQ(*word, 0);
-}
-
-TEST(FileLock, SharesAndExcludesBetweenProcesses) {
-  TempDirectory directory;
-  std::string name = directory.base();
-  RWLock lock(name.data());
-  ASSERT_TRUE(lock.lock(1, 1, -1));
-  Child other([&](Gate& gate) {
-    RWLock own(name.data());
-    EXPECT_TRUE(own.lock(1, 1, -1));
-    EXPECT_TRUE(own.lock(2, 2, -1)) << "another byte";
-    gate.tell('s');
-    gate.wait_for('x');
-    EXPECT_TRUE(own.lock(2, 1, -1)) << "waits for the other process";
-    gate.tell('x');
-    gate.wait_for('o');
-    own.unlock(1);
-    return 0;
-  });
-  ASSERT_TRUE(other.wait_for('s'));
-  other.tell('x');
-  other.wait_until_asleep();
-  EXPECT_FALSE(other.has_sign());
-  lock.unlock(1);
-  ASSERT_TRUE(other.wait_for('x'));
-  other.tell('o');
-  EXPECT_EQ(other.exit_status(), 0);
-  EXPECT_TRUE(lock.lock(2, 1, 0));
 }
 
 TEST(LockPosition, IsTakenOnceAtTheLevelOfTheHandlesMode) {

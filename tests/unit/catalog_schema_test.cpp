@@ -113,47 +113,6 @@ TEST_F(Catalog, GivesAnotherHandleTheVerySameTables) {
   }
 }
 
-TEST_F(Catalog, CutsNamesToTheRoomOfItsRecords) {
-  Database creator = begin_create(directory);
-  const std::string name(127, 'n');
-  ZtAddTable(creator, name.c_str());
-  ZtAddField(creator, 0, name.c_str(), FIELD_INT, 4, -1);
-  ZtAddIndex(creator, 0, name.c_str(), ZT_INDEX_UNIQUE);
-  finish_create(creator);
-  const Database opener = open_items(directory);
-  const ZtTable& table = tables_of(opener)[0];
-  EXPECT_EQ(table.name, name.substr(0, 78));
-  EXPECT_EQ(table.fielddescrible[0].name, name.substr(0, 79));
-  EXPECT_EQ(table.indexdescrible[0].name, name.substr(0, 79));
-  EXPECT_EQ(table.recordlength, 4);
-}
-
-TEST_F(Catalog, TakesTheBytesItsRecordsTake) {
-  const struct {
-    int tables, fields, index_fields;
-    ZTINT8 head_size, node_front;  // before the heads are made
-  } cases[] = {{0, 0, 0, 192, 192}, {1, 3, 2, 728, 736}};
-  for (const auto& c : cases) {
-    Database db = begin_create(directory);
-    ZTINT8 size = 0;
-    ZTINT8 used = 0;
-    ZtMemoryInfo(db, &size, &used);
-    EXPECT_EQ(size, small_bytes);
-    EXPECT_EQ(used, 192) << "a fresh database";
-    for (int t = 0; t < c.tables; ++t) ZtAddTable(db, "t");
-    for (int f = 0; f < c.fields; ++f) ZtAddField(db, 0, "f", FIELD_INT, 4, -1);
-    if (c.index_fields > 0) ZtAddIndex(db, 0, "i", ZT_INDEX_UNIQUE);
-    for (int f = 0; f < c.index_fields; ++f) ZtAddIndexField(db, 0, 0, f);
-    ZtSaveDbInfo(db);
-    EXPECT_EQ(base_of(db)->memory->memoryheadsize, c.head_size);
-    EXPECT_EQ(base_of(db)->memory->nodeoffset, c.node_front);
-    ZtLoadDb(db);
-    for (const ZtTable& table : tables_of(db)) {
-      EXPECT_EQ(reinterpret_cast<char*>(table.listindex) - base_of(db)->share_memory_begin[0], c.node_front);
-    }
-  }
-}
-
 TEST_F(Catalog, ThatDoesNotFitIsRefusedAndNotWritten) {
   Database db = begin_create(directory, 1000);
   silence(db);

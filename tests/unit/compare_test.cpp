@@ -42,12 +42,6 @@ TEST(CompareKeys, IsPositiveWhenTheFirstKeyOrdersBeforeTheSecond) {
   ExpectOrdered(Key(FIELD_INT8, 0xffffffffLL), Key(FIELD_INT8, 0x100000000LL), "int8 beyond 32 bits");
 }
 
-TEST(CompareKeys, TellsMerelyUnequalNumbersByPlusAndMinusOne) {
-  Key low(FIELD_INT8, std::numeric_limits<long long>::min()), high(FIELD_INT8, 5LL);
-  EXPECT_EQ(Compare(low, high), 1);
-  EXPECT_EQ(Compare(high, low), -1);
-}
-
 TEST(CompareKeys, OrdersNotANumberBehindFromBothSides) {
   Key number(FIELD_DOUBLE, 1.0), nan(FIELD_DOUBLE, std::nan(""));
   EXPECT_EQ(Compare(number, nan), -1);
@@ -106,18 +100,6 @@ TEST(CompareKeys, EndsATextWithoutTerminatorAtItsWidth) {
   EXPECT_EQ(Compare(closed, open), 0);
   EXPECT_GT(Compare(open, longer), 0);
   EXPECT_LT(Compare(longer, open), 0);
-}
-
-TEST(CompareRecordIds, OrdersBySixtyFourBitIdAlone) {
-  struct {
-    ZTINT8 a, b;
-    int expected;
-  } const cases[] = {{0, 1, 1}, {1, 0, -1}, {5, 5, 0}, {-1, 0, 1}, {0xffffffffLL, 0x100000000LL, 1}};
-  Rb_base base;
-  for (const auto& c : cases) {
-    ZtListItem a = {c.a, 9}, b = {c.b, 4};
-    EXPECT_EQ(ZtComp2(&base, &a, &b), c.expected) << c.a << " against " << c.b;
-  }
 }
 
 double Rounded(double value, int decimals) {

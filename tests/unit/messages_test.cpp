@@ -81,29 +81,10 @@ TEST(GbkTable, AgreesWithIconv) {
   }
 }
 
-TEST(GbkTable, HoldsNoCharacterThatNoMessageUses) {
-  std::string used;  // every double byte of the catalogue, one line each
-  for (const Text& text : catalogue) {
-    for (std::size_t at = 0; at < text.gbk.size(); ++at) {
-      if (static_cast<unsigned char>(text.gbk[at]) < 0x80) continue;
-      used += text.gbk.substr(at++, 2) + '\n';
-    }
-  }
-  for (const auto& character : cachet::gbk::characters) {
-    const std::string line = gbk_bytes(character) + '\n';
-    EXPECT_NE(used.find(line), std::string::npos) << std::hex << character.gbk;
-  }
-}
-
 TEST(Messages, AreTheirSourceInGbk) {
   for (const Text& text : catalogue) {
     EXPECT_EQ(convert("GBK", "UTF-8", bytes_of(text.utf8)), text.gbk) << text.name;
   }
-}
-
-TEST(Messages, StandUnderOneNameEach) {
-  std::set<std::string> seen;
-  for (const Text& text : catalogue) EXPECT_TRUE(seen.insert(text.gbk).second) << text.name;
 }
 
 TEST(Messages, AreFilledWithTheirArguments) {
@@ -126,24 +107,6 @@ TEST(Messages, AreCutAtAWholeCharacterInEveryBuffer) {
         << "more than half a character lost at " << size;
   }
   EXPECT_EQ(formatted(full.size() + 1, mixed, mixed), full);
-}
-
-TEST(Messages, AreCutAtAWholeCharacterWhenAnArgumentIsHuge) {
-  for (const std::string lead : {"", "x"}) {
-    std::string argument = lead;
-    for (int i = 0; i < 800; ++i) argument += "\xB0\xE6";
-    const std::string cut = formatted(4000, argument.c_str(), "");
-    EXPECT_TRUE(is_whole_gbk(cut));
-    EXPECT_GE(cut.size(), 998u);
-    EXPECT_LE(cut.size(), 999u);
-  }
-}
-
-TEST(Messages, PrintAsOneLineOnStandardOutput) {
-  testing::internal::CaptureStdout();
-  message::print_line(message::create_sessions_failed, "base");
-  const std::string line = testing::internal::GetCapturedStdout();
-  EXPECT_TRUE(line.ends_with("\xCA\xA7\xB0\xDC(base)\n"));
 }
 
 TEST(Placeholders, MatchOnlyTheirOwnTypesInOrder) {
@@ -174,16 +137,6 @@ TEST(BoundedLength, IsTheLongestWholePrefixAtEveryCut) {
 TEST(BoundedLength, KeepsStrayBytesOfATextThatFits) {
   for (const char* text : {"\xE9", "caf\xE9", "\xE9 x", "\xFF\xFF", "\x80", "\xB0\xE6\xB0"}) {
     EXPECT_EQ(cachet::bounded_length(text, std::strlen(text)), std::strlen(text));
-  }
-}
-
-TEST(CopyBounded, TerminatesWithinItsRoom) {
-  for (std::size_t size = 0; size <= sizeof mixed + 1; ++size) {
-    std::string room(size + 1, '#');
-    cachet::copy_bounded(room.data(), size, mixed);
-    EXPECT_EQ(room[size], '#');
-    if (size == 0) continue;
-    EXPECT_EQ(std::strlen(room.data()), cachet::bounded_length(mixed, size - 1));
   }
 }
 

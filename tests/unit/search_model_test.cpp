@@ -182,20 +182,6 @@ TEST(Search, RefusesAnUnknownOperatorAndKeepsTheCursor) {
   EXPECT_EQ(query.id(), 0);
 }
 
-TEST(Search, RefusesBadTablesAndIndexes) {
-  Ledger ledger;
-  Query query(ledger.writer(), 0, {1});
-  for (int table : {-1, 1, 1000000}) {
-    EXPECT_FALSE(ZtFindRecord(ledger.writer(), table, query, ZT_OP_EQUAL));
-    EXPECT_EQ(take_error(ledger.writer()), -1008) << table;
-  }
-  for (int index : {-1, 3, 1000000}) {
-    ZtSetConditionIndex(query, index);
-    EXPECT_FALSE(query.find(ZT_OP_EQUAL));
-    EXPECT_EQ(take_error(ledger.writer()), -1008) << index;
-  }
-}
-
 TEST(Search, ReportsAKeyThatLostFields) {
   Ledger ledger;
   Transaction all(ledger.writer());

@@ -16,11 +16,6 @@ namespace {
 using namespace cachet::test;
 using Ids = std::vector<ZTINT8>;
 
-std::string Memory(const Ledger& ledger) {
-  return std::string(ledger.writer()->base.share_memory_begin[0],
-                     static_cast<std::size_t>(ledger.header()->size));
-}
-
 int Writers(ZtDbHandle db) {
   return cachet::load_acquire<int>(db->lock.m_lockpage.m_p + 4);
 }
@@ -43,7 +38,7 @@ struct Rollback : testing::Test {
 
 TEST_F(Rollback, RestoresChangedAndDeletedRecordsToTheLastByte) {
   put_group(1, 3);
-  const std::string before = Memory(ledger);
+  const std::string before = memory_of(ledger);
   Row row(db);
   ZtBeginTransaction(db);
   EXPECT_EQ(Writers(db), 1);
@@ -54,7 +49,7 @@ TEST_F(Rollback, RestoresChangedAndDeletedRecordsToTheLastByte) {
   ZtDeleteRecord(db, row);
   Ledger::erase(db, 2);
   ZtRollbackTransaction(db);
-  EXPECT_EQ(Memory(ledger), before);
+  EXPECT_EQ(memory_of(ledger), before);
   EXPECT_EQ(Writers(db), 0);
   EXPECT_TRUE(db->recordcopy.m_index.empty());
 }
@@ -129,21 +124,6 @@ TEST(RollbackAfterAWalk, PutsEntriesBackInAscendingOrder) {
   }
 }
 
-TEST_F(Rollback, BringsRecordsBackWhoseKeyWasEmptiedAndFilledAgain) {
-  put_group(1, 3);
-  ZtBeginTransaction(db);
-  for (int id : {0, 1, 2}) Ledger::erase(db, id);
-  EXPECT_TRUE(Ledger::ids(db, Ledger::by_group, ZT_OP_EQUAL, {1}).empty());
-  ASSERT_EQ(current(Ledger::by_group, 1), Ids{});
-  Ledger::put(db, 70, 1);
-  ASSERT_EQ(current(Ledger::by_group, 1), Ids{3});
-  ZtRollbackTransaction(db);
-  const Ids entries = current(Ledger::by_group, 1);
-  EXPECT_TRUE(std::is_sorted(entries.begin(), entries.end()));
-  EXPECT_EQ(Ledger::ids(db, Ledger::by_group, ZT_OP_EQUAL, {1}), (std::vector<int>{0, 1, 2}));
-  for (int id : {0, 1, 2}) EXPECT_EQ(Ledger::ids(db, Ledger::by_id, ZT_OP_EQUAL, {id}), std::vector<int>{id});
-}
-
 TEST_F(Rollback, NeverLetsASecondLiveRecordUnderAUniqueKey) {
   put_group(1, 1);
   ZtBeginTransaction(db);
@@ -158,22 +138,6 @@ TEST_F(Rollback, NeverLetsASecondLiveRecordUnderAUniqueKey) {
   EXPECT_EQ(take_error(db), -1009);
 }
 
-TEST_F(Rollback, EndsTheTransactionOfAHandleThatIsDeleted) {
-  put_group(1, 2);
-  const std::string before = Memory(ledger);
-  {
-    Database other = ledger.open(ZT_MODE_READ_WRITE);
-    ZtBeginTransaction(other);
-    Row row(other);
-    ASSERT_TRUE(Ledger::get(other, 0, row));
-    row.set(Ledger::sum, 9LL);
-    Ledger::erase(other, 1);
-    ASSERT_TRUE(ZtLockPosition(other, 1));
-  }
-  EXPECT_EQ(Memory(ledger), before);
-  EXPECT_EQ(std::string(db->lock.m_lockpage.m_p, 40), std::string(40, '\0')) << "both positions are free";
-}
-
 TEST_F(Rollback, ForgetsRecordsThatAResetTookAway) {
   put_group(1, 3);
   for (bool commit : {false, true}) {
@@ -184,12 +148,12 @@ TEST_F(Rollback, ForgetsRecordsThatAResetTookAway) {
     row.set(Ledger::sum, 9LL);
     Ledger::put(db, 80, 1);
     ZtResetDb(db);
-    const std::string before = Memory(ledger);
+    const std::string before = memory_of(ledger);
     commit ? ZtCommitTransaction(db) : ZtRollbackTransaction(db);
     EXPECT_EQ(ledger.catalog()->duty, 0) << "readers get in again";
     std::string expected = before;
     expected[192 + offsetof(Rb_tablename, duty)] = 0;
-    EXPECT_EQ(Memory(ledger), expected) << "nothing else is written into the abandoned memory";
+    EXPECT_EQ(memory_of(ledger), expected) << "nothing else is written into the abandoned memory";
     put_group(1, 3);
     EXPECT_EQ(Ledger::ids(db, Ledger::by_group, ZT_OP_EQUAL, {1}), (std::vector<int>{0, 1, 2}));
   }
@@ -209,39 +173,6 @@ TEST_F(Rollback, CoversTheRecordsPutInPlaceOfTheOnesReset) {
   ZtRollbackTransaction(db);
   EXPECT_EQ(address->deleted, 1);
   EXPECT_TRUE(Ledger::ids(db, Ledger::by_group, ZT_OP_GREATER, {0}).empty());
-}
-
-TEST(Reset, EmptiesEveryHandlesViewInPlace) {
-  Ledger ledger;
-  Database other = ledger.open(ZT_MODE_READ_WRITE), reader = ledger.open(ZT_MODE_READ_ONLY);
-  ZTINT8 size = 0, used_empty = 0, used = 0;
-  ZtMemoryInfo(other, &size, &used_empty);
-  for (int round = 0; round < 3; ++round) {
-    {
-      Transaction insert(other);
-      for (int id = 0; id < 50; ++id) ASSERT_EQ(Ledger::put(other, id, id % 3), id);
-    }
-    EXPECT_EQ(Ledger::ids(reader, Ledger::by_id, ZT_OP_GREATER_EQUAL, {0}).size(), 50u);
-    ASSERT_TRUE(ZtLockDb(ledger.writer(), ZT_LOCK_EXCLUSIVE));
-    ZtResetDb(ledger.writer());
-    ZtUnLockDb(ledger.writer());
-    ZtMemoryInfo(reader, &size, &used);
-    EXPECT_EQ(used, used_empty);
-    for (ZtDbHandle db : {ledger.writer(), static_cast<ZtDbHandle>(other), static_cast<ZtDbHandle>(reader)}) {
-      for (int index : {-1, 0, 1, 2}) EXPECT_FALSE(Query(db, index).list()) << index;
-    }
-  }
-  ZtResetDb(reader);
-  EXPECT_EQ(take_error(reader), -1008);
-}
-
-TEST(ReadOnlyTransaction, TakesNoLock) {
-  Ledger ledger;
-  Database reader = ledger.open(ZT_MODE_READ_ONLY);
-  ZtBeginTransaction(reader);
-  EXPECT_EQ(std::string(ledger.writer()->lock.m_lockpage.m_p, 40), std::string(40, '\0'));
-  ZtRollbackTransaction(reader);
-  ZtCommitTransaction(reader);
 }
 
 // Random transactions of two handles in turn against a model, committed, rolled back or cut off by a new
