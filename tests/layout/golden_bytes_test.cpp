@@ -76,18 +76,11 @@ class GoldenBytes : public DatabaseTest {
   }
 
   void define() {
-    ZtAddTable(db, "alpha");
-    ZtAddField(db, 0, "a", FIELD_INT, 4, -1);
-    ZtAddField(db, 0, "s", FIELD_STRING, 5, -1);
-    ZtAddField(db, 0, "d", FIELD_DOUBLE, 8, 2);
-    ZtAddField(db, 0, "n", FIELD_SHORT, 2, 0);
-    ZtAddIndex(db, 0, "by a", ZT_INDEX_UNIQUE);
-    ZtAddIndexField(db, 0, 0, 0);
-    ZtAddIndex(db, 0, "by s, d", ZT_INDEX_DUPLICATES);
-    ZtAddIndexField(db, 0, 1, 1);
-    ZtAddIndexField(db, 0, 1, 2);
-    ZtAddTable(db, "beta");
-    ZtAddField(db, 1, "k", FIELD_INT8, 8, -1);
+    define_table(
+        db, "alpha",
+        {{"a", FIELD_INT, 4, -1}, {"s", FIELD_STRING, 5, -1}, {"d", FIELD_DOUBLE, 8, 2}, {"n", FIELD_SHORT, 2, 0}},
+        {{"by a", ZT_INDEX_UNIQUE, {0}}, {"by s, d", ZT_INDEX_DUPLICATES, {1, 2}}});
+    define_table(db, "beta", {{"k", FIELD_INT8, 8, -1}}, {});
   }
 
   void put(const Alpha& values) {
@@ -176,25 +169,15 @@ class GoldenBytes : public DatabaseTest {
     const std::int64_t at = std::int64_t{n} * 32;
     return {memory->u32(at), memory->u32(at + 4), memory->u32(at + 8), memory->at<std::uint8_t>(at + 12)};
   }
-  // Key and value of an external node; lext and rext (low halves) of an internal one.
-  std::pair<std::int64_t, std::int64_t> content(std::uint32_t n) const {
-    return {memory->i64(std::int64_t{n} * 32 + 13), memory->i64(std::int64_t{n} * 32 + 21)};
-  }
-  static std::pair<std::int64_t, std::int64_t> pair(std::int64_t a, std::int64_t b) { return {a, b}; }
-
-  void expect_item(const Key& key, int point, std::array<std::uint32_t, 4> lists) const {
+  // A key: its fields, how many twice, whether they lie in shared memory, not reversed; then its lists.
+  void expect_item(const Key& key, std::int8_t count, std::array<std::uint32_t, 4> lists) const {
     EXPECT_EQ(memory->i64(key.item), key.fields);
-    EXPECT_EQ(memory->i8(key.item + 8), point);
-    EXPECT_EQ(memory->i8(key.item + 9), point);
-    EXPECT_EQ(memory->i8(key.item + 10), 1) << "sharememory";
-    EXPECT_EQ(memory->i8(key.item + 11), 0) << "reverse";
+    EXPECT_EQ((memory->at<std::array<std::int8_t, 4>>(key.item + 8)), (std::array<std::int8_t, 4>{count, count, 1}));
     EXPECT_EQ((memory->at<std::array<std::uint32_t, 4>>(key.item + 12)), lists);
   }
-  void expect_key_field(std::int64_t at, std::int64_t data, int type, int length) const {
+  void expect_key_field(std::int64_t at, std::int64_t data, std::int8_t type, std::int8_t length) const {
     EXPECT_EQ(memory->i64(at), data);
-    EXPECT_EQ(memory->i8(at + 8), type);
-    EXPECT_EQ(memory->i8(at + 9), 0) << "reverse";
-    EXPECT_EQ(memory->i16(at + 10), length);
+    EXPECT_EQ((memory->at<std::array<std::int8_t, 4>>(at + 8)), (std::array<std::int8_t, 4>{type, 0, length}));
   }
   // Links: origin next and previous, current next and previous.
   void expect_entry(std::uint32_t n, std::int64_t record, std::array<std::uint32_t, 4> links) const {
@@ -223,41 +206,27 @@ TEST_F(GoldenBytes, HeaderFillsTheFirst192Bytes) {
 
 TEST_F(GoldenBytes, CatalogLiesBehindTheHeaderWithoutGaps) {
   const struct {
+    std::int64_t name_at;
     const char* name;
-    int records;
-  } expected_tables[] = {{"alpha", 3}, {"beta", 1}};
-  for (int i = 0; i < 2; ++i) {
-    const std::int64_t at = tables + 96 * i;
-    EXPECT_EQ(memory->text(at), expected_tables[i].name);
-    EXPECT_EQ(memory->i8(at + 79), 0) << "duty, after the commit";
-    EXPECT_EQ((memory->at<std::array<int, 4>>(at + 80)), (std::array{1, i, expected_tables[i].records, 0}));
+    std::int64_t words_at;
+    std::vector<int> words;
+  } cases[] = {{tables, "alpha", tables + 80, {1, 0, 3, 0}},
+               {tables + 96, "beta", tables + 176, {1, 1, 1, 0}},
+               {index_names, "by a", index_names + 80, {1, 0, 0, 0}},
+               {index_names + 96, "by s, d", index_names + 176, {0, 1, 0, 0}},
+               {fields + 8, "a", fields + 88, {2, 4, -1, 0, 0, 1}},  // and the next field's ids
+               {fields + 112, "s", fields + 192, {7, 5, -1, 0, 0, 2}},
+               {fields + 216, "d", fields + 296, {8, 8, 2, 0, 0, 3}},
+               {fields + 320, "n", fields + 400, {1, 2, 0, 0, 1, 0}},
+               {fields + 424, "k", fields + 504, {9, 8, -1, 0}},
+               {fields + 8, "a", index_fields, {0, 0, 0, 0, 0, 1, 1, 0, 0, 1, 2, 0}}};
+  for (const auto& c : cases) {
+    EXPECT_EQ(memory->text(c.name_at), c.name);
+    std::vector<int> words(c.words.size());
+    std::memcpy(words.data(), memory->address(c.words_at), 4 * words.size());
+    EXPECT_EQ(words, c.words) << c.name;
   }
-  const struct {
-    const char* name;
-    int type;
-  } expected_indexes[] = {{"by a", 1}, {"by s, d", 0}};
-  for (int i = 0; i < 2; ++i) {
-    EXPECT_EQ(memory->text(index_names + 96 * i), expected_indexes[i].name);
-    EXPECT_EQ((memory->at<std::array<int, 4>>(index_names + 96 * i + 80)),
-              (std::array{expected_indexes[i].type, i, 0, 0}));
-  }
-  const struct {
-    std::array<int, 2> ids;
-    const char* name;
-    std::array<int, 4> shape;  // type, length, decimals, reserved
-  } expected_fields[] = {{{0, 0}, "a", {2, 4, -1, 0}},
-                         {{0, 1}, "s", {7, 5, -1, 0}},
-                         {{0, 2}, "d", {8, 8, 2, 0}},
-                         {{0, 3}, "n", {1, 2, 0, 0}},
-                         {{1, 0}, "k", {9, 8, -1, 0}}};
-  for (std::int64_t at = fields; const auto& field : expected_fields) {
-    EXPECT_EQ((memory->at<std::array<int, 2>>(at)), field.ids);
-    EXPECT_EQ(memory->text(at + 8), field.name);
-    EXPECT_EQ((memory->at<std::array<int, 4>>(at + 88)), field.shape) << field.name;
-    at += 104;
-  }
-  EXPECT_EQ((memory->at<std::array<int, 12>>(index_fields)),
-            (std::array{0, 0, 0, 0, 0, 1, 1, 0, 0, 1, 2, 0}));
+  for (int i : {0, 1}) EXPECT_EQ(memory->i8(tables + 96 * i + 79), 0) << "duty, after the commit";
 }
 
 TEST_F(GoldenBytes, HeadsFollowTheCatalogInTheOrderOfTheTables) {
@@ -268,33 +237,36 @@ TEST_F(GoldenBytes, HeadsFollowTheCatalogInTheOrderOfTheTables) {
   EXPECT_EQ(node(heads[3]), (Words{beta0, beta0, beta0, head}));
 }
 
-// Inserted 10, 20, 5: the list runs 20, 10, 5, the largest key first.
-TEST_F(GoldenBytes, IndexTreeIsThreadedFromTheLargestKeyToTheSmallest) {
-  EXPECT_EQ(node(a20.external), (Words{a10.external, heads[1], a20.internal, left}));
-  EXPECT_EQ(node(a10.external), (Words{a5.external, a20.external, a5.internal, left}));
-  EXPECT_EQ(node(a5.external), (Words{heads[1], a10.external, a5.internal, 0}));
-  EXPECT_EQ(node(a20.internal), (Words{a20.external, a5.internal, heads[1], internal | root}));
-  EXPECT_EQ(node(a5.internal), (Words{a10.external, a5.external, a20.internal, internal | red}));
-  EXPECT_EQ(content(a20.internal), pair(a20.external, a10.external))
-      << "greatest on the left, least on the right";
-  EXPECT_EQ(content(a5.internal), pair(a10.external, a5.external));
-  for (const Key& key : {a5, a10, a20}) {
-    EXPECT_EQ(content(key.external), pair(key.item, key.item)) << "the item is key and value";
+// Index "by a", inserted 10, 20, 5: the list runs 20, 10, 5, the largest key first. Record ids, inserted 0, 1, 2,
+// each in front: the new internal node replaces the left child.
+TEST_F(GoldenBytes, TreesAreThreadedFromTheLargestKeyToTheSmallest) {
+  const struct {
+    std::uint32_t number;
+    Words words;
+    std::int64_t key, value;  // external: the item, twice; internal: greatest on the left, least on the right
+  } nodes[] = {
+      {a20.external, {a10.external, heads[1], a20.internal, left}, a20.item, a20.item},
+      {a10.external, {a5.external, a20.external, a5.internal, left}, a10.item, a10.item},
+      {a5.external, {heads[1], a10.external, a5.internal, 0}, a5.item, a5.item},
+      {a20.internal, {a20.external, a5.internal, heads[1], internal | root}, a20.external, a10.external},
+      {a5.internal, {a10.external, a5.external, a20.internal, internal | red}, a10.external, a5.external},
+      {id2.external, {id1.external, heads[0], id2.internal, left}, list_items[2], list_items[2]},
+      {id1.external, {id0, id2.external, id2.internal, 0}, list_items[1], list_items[1]},
+      {id0, {heads[0], id1.external, id1.internal, 0}, list_items[0], list_items[0]},
+      {id1.internal, {id2.internal, id0, heads[0], internal | root}, id1.external, id0},
+      {id2.internal,
+       {id2.external, id1.external, id1.internal, internal | red | left},
+       id2.external,
+       id1.external},
+      {beta0, {heads[3], heads[3], heads[3], root}, list_items[3], list_items[3]},
+  };
+  for (int i = 0; const auto& n : nodes) {
+    SCOPED_TRACE(i++);
+    EXPECT_EQ(node(n.number), n.words);
+    EXPECT_EQ(memory->i64(std::int64_t{n.number} * 32 + 13), n.key);
+    EXPECT_EQ(memory->i64(std::int64_t{n.number} * 32 + 21), n.value);
   }
-}
-
-// Inserted 0, 1, 2, each in front: the new internal node replaces the left child.
-TEST_F(GoldenBytes, RecordIdTreeHoldsTheListItems) {
-  EXPECT_EQ(node(id2.external), (Words{id1.external, heads[0], id2.internal, left}));
-  EXPECT_EQ(node(id1.external), (Words{id0, id2.external, id2.internal, 0}));
-  EXPECT_EQ(node(id0), (Words{heads[0], id1.external, id1.internal, 0}));
-  EXPECT_EQ(node(id1.internal), (Words{id2.internal, id0, heads[0], internal | root}));
-  EXPECT_EQ(node(id2.internal), (Words{id2.external, id1.external, id1.internal, internal | red | left}));
-  EXPECT_EQ(content(id1.internal), pair(id1.external, id0));
-  EXPECT_EQ(node(beta0), (Words{heads[3], heads[3], heads[3], root}));
-  const std::uint32_t externals[] = {id0, id1.external, id2.external, beta0};
   for (int i = 0; i < 4; ++i) {
-    EXPECT_EQ(content(externals[i]), pair(list_items[i], list_items[i]));
     EXPECT_EQ(memory->i64(list_items[i]), i == 3 ? 0 : i) << "record id";
     EXPECT_EQ(memory->i64(list_items[i] + 8), records[i]);
   }
@@ -318,18 +290,15 @@ TEST_F(GoldenBytes, RecordsArePackedBehindAFourteenByteHeader) {
   EXPECT_EQ(records[0] % 4096, 4088) << "the first 8 bytes end exactly at the page boundary";
   EXPECT_EQ(list_items[0], records[0] - 16);
   const struct {
-    std::int64_t id;
-    int updateno, duty, deleted;
+    int updateno, deleted;
     Alpha values;
     short n;
-  } expected[] = {
-      {0, 1, 0, 0, {10, "bb", 1.5}, -3}, {1, 0, 0, 1, {20, "bb", 1.5}, 0}, {2, 0, 0, 0, {5, "aa", -1}, 0}};
+  } expected[] = {{1, 0, {10, "bb", 1.5}, -3}, {0, 1, {20, "bb", 1.5}, 0}, {0, 0, {5, "aa", -1}, 0}};
   for (int i = 0; i < 3; ++i) {
     const std::int64_t at = records[i];
-    EXPECT_EQ(memory->i64(at), expected[i].id);
+    EXPECT_EQ(memory->i64(at), i);
     EXPECT_EQ(memory->i32(at + 8), expected[i].updateno) << i;
-    EXPECT_EQ(memory->i8(at + 12), expected[i].duty) << i;
-    EXPECT_EQ(memory->i8(at + 13), expected[i].deleted) << i;
+    EXPECT_EQ(memory->i16(at + 12), expected[i].deleted << 8) << "duty 0; deleted";
     EXPECT_EQ(memory->i32(at + 14), expected[i].values.a);
     EXPECT_EQ(memory->bytes(at + 18, 5), std::string(expected[i].values.s, 5));
     EXPECT_EQ(memory->at<double>(at + 23), expected[i].values.d);

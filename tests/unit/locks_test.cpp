@@ -27,11 +27,6 @@ namespace {
 
 using cachet::test::TempDirectory;
 
-mode_t Permissions(const std::string& file) {
-  struct stat status = {};
-  return stat(file.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
-}
-
 bool Exists(const std::string& file) {
   return std::filesystem::exists(std::filesystem::symlink_status(file));
 }
@@ -39,11 +34,6 @@ bool Exists(const std::string& file) {
 ino_t Inode(const std::string& file) {
   struct stat status = {};
   return stat(file.c_str(), &status) == 0 ? status.st_ino : 0;
-}
-
-std::string Content(const std::string& file) {
-  std::ifstream in(file);
-  return {std::istreambuf_iterator<char>(in), {}};
 }
 
 // Captures what a block prints on standard output.
@@ -97,22 +87,5 @@ TEST(SharedSegment, OpensOnlyFourKibibytesOrMore) {
   EXPECT_FALSE(user.Open(name.c_str(), 1, false));
   small.Close(false);
 }
-
-// The ten documented words of the lock page.
-std::array<int, 10> Words(const Crwspinlock& lock) {
-  std::array<int, 10> words;
-  std::memcpy(words.data(), lock.m_lockpage.m_p, sizeof words);
-  return words;
-}
-
-struct LockPage : testing::Test {
-  LockPage() { EXPECT_TRUE(lock.Create(name.data(), 1)); }
-  ~LockPage() override { lock.Close(); }
-  TempDirectory directory;
-  std::string name = directory.path() + "/db";
-  Crwspinlock lock;
-};
-
-using Ten = std::array<int, 10>;
 
 }  // namespace

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cstring>
 #include <optional>
-#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -48,14 +47,6 @@ std::optional<std::string> convert(const char* to, const char* from, std::string
   return whole ? std::optional(output) : std::nullopt;
 }
 
-std::string_view bytes_of(std::u8string_view text) {
-  return {reinterpret_cast<const char*>(text.data()), text.size()};
-}
-
-std::string gbk_bytes(cachet::gbk::Character character) {
-  return {static_cast<char>(character.gbk >> 8), static_cast<char>(character.gbk & 0xFF)};
-}
-
 bool is_whole_gbk(std::string_view text) {
   return convert("UTF-8", "GBK", text).has_value();
 }
@@ -77,13 +68,14 @@ TEST(GbkTable, AgreesWithIconv) {
   for (const auto& character : cachet::gbk::characters) {
     const auto unit = static_cast<char16_t>(character.code_point);
     const std::string_view utf16(reinterpret_cast<const char*>(&unit), sizeof unit);
-    EXPECT_EQ(convert("GBK", "UTF-16LE", utf16), gbk_bytes(character)) << std::hex << character.gbk;
+    const std::string expected = {static_cast<char>(character.gbk >> 8), static_cast<char>(character.gbk & 0xFF)};
+    EXPECT_EQ(convert("GBK", "UTF-16LE", utf16), expected) << std::hex << character.gbk;
   }
 }
 
 TEST(Messages, AreTheirSourceInGbk) {
   for (const Text& text : catalogue) {
-    EXPECT_EQ(convert("GBK", "UTF-8", bytes_of(text.utf8)), text.gbk) << text.name;
+    EXPECT_EQ(convert("GBK", "UTF-8", {reinterpret_cast<const char*>(text.utf8.data()), text.utf8.size()}), text.gbk) << text.name;
   }
 }
 
@@ -107,21 +99,6 @@ TEST(Messages, AreCutAtAWholeCharacterInEveryBuffer) {
         << "more than half a character lost at " << size;
   }
   EXPECT_EQ(formatted(full.size() + 1, mixed, mixed), full);
-}
-
-TEST(Placeholders, MatchOnlyTheirOwnTypesInOrder) {
-  using message::placeholders_match;
-  EXPECT_TRUE(placeholders_match<>("100%% plain"));
-  EXPECT_TRUE((placeholders_match<const char*, int>("%s (%d)")));
-  EXPECT_TRUE((placeholders_match<long long, unsigned long, const void*>("%-8lld%%%lu%p")));
-  EXPECT_FALSE((placeholders_match<int, const char*>("%s (%d)")));
-  EXPECT_FALSE((placeholders_match<const char*>("%s %d")));
-  EXPECT_FALSE((placeholders_match<const char*, int>("%s")));
-  EXPECT_FALSE(placeholders_match<int>("%lld"));
-  EXPECT_FALSE(placeholders_match<long long>("%d"));
-  EXPECT_FALSE(placeholders_match<>("cut short %"));
-  EXPECT_FALSE(placeholders_match<>("cut short %l"));
-  EXPECT_FALSE(placeholders_match<int>("%*d"));
 }
 
 TEST(BoundedLength, IsTheLongestWholePrefixAtEveryCut) {
