@@ -132,7 +132,8 @@ TEST_F(OpenDb, ThatFailedLeavesAHandleThatRefusesEverything) {
   Database db;
   EXPECT_EQ(error_of([&] {
               Database refused;
-              ZtOpenDb(refused.out(), directory.path().c_str(), "d", "", ZT_MODE_READ_WRITE, 1, true, 0, 0, 0);
+              ZtOpenDb(refused.out(), directory.path().c_str(), "d", "", ZT_MODE_READ_WRITE, 1, true, 0, 0,
+                       0);
               return refused;
             }).code,
             ZT_ERR_GENERAL)
@@ -147,7 +148,8 @@ TEST_F(OpenDb, ThatFailedLeavesAHandleThatRefusesEverything) {
   EXPECT_FALSE(ZtNewRecord(db, items, row) || ZtPutRecord(db, row) || ZtLockPosition(db, 0) ||
                ZtFindRecord(db, items, key, ZT_OP_EQUAL) || ZtListRecord(db, items, key) ||
                ZtGotoRecord(db, items, 0, key) || ZtNextRecord(db, key) || ZtGetRecord(db, key, row));
-  for (auto* call : {ZtSaveDbInfo, ZtLoadDbInfo, ZtLoadDb, ZtResetDb, ZtBeginTransaction, ZtCommitTransaction}) {
+  for (auto* call :
+       {ZtSaveDbInfo, ZtLoadDbInfo, ZtLoadDb, ZtResetDb, ZtBeginTransaction, ZtCommitTransaction}) {
     call(db);
   }
 }

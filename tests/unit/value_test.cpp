@@ -66,7 +66,7 @@ TEST_F(Values, AreStoredAsTheirTypeSaysAndDescribedByTheirColumns) {
     EXPECT_STREQ(ZtGetColName(db, row, col), c.field.name);
     EXPECT_EQ(ZtGetColType(db, row, col), c.field.type);
     EXPECT_EQ(ZtGetColSize(db, row, col), c.field.length);
-    EXPECT_EQ(ZtGetColDecimal(db, row, col), c.field.decimal);
+    EXPECT_EQ(ZtGetColDecimal(db, row, col), c.field.decimals);
     EXPECT_TRUE(ZtSetField(db, row, col, GuardedBytes(c.given).data()));
     EXPECT_EQ(ZtGetColData(db, row, col++), reinterpret_cast<char*>(raw(row).record) + offset);
     offset += c.field.length;

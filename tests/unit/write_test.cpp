@@ -15,7 +15,9 @@ using Id = std::vector<ZTINT8>;
 struct Write : testing::Test {
   Ledger ledger;
   ZtDbHandle db = ledger.writer();
-  Lists lists_of_key(Ledger::Index index, int key) { return lists_of(db, item_of(db, index, Query(db, index, {key}))); }
+  Lists lists_of_key(Ledger::Index index, int key) {
+    return lists_of(db, item_of(db, index, Query(db, index, {key})));
+  }
 };
 
 TEST_F(Write, RefusesASecondLiveRecordUnderAUniqueKey) {
