@@ -1,4 +1,4 @@
-// Creating, connecting to, resetting and deleting a database, by real processes that wait for one another and
+// Creating and deleting a database, by real processes that wait for one another and
 // die.
 #include <gtest/gtest.h>
 
@@ -16,9 +16,7 @@ namespace {
 namespace text = cachet::message;
 
 using CreateDb = DatabaseTest;
-using ConnectDb = DatabaseTest;
 using DeleteDb = DatabaseTest;
-using ResetDb = DatabaseTest;
 
 TEST_F(DeleteDb, OfTheLastProcessRemovesEverything) {
   Child other([&](Gate& gate) {

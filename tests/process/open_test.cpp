@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <functional>
 
 #include "support/child_process.h"
 #include "support/raw_memory.h"
@@ -106,51 +105,6 @@ TEST_F(OpenDb, TellsWhichFileIsMissingOrWrongAndAdmitsReadersWithoutALockPage) {
     }
     rename(c.file + ".away", c.file);
     EXPECT_EQ(attachments(base), 1);
-  }
-}
-
-TEST_F(OpenDb, FindsWhatAKilledProcessCommitted) {
-  Child victim([&](Gate& gate) {
-    Database db = create_items(directory);
-    EXPECT_TRUE(commit_item(db, 1, "kept"));
-    EXPECT_TRUE(ZtLockDb(db, ZT_LOCK_EXCLUSIVE));
-    gate.tell('c');
-    gate.wait_for('-');
-    return 0;
-  });
-  ASSERT_TRUE(victim.wait_for('c'));
-  victim.kill();
-  Database db = open_items(directory);
-  directory.note_objects();
-  Row row(db);
-  EXPECT_TRUE(find_item(db, 1, row));
-  EXPECT_EQ(row.text(item_name), "kept");
-  EXPECT_TRUE(commit_item(db, 2));
-}
-
-TEST_F(OpenDb, ThatFailedLeavesAHandleThatRefusesEverything) {
-  Database db;
-  EXPECT_EQ(error_of([&] {
-              Database refused;
-              ZtOpenDb(refused.out(), directory.path().c_str(), "d", "", ZT_MODE_READ_WRITE, 1, true, 0, 0,
-                       0);
-              return refused;
-            }).code,
-            ZT_ERR_GENERAL)
-      << "and isolation, without a database or a manager";
-  ::testing::internal::CaptureStdout();
-  db = begin_open(directory);
-  ::testing::internal::GetCapturedStdout();
-  silence(db);
-  EXPECT_EQ(ZtGetDbVersion(db), nullptr);
-  Row row(db);
-  Condition key(by_id, 1);
-  EXPECT_FALSE(ZtNewRecord(db, items, row) || ZtPutRecord(db, row) || ZtLockPosition(db, 0) ||
-               ZtFindRecord(db, items, key, ZT_OP_EQUAL) || ZtListRecord(db, items, key) ||
-               ZtGotoRecord(db, items, 0, key) || ZtNextRecord(db, key) || ZtGetRecord(db, key, row));
-  for (auto* call :
-       {ZtSaveDbInfo, ZtLoadDbInfo, ZtLoadDb, ZtResetDb, ZtBeginTransaction, ZtCommitTransaction}) {
-    call(db);
   }
 }
 

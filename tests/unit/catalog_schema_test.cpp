@@ -1,68 +1,15 @@
-// Tables, fields and indexes: what the schema calls derive, refuse, and carry through the catalog to another
-// handle.
+// Tables, fields and indexes: what the catalog carries to another handle.
 #include <gtest/gtest.h>
-
-#include <functional>
 
 #include "support/schema.h"
 
 namespace cachet::test {
 namespace {
 
-using Schema = DatabaseTest;
 using Catalog = DatabaseTest;
 
 const std::vector<ZtTable>& tables_of(const Database& db) {
   return static_cast<ZtDbHandle>(db)->database;
-}
-
-TEST_F(Schema, PacksFieldsInOrderAndTracksTheWidestIndex) {
-  Database db = begin_create(directory);
-  define_table(db, "t",
-               {{"a", FIELD_INT, 4, -1},
-                {"nothing", FIELD_STRING, 0, -1},
-                {"b", FIELD_STRING, 21, -1},
-                {"c", FIELD_DOUBLE, 8, 2}},
-               {{"wide", ZT_INDEX_DUPLICATES, {3, 2, 0}}, {"narrow", ZT_INDEX_UNIQUE, {0}}});
-  const ZtTable& table = tables_of(db)[0];
-  const short offsets[] = {0, 4, 4, 25};
-  const int indexed[] = {1, 0, 1, 1};
-  for (std::size_t i = 0; i < 4; ++i) {
-    EXPECT_EQ(table.fielddescrible[i].offset, offsets[i]) << i;
-    EXPECT_EQ(table.fielddescrible[i].indexed, indexed[i]) << i;
-  }
-  EXPECT_EQ(table.recordlength, 33);
-  EXPECT_EQ(table.maxindexfield, 3);
-  EXPECT_EQ(table.indexdescrible[0].indexdescrible, (std::vector<int>{3, 2, 0}));
-}
-
-TEST_F(Schema, RefusesWhatNoCatalogCanHold) {
-  Database db = begin_create(directory);
-  define_items(db);
-  silence(db);
-  ZtAddIndex(db, items, "full", ZT_INDEX_DUPLICATES);
-  for (int i = 0; i < 127; ++i) ZtAddIndexField(db, items, 3, item_id);
-  ASSERT_EQ(last_error(db).code, ZT_OK);
-  const std::function<void()> refused[] = {
-      [&] { ZtAddTable(db, nullptr); },
-      [&] { ZtAddField(db, 1, "f", FIELD_INT, 4, -1); },
-      [&] { ZtAddField(db, items, nullptr, FIELD_INT, 4, -1); },
-      [&] { ZtAddField(db, items, "f", FIELD_STRING, -1, -1); },
-      [&] { ZtAddIndex(db, 1, "i", ZT_INDEX_UNIQUE); },
-      [&] { ZtAddIndexField(db, items, 4, item_id); },
-      [&] { ZtAddIndexField(db, items, by_id, 4); },
-      [&] { ZtAddIndexField(db, items, 3, item_id); },
-  };
-  for (int i = 0; const auto& call : refused) {
-    ZtSetError(db, 0, "%s", "");
-    call();
-    EXPECT_EQ(last_error(db).code, ZT_ERR_GENERAL) << "case " << i;
-    ++i;
-  }
-  const ZtTable& table = tables_of(db)[0];
-  EXPECT_EQ(tables_of(db).size() + table.fielddescrible.size() + table.indexdescrible.size(), 1u + 4 + 4);
-  EXPECT_EQ(table.indexdescrible[by_id].indexdescrible, std::vector<int>{item_id});
-  EXPECT_EQ(table.maxindexfield, 127);
 }
 
 TEST_F(Catalog, GivesAnotherHandleTheVerySameTables) {

@@ -56,6 +56,8 @@ TEST_F(Group, StepsTellWhatTheyMet) {
   stand_on(forward, 0);
   stand_on(backward, 3);
   ASSERT_TRUE(list.list());
+  EXPECT_EQ(ZtInNextRecord(db, forward), 1);
+  EXPECT_EQ(ZtInPrevRecord(db, backward), 1);
   erase({2, 1});
   EXPECT_EQ(ZtInPrevRecord(db, backward), 4) << "record 1, to be unlinked going backward";
   EXPECT_EQ(ZtInMovePrevRecord(db, backward), 1);

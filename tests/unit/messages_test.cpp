@@ -98,20 +98,4 @@ TEST(Messages, AreCutAtAWholeCharacterInEveryBuffer) {
   EXPECT_EQ(formatted(full.size() + 1, mixed, mixed), full);
 }
 
-TEST(BoundedLength, IsTheLongestWholePrefixAtEveryCut) {
-  const std::string_view text = mixed;
-  std::size_t longest_so_far = 0;
-  for (std::size_t limit = 0; limit <= text.size() + 3; ++limit) {
-    if (limit <= text.size() && is_whole_gbk(text.substr(0, limit))) longest_so_far = limit;
-    EXPECT_EQ(cachet::bounded_length(mixed, limit), longest_so_far) << limit;
-  }
-  EXPECT_EQ(longest_so_far, text.size());
-}
-
-TEST(BoundedLength, KeepsStrayBytesOfATextThatFits) {
-  for (const char* text : {"\xE9", "caf\xE9", "\xE9 x", "\xFF\xFF", "\x80", "\xB0\xE6\xB0"}) {
-    EXPECT_EQ(cachet::bounded_length(text, std::strlen(text)), std::strlen(text));
-  }
-}
-
 }  // namespace

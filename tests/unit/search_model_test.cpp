@@ -142,18 +142,6 @@ TEST(Search, ForAPrefixStandsOnOneOfTheKeysThatBeginWithIt) {
   EXPECT_EQ(query.rest(query.find(ZT_OP_GREATER_EQUAL)).size(), static_cast<std::size_t>(12 - found));
 }
 
-TEST(Search, RefusesAnUnknownOperatorAndKeepsTheCursor) {
-  Ledger ledger;
-  Transaction all(ledger.writer());
-  Ledger::put(ledger.writer(), 1, 1);
-  Query query(ledger.writer(), Ledger::by_id, {1});
-  ASSERT_TRUE(query.find(ZT_OP_EQUAL));
-  EXPECT_FALSE(query.find(6));
-  EXPECT_EQ(last_error(ledger.writer()).text.substr(0, 13), "Table(ledger)");
-  EXPECT_EQ(take_error(ledger.writer()), -1007);
-  EXPECT_EQ(query.id(), 0);
-}
-
 TEST(Search, ReportsAKeyThatLostFields) {
   Ledger ledger;
   Transaction all(ledger.writer());

@@ -16,10 +16,6 @@ namespace {
 using namespace cachet::test;
 using Ids = std::vector<ZTINT8>;
 
-int Writers(ZtDbHandle db) {
-  return cachet::load_acquire<int>(db->lock.m_lockpage.m_p + 4);
-}
-
 struct Rollback : testing::Test {
   Ledger ledger;
   ZtDbHandle db = ledger.writer();
@@ -35,38 +31,6 @@ struct Rollback : testing::Test {
     return lists.current;
   }
 };
-
-TEST_F(Rollback, RestoresChangedAndDeletedRecordsToTheLastByte) {
-  put_group(1, 3);
-  const std::string before = memory_of(ledger);
-  Row row(db);
-  ZtBeginTransaction(db);
-  EXPECT_EQ(Writers(db), 1);
-  ASSERT_TRUE(Ledger::get(db, 0, row));
-  for (long long sum : {1LL, 2LL}) row.set(Ledger::sum, sum);
-  ASSERT_TRUE(Ledger::get(db, 1, row));
-  row.set(Ledger::amount, 3.0);
-  ZtDeleteRecord(db, row);
-  Ledger::erase(db, 2);
-  ZtRollbackTransaction(db);
-  EXPECT_EQ(memory_of(ledger), before);
-  EXPECT_EQ(Writers(db), 0);
-  EXPECT_TRUE(db->recordcopy.m_index.empty());
-}
-
-TEST_F(Rollback, ReachesBackToTheLastBegin) {
-  put_group(1, 1);
-  Row row(db);
-  ASSERT_TRUE(Ledger::get(db, 0, row));
-  ZtBeginTransaction(db);
-  row.set(Ledger::sum, 1LL);
-  ZtBeginTransaction(db);
-  EXPECT_EQ(raw(row).record->duty, 0) << "the first one was committed";
-  EXPECT_EQ(Writers(db), 1);
-  row.set(Ledger::sum, 2LL);
-  ZtRollbackTransaction(db);
-  EXPECT_EQ(row.get<long long>(Ledger::sum), 1);
-}
 
 // Every choice of five records is deleted, walked over (which takes their entries out) and brought back.
 TEST(RollbackAfterAWalk, PutsEntriesBackInAscendingOrder) {

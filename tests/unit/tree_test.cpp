@@ -163,21 +163,18 @@ INSTANTIATE_TEST_SUITE_P(, Tree, ::testing::ValuesIn(shapes),
 class SmallTree : public Tree {};
 
 TEST_P(SmallTree, KeepsTextAndIntegerKeys) {
-  for (const char* key : {"pear", "", "apple", "pear", "quince"}) {
-    char* const stored = Rb_data_malloc(base, 8, 0, false);
-    std::strcpy(stored, key);
-    rb_insert(base, head, stored, stored);
-  }
-  std::vector<std::string> texts;
-  for (Rb_node n = rb_first(base, head); n != head; n = rb_next(base, n)) texts.emplace_back(rb_val(base, n));
-  EXPECT_EQ(texts, (std::vector<std::string>{"", "apple", "pear", "pear", "quince"}));
   const Rb_node integers = make_rb_ext(base);
-  for (const int number : {5, -7, 2000000000, -2000000000, 5})
-    rb_inserti(base, integers, number, block(number));
-  std::vector<int> order;
-  for (Rb_node n = rb_first(base, integers); n != integers; n = rb_next(base, n))
-    order.push_back(int{n->k.ikey});
-  EXPECT_EQ(order, (std::vector<int>{-2000000000, -7, 5, 5, 2000000000}));
+  char texts[] = "pear\0apple\0\0quince";
+  for (const int at : {0, 5, 11, 12}) rb_insert(base, head, texts + at, block(at));
+  for (const int number : {5, -7, 2000000000, -2000000000}) rb_inserti(base, integers, number, block(number));
+  std::vector<int> values;
+  for (const Rb_node tree : {head, integers}) {
+    for (Rb_node n = rb_first(base, tree); n != tree; n = rb_next(base, n)) {
+      values.push_back(load_unaligned<int>(rb_val(base, n)));
+    }
+  }
+  EXPECT_EQ(values, (std::vector<int>{11, 5, 0, 12, -2000000000, -7, 5, 2000000000}));
+  EXPECT_EQ(load_unaligned<int>(rb_val(base, rb_find_key(base, head, texts + 5))), 5);
 }
 
 TEST_P(SmallTree, EndsTheProcessWithStatus1WhenMisused) {

@@ -64,42 +64,25 @@ TEST_F(Write, MarksTheTableOnceForInsertsAndTheRecordAloneForUpdatesUntilTheComm
   EXPECT_EQ(db->recordcopy.m_index.size(), 1u);
 }
 
-// A row whose buffer lies in the data area already.
-ZtRecord* RecordInPlace(ZtDbHandle db, int id_value) {
-  auto* const record = reinterpret_cast<ZtRecord*>(Rb_data_malloc(&db->base, 46, 8, true));
-  std::memcpy(record->data, &id_value, sizeof id_value);
-  record->updateno = 9;
-  record->duty = record->deleted = 1;
-  return record;
-}
-
-TEST_F(Write, StoresARecordInPlaceWithoutAUniqueCheck) {
+// Two rows whose buffers lie in the data area already.
+TEST_F(Write, StoresOrRegistersARecordInPlaceWithoutAUniqueCheck) {
   ASSERT_EQ(Ledger::put(db, 1, 0), 0);
   Transaction all(db);
-  Row row(db);
-  ZtRecord* const record = RecordInPlace(db, 1);
-  raw(row) = {record, 0, true, false};
-  ASSERT_TRUE(ZtPutRecord2(db, row));
-  EXPECT_EQ(raw(row).record, record);
-  EXPECT_EQ(record->recordid, 1);
-  EXPECT_EQ(record->updateno + record->duty + record->deleted, 0);
-  EXPECT_EQ(lists_of_key(Ledger::by_id, 1).current, (Id{0, 1}));
-  all.rollback();
-  EXPECT_EQ(record->deleted, 1);
-}
-
-TEST_F(Write, RegistersALoadedRecordWithoutMarks) {
-  Row row(db);
-  ZtRecord* const record = RecordInPlace(db, 5);
-  raw(row) = {record, 0, true, false};
-  ASSERT_TRUE(ZtLoadRecord(db, row));
-  EXPECT_TRUE(raw(row).newrow) << "left as it was";
-  EXPECT_EQ(record->recordid, 0);
-  EXPECT_EQ(record->updateno, 9);
-  EXPECT_EQ(record->deleted, 0);
-  EXPECT_EQ(ledger.catalog()->duty, 0);
-  EXPECT_TRUE(db->recordcopy.m_index.empty());
-  EXPECT_EQ(Ledger::ids(db, Ledger::by_id, ZT_OP_EQUAL, {5}), std::vector<int>{0});
+  for (const bool load : {false, true}) {
+    auto* const record = reinterpret_cast<ZtRecord*>(Rb_data_malloc(&db->base, 46, 8, true));
+    record->data[0] = 1;
+    record->updateno = 9;
+    record->duty = record->deleted = 1;
+    Row row(db);
+    raw(row) = {record, 0, true, false};
+    ASSERT_TRUE(load ? ZtLoadRecord(db, row) : ZtPutRecord2(db, row));
+    EXPECT_EQ(raw(row).record, record);
+    EXPECT_EQ(raw(row).newrow, load) << "left as it was, when loaded";
+    EXPECT_EQ(record->updateno, load ? 9 : 0);
+    EXPECT_EQ(record->deleted, 0);
+    EXPECT_EQ(db->recordcopy.m_index.size(), 2u) << "nothing to take back of a loaded one";
+  }
+  EXPECT_EQ(lists_of_key(Ledger::by_id, 1).current, (Id{0, 1, 2}));
 }
 
 }  // namespace
