@@ -164,7 +164,8 @@ class SmallTree : public Tree {};
 
 TEST_P(SmallTree, KeepsTextAndIntegerKeys) {
   const Rb_node integers = make_rb_ext(base);
-  char texts[] = "pear\0apple\0\0quince";
+  char* const texts = Rb_data_malloc(base, 24, 0, false);
+  std::memcpy(texts, "pear\0apple\0\0quince", 19);
   for (const int at : {0, 5, 11, 12}) rb_insert(base, head, texts + at, block(at));
   for (const int number : {5, -7, 2000000000, -2000000000}) rb_inserti(base, integers, number, block(number));
   std::vector<int> values;
