@@ -39,7 +39,9 @@ int lock_level(const TempDirectory& directory) {
 TEST_F(LockDb, KeepsEveryHandlesOwnLevel) {
   Database a = begin_create(directory);
   EXPECT_EQ(lock_level(directory), ZT_LOCK_EXCLUSIVE);
-  Database b = begin_open(directory);
+  Database b;
+  b.opened = ZtOpenDb(b.out(), (directory.path() + "/.").c_str(), "d", version_text, ZT_MODE_READ_WRITE, 0,
+                      false, 0, 0, 0);
   EXPECT_TRUE(b.opened) << "never waits for its own process";
   EXPECT_EQ(lock_level(directory), ZT_LOCK_EXCLUSIVE)
       << "opening another handle does not weaken the creator's lock";
@@ -69,6 +71,12 @@ TEST_F(KeyFiles, HaveTheirModesWhateverTheUmask) {
     std::error_code ignored;
     if (fs::read_symlink(open_file, ignored) != fs::canonical(directory.base())) continue;
     EXPECT_NE(fcntl(std::stoi(open_file.path().filename()), F_GETFD) & FD_CLOEXEC, 0);
+  }
+  if (geteuid() == 0 && chown(directory.base().c_str(), 1, 1) == 0) {
+    chmod(directory.base().c_str(), 0640);
+    Child opener([&](Gate&) { return begin_open(directory).opened ? 0 : 1; });
+    EXPECT_EQ(opener.exit_status(), 0);
+    EXPECT_EQ(fs::status(directory.base()).permissions(), fs::perms{0640}) << "somebody else's file";
   }
   EXPECT_EQ(segment_status(segment_id(directory.base() + "00.data")).shm_perm.mode & 0777, 0666);
 }

@@ -90,6 +90,19 @@ TEST_F(DeleteDb, OfAnInheritedHandleReleasesNothingOfItsParents) {
   EXPECT_EQ(writer.exit_status(), 0);
 }
 
+TEST_F(DeleteDb, OfAnInheritedHandleRemovesTheDatabaseWhenItIsTheLast) {
+  Database db = create_items(directory);
+  Child heir([&](Gate& gate) {
+    gate.wait_for('d');
+    db.close();
+    return 0;
+  });
+  db.close();
+  EXPECT_NE(directory.leftovers(), std::vector<std::string>{});
+  heir.tell('d');
+  EXPECT_EQ(heir.exit_status(), 0);
+}
+
 TEST_F(CreateDb, ReplacesWhatAKilledProcessLeft) {
   for (const ZTINT8 size_bytes : {ZTINT8{1000}, ZTINT8{small_bytes}, ZTINT8{200}}) {
     Child victim([&](Gate& gate) {

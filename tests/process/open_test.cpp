@@ -87,16 +87,21 @@ TEST_F(OpenDb, TellsWhichFileIsMissingOrWrongAndAdmitsReadersWithoutALockPage) {
   const Error no_lock = failure(text::create_lock_failed, base.c_str());
   const struct {
     std::string file;
-    const char* put_there;  // another key file, or nothing
+    const char* put_there;  // another key file, a link to the right one, or nothing
     Error expected;
   } cases[] = {
       {base + "00.data", nullptr, failure(text::open_file_failed, (base + "00.data").c_str(), ENOENT)},
+      {base + "00.data", "link", failure(text::open_file_failed, (base + "00.data").c_str(), ELOOP)},
       {base + "01.data", nullptr, failure(text::create_file_failed, (base + "01.data").c_str(), ENOENT)},
       {base + ".lk", nullptr, no_lock},
       {base + "_session_shmname", ".lk", no_lock}};  // too small a table
   for (const auto& c : cases) {
     rename(c.file, c.file + ".away");
-    if (c.put_there != nullptr) std::filesystem::create_hard_link(base + c.put_there, c.file);
+    if (c.put_there != nullptr && c.put_there == std::string("link")) {
+      std::filesystem::create_symlink(c.file + ".away", c.file);
+    } else if (c.put_there != nullptr) {
+      std::filesystem::create_hard_link(base + c.put_there, c.file);
+    }
     EXPECT_EQ(error_of([&] { return begin_open(directory); }), c.expected) << c.file;
     if (c.file == base + ".lk") {
       Database reader = begin_open(directory, ZT_MODE_READ_ONLY);
