@@ -46,7 +46,7 @@ struct Progress {
 // Two writers change record 0 and insert others, in an order that rotates the trees everywhere; what they roll back
 // has negative amounts.
 TEST(Readers, FindAllThatIsCommittedAndNothingElseBesideWritersThatTakeTurns) {
-  constexpr int rounds = 1000;
+  constexpr int rounds = 400;
   const auto nth_id = [](int writer, int n) { return 1 + 2 * (n * 683 % 1024) + writer; };
   Ledger ledger(16 << 20);
   put_agreeing(ledger.writer(), 0, 0);

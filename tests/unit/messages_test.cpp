@@ -5,7 +5,6 @@
 #include <iconv.h>
 
 #include <algorithm>
-#include <cstring>
 #include <optional>
 #include <string>
 #include <string_view>
