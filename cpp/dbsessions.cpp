@@ -1,16 +1,15 @@
 #include "dbsessions.h"
 
-#include <sys/syscall.h>
-#include <unistd.h>
-
 #include <array>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <span>
 #include <string>
 
+#include "base/thread_identity.h"
 #include "shared_word.h"
 
 namespace {
@@ -19,6 +18,8 @@ constexpr int session_key_id = 1;
 constexpr int container_bytes = 0x400000;
 constexpr std::size_t entries_per_type = 1024;
 constexpr int in_use = 1;
+constexpr std::size_t sid_digits = 24;
+constexpr std::size_t slot_byte = sizeof(TransInfo::info) - 1;  // behind the time's own terminator
 
 using SidText = std::array<char, 49>;
 using TimeText = std::array<char, sizeof(TransInfo::info)>;
@@ -34,15 +35,39 @@ std::span<MemBlock> area_of(const DBSessions& sessions, int type) {
   return {areas[type], entries_per_type};
 }
 
+int number_of(int type, std::size_t index) {
+  return type * static_cast<int>(entries_per_type) + static_cast<int>(index);
+}
+
 bool is_used(const MemBlock& entry) {
   return cachet::load_acquire<int>(&entry.status) == in_use;
 }
 
-SidText sid_of_caller() {
+SidText sid_of(const cachet::ThreadIdentity& thread) {
   SidText sid{};
-  std::snprintf(sid.data(), sid.size(), "%024lu%024lu", static_cast<unsigned long>(getpid()),
-                static_cast<unsigned long>(syscall(SYS_gettid)));
+  std::snprintf(sid.data(), sid.size(), "%024lu%024lu", static_cast<unsigned long>(thread.pid),
+                static_cast<unsigned long>(thread.tid));
   return sid;
+}
+
+// The text of the calling thread, made once: every lock and unlock needs it.
+const SidText& sid_of_caller() {
+  thread_local SidText sid{};
+  thread_local int made_for = 0;
+  const cachet::ThreadIdentity& caller = cachet::this_thread();
+  if (made_for != caller.tid) {
+    sid = sid_of(caller);
+    made_for = caller.tid;
+  }
+  return sid;
+}
+
+bool has_sid(const MemBlock& entry, const char* sid) {
+  return std::memcmp(entry.trans.sid, sid, sizeof entry.trans.sid) == 0;
+}
+
+std::atomic_ref<int> status_of(MemBlock& entry) {
+  return cachet::shared_word<int>(&entry.status);
 }
 
 TimeText local_time() {
@@ -98,31 +123,89 @@ bool DBSessions::OpenContainer(const char* name, int mode) {
   return true;
 }
 
+// An entry on its way in or out carries the thread that moves it: neither free nor in use, and its heir's to
+// finish.
+int DBSessions::FreeEntry(SessionType type) const {
+  const auto area = area_of(*this, type);
+  for (std::size_t index = 0; index < area.size(); ++index) {
+    if (cachet::load_acquire<int>(&area[index].status) == 0) return number_of(type, index);
+  }
+  return -1;
+}
+
+bool DBSessions::ClaimEntry(int entry, int slot) {
+  MemBlock& block = wtread_ssions_[entry];
+  int free = 0;
+  if (!status_of(block).compare_exchange_strong(free, -cachet::this_thread().tid)) return false;
+  std::memcpy(block.trans.sid, sid_of_caller().data(), sizeof block.trans.sid);
+  const TimeText now = local_time();
+  std::memcpy(block.trans.info, now.data(), now.size());
+  block.trans.info[slot_byte] = static_cast<char>(slot);
+  status_of(block).store(in_use, std::memory_order_release);
+  return true;
+}
+
+int DBSessions::EntryOf(SessionType type, const cachet::ThreadIdentity& owner, int slot) const {
+  const SidText sid = sid_of(owner);
+  const auto area = area_of(*this, type);
+  for (std::size_t index = 0; index < area.size(); ++index) {
+    if (is_used(area[index]) && has_sid(area[index], sid.data()) && SlotOf(area[index].trans) == slot) {
+      return number_of(type, index);
+    }
+  }
+  return -1;
+}
+
+void DBSessions::ClearEntry(int entry, const cachet::ThreadIdentity& owner, int slot, int mover) {
+  if (entry < 0 || shm_base_addr_ == nullptr) return;
+  MemBlock& block = wtread_ssions_[entry];
+  int status = cachet::load_acquire<int>(&block.status);
+  if (status == in_use && has_sid(block, sid_of(owner).data()) && SlotOf(block.trans) == slot &&
+      status_of(block).compare_exchange_strong(status, -mover)) {
+    status = -mover;
+  }
+  if (status != -mover) return;
+  block.trans = TransInfo{};
+  status_of(block).store(0, std::memory_order_release);
+}
+
+int DBSessions::SlotOf(const TransInfo& session) {
+  return session.info[slot_byte];
+}
+
+cachet::ThreadIdentity DBSessions::OwnerOf(const char* sid) {
+  const auto number = [](const char* digits) {
+    return static_cast<int>(std::strtoul(std::string(digits, sid_digits).c_str(), nullptr, 10));
+  };
+  return {number(sid), number(sid + sid_digits)};
+}
+
+void DBSessions::ReportFull() {
+  std::printf("DBSessions::InsertSession: Error, session out of limit.\n");
+}
+void DBSessions::ReportMissing() {
+  std::printf("DBSessions::EraseSession: Error, session doesnot exist.\n");
+}
+
 bool DBSessions::InsertSession(SessionType type) {
   if (db_session_mode_ == 0) return true;
-  for (MemBlock& entry : area_of(*this, type)) {
-    if (is_used(entry)) continue;
-    GetCurSid(entry.trans.sid);
-    const TimeText now = local_time();
-    std::memcpy(entry.trans.info, now.data(), now.size());
-    cachet::store_release<int>(&entry.status, in_use);
-    return true;
+  for (int entry = FreeEntry(type); entry >= 0; entry = FreeEntry(type)) {
+    if (ClaimEntry(entry, 0)) return true;
   }
-  std::printf("DBSessions::InsertSession: Error, session out of limit.\n");
+  ReportFull();
   return false;
 }
 
 bool DBSessions::EraseSession(SessionType type, char* sid) {
   if (db_session_mode_ == 0) return true;
-  const SidText own = sid_of_caller();
-  const char* const wanted = sid != nullptr ? sid : own.data();
+  const char* const wanted = sid != nullptr ? sid : sid_of_caller().data();
   for (MemBlock& entry : area_of(*this, type)) {
-    if (!is_used(entry) || std::memcmp(entry.trans.sid, wanted, sizeof entry.trans.sid) != 0) continue;
+    if (!is_used(entry) || !has_sid(entry, wanted)) continue;
     entry.trans = TransInfo{};
     cachet::store_release<int>(&entry.status, 0);
     return true;
   }
-  std::printf("DBSessions::EraseSession: Error, session doesnot exist.\n");
+  ReportMissing();
   return false;
 }
 
@@ -135,8 +218,7 @@ bool DBSessions::GetSessions(std::vector<TransInfo>& sessions, int stype) {
 }
 
 void DBSessions::GetCurSid(char* sid) {
-  const SidText own = sid_of_caller();
-  std::memcpy(sid, own.data(), sizeof TransInfo::sid);
+  std::memcpy(sid, sid_of_caller().data(), sizeof TransInfo::sid);
 }
 
 void DBSessions::PrintSession() {

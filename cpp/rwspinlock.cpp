@@ -11,6 +11,10 @@
 // the two; waits end after at most 200 ms to look again, so no lost post, dead waiter or removed semaphore
 // blocks for ever. A waiting writer that leaves a free slot alone for ten slices is taken for dead by a
 // reader.
+//
+// Whoever dies inside a section is undone by the next one in it: before its first change a holder announces
+// the counts, and the session entries, as they are to be when it neither holds nor waits
+// (lock_section.h).
 #include "rwspinlock.h"
 
 #include <sys/shm.h>
@@ -22,7 +26,11 @@
 #include <string_view>
 
 #include "base/messages.h"
-#include "shared_word.h"
+#include "base/thread_identity.h"
+#include "lock_page.h"
+#include "lock_section.h"
+
+using namespace cachet;
 
 namespace {
 
@@ -30,59 +38,15 @@ constexpr char page_suffix[] = ".lk";
 constexpr int lock_key_id = 1;
 constexpr int lock_semaphore_id = 1;
 constexpr int lock_semaphore_max = 100;
-constexpr int page_bytes = 8192;
-constexpr int slot_count = 2;
-constexpr std::ptrdiff_t slot_bytes = 20;
-constexpr std::ptrdiff_t word_bytes = 4;
 constexpr int read_level = 0;
 constexpr int write_level = 1;
 constexpr int slice_ms = 200;
 constexpr int slices_for_a_dead_writer = 10;
 constexpr long pause_without_semaphore_ns = 2'000'000;
+constexpr int no_entry = -1;
 
-// The words of a slot, and behind both slots the library's own bookkeeping.
-//
-//   byte   0        20       40     64                            72      80               8192
-//          +--------+--------+------+-----------------------------+-------+ - - - - - - - -+
-//          | slot 0 | slot 1 | free | reader releases of slot 0, 1| epoch |      free      |
-//          +--------+--------+------+-----------------------------+-------+ - - - - - - - -+
-constexpr int releases_at = 64;
-constexpr int epoch_at = 72;
-
-class Slot {
- public:
-  Slot(char* page, int lockid)
-      : words_(page + lockid * slot_bytes), releases_(page + releases_at + lockid * word_bytes) {}
-
-  auto writers_holding() const { return word(1); }
-  auto writers_waiting() const { return word(2); }
-  auto readers_holding() const { return word(3); }
-  auto readers_waiting() const { return word(4); }
-  // Raised by every unlock that lets the waiting readers go.
-  auto reader_releases() const { return cachet::shared_word<std::int32_t>(releases_); }
-
- private:
-  std::atomic_ref<std::int32_t> word(int index) const {
-    return cachet::shared_word<std::int32_t>(words_ + index * word_bytes);
-  }
-  char* words_;
-  char* releases_;
-};
-
-class SpinGuard {
- public:
-  explicit SpinGuard(Cspinlock& lock) : lock_(lock) { lock_.Lock(); }
-  ~SpinGuard() { lock_.Unlock(); }
-  SpinGuard(const SpinGuard&) = delete;
-  SpinGuard& operator=(const SpinGuard&) = delete;
-
- private:
-  Cspinlock& lock_;
-};
-
-// A count that a dead process left behind may be taken back twice; it never goes below zero.
-void take_one_off(std::atomic_ref<std::int32_t> count) {
-  if (count.load() > 0) count.fetch_sub(1);
+LockPage& page_of(const Crwspinlock& lock) {
+  return *reinterpret_cast<LockPage*>(lock.m_lockpage.m_p);
 }
 
 // True when a post came, false when it is time to look without one.
@@ -95,16 +59,179 @@ bool wait_for_hint(Cztsema& semaphore) {
   return false;
 }
 
-// Sleeps, with the spin lock released, until `may_enter(posted)` holds under it.
-template <class MayEnter>
-void wait_until(Cspinlock& spin, Cztsema& semaphore, const MayEnter& may_enter) {
-  bool posted = false;
-  do {
-    spin.Unlock();
-    posted = wait_for_hint(semaphore);
-    spin.Lock();
-  } while (!may_enter(posted));
+// Lets the waiters of a slot look again: a writer first, else every reader.
+void post(Crwspinlock& lock, int lockid) {
+  LockPage& page = page_of(lock);
+  const SlotWords& words = page.slots[lockid];
+  if (words.writers_waiting > 0) {
+    lock.m_w_sema[lockid].Release();
+  } else if (words.readers_waiting > 0) {
+    shared_word<std::int32_t>(&page.reader_releases[lockid]).fetch_add(1);
+    for (std::int32_t i = 0; i < words.readers_waiting; ++i) lock.m_r_sema[lockid].Release();
+  }
 }
+
+class Heir final : public SlotHeir {
+ public:
+  explicit Heir(Crwspinlock& lock) : lock_(lock) {}
+
+  void finish(int lockid, const SectionRecord& record) override {
+    SlotWords& words = words_of(lockid);
+    store_release<std::int32_t>(&words.writers_holding, record.writers_holding);
+    store_release<std::int32_t>(&words.writers_waiting, record.writers_waiting);
+    store_release<std::int32_t>(&words.readers_holding, record.readers_holding);
+    store_release<std::int32_t>(&words.readers_waiting, record.readers_waiting);
+    DBSessions& sessions = lock_.m_dbsessions;
+    sessions.ClearEntry(record.claimed, {record.pid, record.tid}, lockid, record.tid);
+    sessions.ClearEntry(record.erased, {record.erased_pid, record.erased_tid}, lockid, record.tid);
+  }
+
+  void wake(int lockid) override {
+    if (words_of(lockid).writers_holding == 0) post(lock_, lockid);
+  }
+
+ private:
+  SlotWords& words_of(int lockid) { return page_of(lock_).slots[lockid]; }
+
+  Crwspinlock& lock_;
+};
+
+// One slot of the lock, inside its section. Counts are plain words here: only the holder of the section
+// changes them.
+class SlotWork {
+ public:
+  SlotWork(Crwspinlock& lock, int lockid)
+      : lock_(lock),
+        lockid_(lockid),
+        words_(page_of(lock).slots[lockid]),
+        heir_(lock),
+        section_(page_of(lock), lockid, lock.m_lock[lockid], heir_) {}
+
+  void lock_for_writing() {
+    if (words_.writers_waiting > 0 || words_.writers_holding > 0) {
+      enter(words_.writers_waiting, WTWRITE);
+      do {
+        wait(lock_.m_w_sema[lockid_]);
+      } while (words_.writers_holding > 0);
+      take_off(WTWRITE, nullptr);
+    }
+    enter(words_.writers_holding, INWRITE);
+  }
+
+  void lock_for_reading() {
+    if (words_.writers_holding > 0) {
+      enter(words_.readers_waiting, WTREAD);
+      wait_for_turn_to_read();
+      take_off(WTREAD, nullptr);
+    }
+    enter(words_.readers_holding, INREAD);
+  }
+
+  // Takes one holder or waiter off, with its session (48 characters; null: the calling thread's).
+  void take_off(SessionType type, char* sid) {
+    const ThreadIdentity owner = sid != nullptr ? DBSessions::OwnerOf(sid) : this_thread();
+    int entry = no_entry;
+    const bool tracks = lock_.m_dbsessions.Tracks();
+    if (tracks || sid != nullptr) entry = lock_.m_dbsessions.EntryOf(type, owner, lockid_);
+    if (tracks && entry == no_entry) DBSessions::ReportMissing();
+    take_off_entry(type, entry, owner);
+  }
+
+  // The same for an entry of a dead thread, if it is still its own.
+  bool take_off_of_dead(SessionType type, const TransInfo& session) {
+    const ThreadIdentity owner = DBSessions::OwnerOf(session.sid);
+    const int entry = lock_.m_dbsessions.EntryOf(type, owner, lockid_);
+    if (entry == no_entry) return false;
+    take_off_entry(type, entry, owner);
+    return true;
+  }
+
+ private:
+  std::int32_t& count_of(SessionType type) {
+    switch (type) {
+      case WTREAD:
+        return words_.readers_waiting;
+      case INREAD:
+        return words_.readers_holding;
+      case WTWRITE:
+        return words_.writers_waiting;
+      case INWRITE:
+        break;
+    }
+    return words_.writers_holding;
+  }
+
+  std::int32_t reader_releases() const {
+    return load_acquire<std::int32_t>(&page_of(lock_).reader_releases[lockid_]);
+  }
+
+  // The counts as they are, and no entry of anybody's.
+  SectionRecord as_now() const {
+    SectionRecord record{};
+    record.writers_holding = words_.writers_holding;
+    record.writers_waiting = words_.writers_waiting;
+    record.readers_holding = words_.readers_holding;
+    record.readers_waiting = words_.readers_waiting;
+    record.claimed = record.erased = no_entry;
+    return record;
+  }
+
+  // Adds the caller to a count, and to the sessions of the type. Its heir leaves both as they were.
+  void enter(std::int32_t& count, SessionType type) {
+    SectionRecord record = as_now();
+    DBSessions& sessions = lock_.m_dbsessions;
+    do {
+      record.claimed = sessions.Tracks() ? sessions.FreeEntry(type) : no_entry;
+      section_.announce(record);
+    } while (record.claimed != no_entry && !sessions.ClaimEntry(record.claimed, lockid_));
+    if (record.claimed == no_entry && sessions.Tracks()) DBSessions::ReportFull();
+    store_release<std::int32_t>(&count, count + 1);
+    section_.done();
+  }
+
+  // Its heir completes it.
+  void take_off_entry(SessionType type, int entry, const ThreadIdentity& owner) {
+    std::int32_t& count = count_of(type);
+    SectionRecord record = as_now();
+    std::int32_t& after = type == WTREAD    ? record.readers_waiting
+                          : type == INREAD  ? record.readers_holding
+                          : type == WTWRITE ? record.writers_waiting
+                                            : record.writers_holding;
+    if (after > 0) --after;  // taken back twice, maybe; never below zero
+    record.erased = entry;
+    record.erased_pid = owner.pid;
+    record.erased_tid = owner.tid;
+    section_.announce(record);
+    store_release<std::int32_t>(&count, after);
+    lock_.m_dbsessions.ClearEntry(entry, owner, lockid_, this_thread().tid);
+    if (type == INWRITE) post(lock_, lockid_);
+    section_.done();
+  }
+
+  void wait_for_turn_to_read() {
+    const std::int32_t releases_before = reader_releases();
+    for (int free_slices = 0; free_slices < slices_for_a_dead_writer;) {
+      const bool posted = wait(lock_.m_r_sema[lockid_]);
+      const bool is_free = words_.writers_holding == 0;
+      if (is_free && (words_.writers_waiting == 0 || reader_releases() != releases_before)) return;
+      if (!posted) free_slices = is_free ? free_slices + 1 : 0;
+    }
+  }
+
+  // Outside the section; true when a post came.
+  bool wait(Cztsema& semaphore) {
+    section_.leave();
+    const bool posted = wait_for_hint(semaphore);
+    section_.enter();
+    return posted;
+  }
+
+  Crwspinlock& lock_;
+  int lockid_;
+  SlotWords& words_;
+  Heir heir_;
+  Section section_;
+};
 
 bool segment_exists(int id) {
   struct shmid_ds status;
@@ -117,7 +244,7 @@ std::string semaphore_name(const char* name, int lockid, const char* kind) {
 
 template <class Each>
 bool for_each_semaphore(Crwspinlock& lock, const char* name, const Each& each) {
-  for (int id = 0; id < slot_count; ++id) {
+  for (int id = 0; id < lock_slots; ++id) {
     if (!each(lock.m_r_sema[id], semaphore_name(name, id, "r"))) return false;
     if (!each(lock.m_w_sema[id], semaphore_name(name, id, "w"))) return false;
   }
@@ -125,11 +252,13 @@ bool for_each_semaphore(Crwspinlock& lock, const char* name, const Each& each) {
 }
 
 void bind_slots(Crwspinlock& lock) {
-  for (int id = 0; id < slot_count; ++id) lock.m_lock[id].Set(lock.m_lockpage.m_p + id * slot_bytes);
+  for (int id = 0; id < lock_slots; ++id) {
+    lock.m_lock[id].Set(reinterpret_cast<char*>(&page_of(lock).slots[id].spin));
+  }
 }
 
 bool is_slot(int lockid) {
-  return lockid >= 0 && lockid < slot_count;
+  return lockid >= 0 && lockid < lock_slots;
 }
 
 // Also those that this process never opened, since it may have failed before: nobody else is left to do it.
@@ -150,7 +279,8 @@ Crwspinlock::Crwspinlock() = default;
 
 bool Crwspinlock::Create(char* name, int dbsesion_mode) {
   const std::string page = std::string(name) + page_suffix;
-  if (!m_lockpage.Create(page.c_str(), lock_key_id, page_bytes, false)) return false;
+  if (!m_lockpage.Create(page.c_str(), lock_key_id, lock_page_bytes, false)) return false;
+  if (!prepare(page_of(*this))) return false;
   bind_slots(*this);
   if (!m_dbsessions.CreateContainer(name, dbsesion_mode)) {
     cachet::message::print_line(cachet::message::create_sessions_failed, name);
@@ -165,7 +295,7 @@ bool Crwspinlock::Create(char* name, int dbsesion_mode) {
 bool Crwspinlock::Open(char* name, int dbsesion_mode) {
   const std::string page = std::string(name) + page_suffix;
   if (!m_lockpage.Open(page.c_str(), lock_key_id, false)) return false;
-  if (m_lockpage.bytes() < page_bytes) return false;
+  if (m_lockpage.bytes() < lock_page_bytes) return false;
   bind_slots(*this);
   if (!m_dbsessions.OpenContainer(name, dbsesion_mode)) {
     cachet::message::print_line(cachet::message::open_sessions_failed, name);
@@ -186,88 +316,55 @@ bool Crwspinlock::IsOpen() const {
 }
 
 bool Crwspinlock::WriterHolds(int lockid) const {
-  return m_open && is_slot(lockid) && Slot(m_lockpage.m_p, lockid).writers_holding().load() > 0;
+  return m_open && is_slot(lockid) &&
+         load_acquire<std::int32_t>(&page_of(*this).slots[lockid].writers_holding) > 0;
 }
 
 std::uint64_t Crwspinlock::Epoch() const {
-  return m_open ? cachet::load_acquire<std::uint64_t>(m_lockpage.m_p + epoch_at) : 0;
+  return m_open ? load_acquire<std::uint64_t>(&page_of(*this).epoch) : 0;
 }
 
 void Crwspinlock::RaiseEpoch() {
-  if (m_open) cachet::shared_word<std::uint64_t>(m_lockpage.m_p + epoch_at).fetch_add(2);
+  if (m_open) shared_word<std::uint64_t>(&page_of(*this).epoch).fetch_add(2);
 }
 
 void Crwspinlock::MakeEpochOdd() {
-  if (m_open) cachet::shared_word<std::uint64_t>(m_lockpage.m_p + epoch_at).fetch_or(1);
+  if (m_open) shared_word<std::uint64_t>(&page_of(*this).epoch).fetch_or(1);
 }
 
 void Crwspinlock::MakeEpochEven() {
-  if (m_open && Epoch() % 2 != 0) cachet::shared_word<std::uint64_t>(m_lockpage.m_p + epoch_at).fetch_add(1);
+  if (m_open && Epoch() % 2 != 0) shared_word<std::uint64_t>(&page_of(*this).epoch).fetch_add(1);
 }
 
 bool Crwspinlock::Lock(int lockid, int locklevel) {
   if (!m_open || !is_slot(lockid) || (locklevel != read_level && locklevel != write_level)) return false;
-  const Slot slot(m_lockpage.m_p, lockid);
-  Cspinlock& spin = m_lock[lockid];
-  const SpinGuard guard(spin);
-
+  SlotWork slot(*this, lockid);
   if (locklevel == write_level) {
-    if (slot.writers_waiting().load() > 0 || slot.writers_holding().load() > 0) {
-      slot.writers_waiting().fetch_add(1);
-      m_dbsessions.InsertSession(WTWRITE);
-      wait_until(spin, m_w_sema[lockid], [&](bool) { return slot.writers_holding().load() == 0; });
-      take_one_off(slot.writers_waiting());
-      m_dbsessions.EraseSession(WTWRITE, nullptr);
-    }
-    slot.writers_holding().fetch_add(1);
-    m_dbsessions.InsertSession(INWRITE);
-    return true;
+    slot.lock_for_writing();
+  } else {
+    slot.lock_for_reading();
   }
-
-  if (slot.writers_holding().load() > 0) {
-    slot.readers_waiting().fetch_add(1);
-    m_dbsessions.InsertSession(WTREAD);
-    const std::int32_t releases_before = slot.reader_releases().load();
-    int free_slices = 0;
-    wait_until(spin, m_r_sema[lockid], [&](bool posted) {
-      const bool is_free = slot.writers_holding().load() == 0;
-      if (!posted) free_slices = is_free ? free_slices + 1 : 0;
-      return is_free &&
-             (slot.writers_waiting().load() == 0 || slot.reader_releases().load() != releases_before ||
-              free_slices >= slices_for_a_dead_writer);
-    });
-    take_one_off(slot.readers_waiting());
-    m_dbsessions.EraseSession(WTREAD, nullptr);
-  }
-  slot.readers_holding().fetch_add(1);
-  m_dbsessions.InsertSession(INREAD);
   return true;
 }
 
 void Crwspinlock::Unlock(int lockid, int locklevel, int stype, char* sid) {
   if (!m_open || !is_slot(lockid) || (locklevel != read_level && locklevel != write_level)) return;
-  const Slot slot(m_lockpage.m_p, lockid);
-  const SpinGuard guard(m_lock[lockid]);
+  const bool waits = stype == WTREAD || stype == WTWRITE;
+  const SessionType holds = locklevel == write_level ? INWRITE : INREAD;
+  SlotWork(*this, lockid).take_off(waits ? static_cast<SessionType>(stype) : holds, sid);
+}
 
-  if (stype == WTWRITE) {
-    take_one_off(slot.writers_waiting());
-    m_dbsessions.EraseSession(WTWRITE, sid);
-  } else if (stype == WTREAD) {
-    take_one_off(slot.readers_waiting());
-    m_dbsessions.EraseSession(WTREAD, sid);
-  } else if (locklevel == read_level) {
-    take_one_off(slot.readers_holding());
-    m_dbsessions.EraseSession(INREAD, sid);
-  } else {
-    take_one_off(slot.writers_holding());
-    m_dbsessions.EraseSession(INWRITE, sid);
-    if (slot.writers_waiting().load() > 0) {
-      m_w_sema[lockid].Release();
-    } else if (const std::int32_t waiting = slot.readers_waiting().load(); waiting > 0) {
-      slot.reader_releases().fetch_add(1);
-      for (std::int32_t i = 0; i < waiting; ++i) m_r_sema[lockid].Release();
-    }
-  }
+void Crwspinlock::Settle() {
+  for (int id = 0; m_open && id < lock_slots; ++id) SlotWork(*this, id);
+}
+
+bool Crwspinlock::UnlockOfDead(SessionType type, const TransInfo& session) {
+  const int lockid = DBSessions::SlotOf(session);
+  return m_open && is_slot(lockid) && SlotWork(*this, lockid).take_off_of_dead(type, session);
+}
+
+cachet::LockPage* Crwspinlock::RecoverablePage() const {
+  return m_open && is_recoverable(page_of(*this)) ? &page_of(*this) : nullptr;
 }
 
 // The semaphores go before the page while this is its only user: until the page is gone no creator gets in that would
@@ -285,7 +382,7 @@ void Crwspinlock::Close() {
 }
 
 void Crwspinlock::Delete() {
-  for (int id = 0; id < slot_count; ++id) {
+  for (int id = 0; id < lock_slots; ++id) {
     m_r_sema[id].Delete();
     m_w_sema[id].Delete();
   }

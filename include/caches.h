@@ -4,14 +4,14 @@
 #define CACHET_CACHES_H
 
 #include <set>
+#include <string>
 #include <vector>
 
 #include "cachet.h"
 #include "rb.h"
 #include "rwlock.h"
 #include "rwspinlock.h"
-
-class ShmRecordcopySet;
+#include "shmrecordcopyset.h"
 
 /* ---- descriptors: process-local, index = id ---- */
 
@@ -186,6 +186,7 @@ struct ZtDb {
   int reuse_shmmap = 0;
 
   // The handle's own state, behind the documented fields.
+  std::string lock_name;                         // base path of the lock's and the store's key files
   int creator_pid = 0;                           // who made the handle; a forked child is somebody else
   std::vector<int> tables_to_unmark;             // marked tables whose copies a reset dropped
   std::vector<cachet::IndexPlace> index_places;  // scratch of an insert
@@ -215,6 +216,17 @@ CACHET_API bool ZtPutRecord2(ZtDbHandle database, ZtRecordHandle recordrow);
 CACHET_API bool ZtLoadRecord(ZtDbHandle database, ZtRecordHandle recordrow);
 // Keeps the record's bytes for rollback, the first time only.
 CACHET_API void ZtSaveRecord(ZtDbHandle database, int tableid, ZtRecord* record, int length);
+
+// Read one line of a table file, of at most `buffersize` bytes, into `buffer` (one byte more, for the NUL)
+// and leave the descriptor right behind it. False at the end of the file, and for a line that is too long. A
+// text line loses the white space before it, and blank lines do not count; of a binary line the length prefix
+// and the NUL do.
+CACHET_API bool ReadTableTxtFileLine(int fhandle, char* buffer, int buffersize);
+CACHET_API bool ReadTableBinaryFileLine(int fhandle, char* buffer, int buffersize);
+// Copies the value of the first `tag=value` pair in the line, which begins at its start or behind a blank, a
+// tab or a ";" and ends before the next ";", to `value`, as long as the line at most. False, and nothing
+// copied, when there is none.
+CACHET_API bool ReadTableTxtFileLineValue(char* buffer, char* tag, char* value);
 
 // Positions 0 and 1 of the lock page, at most once per handle: read level for mode 1, write level for mode 2.
 CACHET_API bool ZtLockPosition(ZtDbHandle database, int p);

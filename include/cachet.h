@@ -142,8 +142,8 @@ CACHET_API bool ZtCreateDb(ZtDbHandle* database, const char* path, const char* n
  *   "connecting" text when nobody listens and with the "login" text when somebody does.
  * `reuse_shmmap`: nonzero reuses the process's first attachment instead of a new one; it must be this very
  *   database, still attached. Such a handle detaches nothing; it must not outlive the one that attached.
- * `shmrcset_mode`: 0 keeps rollback copies in process memory. 1 asks for the shared rollback store, which
- *   this release does not have yet: the open fails.
+ * `shmrcset_mode`: 0 keeps rollback copies in process memory; 1 keeps them in shared memory, from where a
+ *   survivor can roll back for this process. A process has one such handle per database.
  * `dbsesion_mode`: as for ZtCreateDb.
  * The handle is stored in *database also on failure, and is ended with ZtDeleteDb in both cases.
  *
@@ -423,6 +423,122 @@ CACHET_API void ZtCommitTransaction(ZtDbHandle database);
  * back into its index for want of memory.
  */
 CACHET_API void ZtRollbackTransaction(ZtDbHandle database);
+
+/* ------------------------------------------------------------------------------------------------------- */
+/* Sessions of dead processes                                                                              */
+/* ------------------------------------------------------------------------------------------------------- */
+
+/*
+ * Clears what every dead process left: its transaction is rolled back from its shared store, or its commit
+ * finished, its unfinished work on the trees completed, its locks and waits taken back. Works for processes
+ * that had session tracking and the shared store on. A process counts as dead when its id is gone: not as a
+ * zombie, and not while another process has the id. Once nobody else is attached, the stores of dead processes
+ * are removed as well. May wait for a live writer.
+ * False when something is left as it is: a dead writer on a read-only handle, or without its whole store, or
+ * without tracking; a load that somebody died in.
+ */
+CACHET_API bool ZtClearDBWildTrans(ZtDbHandle database);
+
+/*
+ * The same for one session: `stype` 0 waiting to read, 1 reading, 2 waiting to write, 3 writing; process and thread
+ * id as in the table. Nothing for a live process. A session that is not in the table takes a count back all the same.
+ */
+CACHET_API bool ZtClearWildTrans(ZtDbHandle database, int stype, unsigned long pid, unsigned long tid);
+
+/* ------------------------------------------------------------------------------------------------------- */
+/* Table files: one table as lines of `name=value` pairs. Nothing is escaped: a text with ";" or a line    */
+/* break in it is read back wrongly. No call takes a lock.                                                 */
+/* ------------------------------------------------------------------------------------------------------- */
+
+/*
+ * Write the table's live records, in ascending order of record id: as text, one line each, or as binary lines
+ * with their length before them. The file is made or emptied, and written straight.
+ * Errors: -1008 for a bad table id, when the file cannot be opened, or when it could not be written whole.
+ */
+CACHET_API bool ZtWriteTableTxt(ZtDbHandle database, int tableid, const char* filename);
+CACHET_API bool ZtWriteTableBinary(ZtDbHandle database, int tableid, const char* filename);
+
+/*
+ * Insert a record for every line of the file, each with ZtPutRecord through the handle `record`. A field that
+ * a line does not name stays 0. A refused record is reported and the import goes on; a line of more than
+ * 10240 bytes ends it, with true. Call them inside a transaction, as every insert. Errors: -1004 on a
+ * read-only handle; -1008 for a bad table id, or when the file cannot be opened or read. Records stored
+ * before a failure stay.
+ */
+CACHET_API bool ZtReadTableTxt(ZtDbHandle database, int tableid, ZtRecordHandle record, const char* filename);
+CACHET_API bool ZtReadTableBinary(ZtDbHandle database, int tableid, ZtRecordHandle record,
+                                  const char* filename);
+
+/*
+ * Writes a picture of the table for an engineer's eyes: the keys of every index with the ids of their
+ * records, by the list of all records ever stored and by the list that cursors have tidied, then all records,
+ * deleted ones too. Errors as ZtWriteTableTxt.
+ */
+CACHET_API bool ZtDumpTable(ZtDbHandle database, int tableid, const char* filename);
+
+/* ------------------------------------------------------------------------------------------------------- */
+/* Image files: the whole database as its bytes, or the records of one table. No call takes a lock; an     */
+/* image of a live database is consistent only while writers are kept out: begin a transaction around it.  */
+/* An image under its final name is always whole: it is written beside it and renamed, unless the name is  */
+/* a symbolic link or no regular file, or the folder admits no temporary.                                  */
+/* ------------------------------------------------------------------------------------------------------- */
+
+/*
+ * Writes the whole database, byte for byte. Errors: -1008 when the file cannot be opened or not be written
+ * whole; what the file held before is then still there.
+ */
+CACHET_API bool ZtWriteDbFile(ZtDbHandle database, const char* filename);
+
+/*
+ * Replaces the whole database by an image of the same size and tables (any tables, when this one has none
+ * yet: load them then with ZtLoadDbInfo and ZtLoadDb). The database keeps its name; marks of changes under
+ * way are cleared; everything else comes from the image. Hold ZtLockDb(database, ZT_LOCK_EXCLUSIVE), and let
+ * no cursor and no row live across it. Before-images that this handle keeps are dropped. Errors: -1010 for
+ * another version; -1008 on a read-only handle, when the file cannot be opened, or when it is truncated or
+ * does not fit the database. Nothing has changed then, unless the disk fails in the middle.
+ */
+CACHET_API bool ZtReadDbFile(ZtDbHandle database, const char* filename);
+
+/*
+ * Writes one image of records per table into the folder `path`, which is made if it is missing:
+ * "PATH//TABLE.table". Errors: -1008 when a file cannot be opened or not be written whole; those written
+ * before stay.
+ */
+CACHET_API bool ZtWriteDbDir(ZtDbHandle database, const char* path);
+
+/*
+ * Empties the database and loads the records of every table from "PATH//TABLE.table". They get new record
+ * ids. The memory of the records before is not given back (ZtResetDb does that). Hold the exclusive file
+ * lock, and let no cursor and no row live across it. Errors: -1008 on a read-only handle, or when a file is
+ * missing or has no header: nothing has changed then; -1003 when a record finds no memory: those before it
+ * stay.
+ */
+CACHET_API bool ZtReadDbDir(ZtDbHandle database, const char* path);
+
+/*
+ * Writes the data of the table's live records, in ascending order of record id, behind the database's version
+ * in 32 bytes. Errors: -1008 as ZtWriteDbFile, and for a bad table id.
+ */
+CACHET_API bool ZtWriteDbTable(ZtDbHandle database, int tableid, const char* tablefile);
+
+/*
+ * Adds the records of a table image to the table, under new record ids. Neither the version nor unique keys
+ * are checked, and a rollback does not take them back; a tail that is no whole record is ignored. Takes no
+ * lock: call it inside a transaction. Errors: -1004 on a read-only handle; -1008 for a bad table id, when the
+ * file cannot be opened, or when it has no header or shrinks meanwhile; -1003 when a record finds no memory.
+ * Records loaded before a failure stay.
+ */
+CACHET_API bool ZtReadDbTable(ZtDbHandle database, int tableid, const char* tablefile);
+
+/*
+ * Stores the number of records ever inserted into the table in `count` and an estimate of the shared memory
+ * they take in `size`. Errors: -1008 for a bad table id; both are 0 then.
+ */
+#ifdef __cplusplus
+CACHET_API void ZtTableSize(ZtDbHandle database, int tableid, const long& count, const long& size);
+#else
+CACHET_API void ZtTableSize(ZtDbHandle database, int tableid, const long* count, const long* size);
+#endif
 
 #ifdef __cplusplus
 }

@@ -24,17 +24,21 @@ enum SessionType { WTREAD = 0, INREAD = 1, WTWRITE = 2, INWRITE = 3 };
 #pragma pack(push, 1)
 struct TransInfo {
   char sid[48];   // "%024lu%024lu" of process id and thread id, no terminator
-  char info[16];  // local time of entry, "%Y%m%d%H%M%S"
+  char info[16];  // local time of entry, "%Y%m%d%H%M%S" and its NUL; the last byte is the lock slot
 };
 
 struct MemBlock {
   TransInfo trans;
-  int status;  // 1 = in use, 0 = free
+  int status;  // 1 = in use, 0 = free, -thread id = on its way in or out
 };
 #pragma pack(pop)
 
 static_assert(sizeof(TransInfo) == 64 && offsetof(TransInfo, info) == 48);
 static_assert(sizeof(MemBlock) == 68 && offsetof(MemBlock, status) == 64);
+
+namespace cachet {
+struct ThreadIdentity;
+}
 
 class CACHET_API DBSessions {
  public:
@@ -52,6 +56,21 @@ class CACHET_API DBSessions {
   bool EraseSession(SessionType type, char* sid);
   // Appends the used entries of area `stype`, in table order. False for an unknown type or without a segment.
   bool GetSessions(std::vector<TransInfo>& sessions, int stype);
+
+  // The same in steps, for a caller that records each one before it takes it (-1: none). An entry is a number
+  // over all four areas; `slot` is the lock slot it belongs to, kept in the last byte of `info`.
+  int FreeEntry(SessionType type) const;
+  // Enters the calling thread there; false when somebody else was faster.
+  bool ClaimEntry(int entry, int slot);
+  int EntryOf(SessionType type, const cachet::ThreadIdentity& owner, int slot) const;
+  // Removes the entry if it is the owner's on this slot, or half-way in or out by thread `mover`; else does
+  // nothing.
+  void ClearEntry(int entry, const cachet::ThreadIdentity& owner, int slot, int mover);
+  static int SlotOf(const TransInfo& session);
+  static cachet::ThreadIdentity OwnerOf(const char* sid);
+  static void ReportFull();
+  static void ReportMissing();
+  bool Tracks() const { return db_session_mode_ != 0 && shm_base_addr_ != nullptr; }
 
   // Writes the calling thread's 48 characters, no terminator.
   void GetCurSid(char* sid);

@@ -148,6 +148,10 @@ struct Rb_keyfile {
   bool operator==(const Rb_keyfile&) const = default;
 };
 
+namespace cachet {
+struct StageLog;
+}
+
 // One process's view of one database. Tree and allocator calls need nothing else of a handle.
 struct CACHET_API Rb_base {
   char* share_memory_begin[RB_MAX_SEGMENTS] = {};  // attach address of each segment
@@ -168,9 +172,11 @@ struct CACHET_API Rb_base {
   std::vector<int> mshid;         // System V id of each segment
 
   // This process's own knowledge, behind the documented fields.
-  ZTINT8 attached_bytes = 0;          // size of the flat space when it was attached
-  std::string absolute_path;          // base path of the key files, for their removal
-  std::vector<Rb_keyfile> key_files;  // the file that each segment was attached through
+  ZTINT8 attached_bytes = 0;           // size of the flat space when it was attached
+  std::string absolute_path;           // base path of the key files, for their removal
+  std::vector<Rb_keyfile> key_files;   // the file that each segment was attached through
+  cachet::StageLog* stages = nullptr;  // while this handle's work is to survive its death (rb_stage.h)
+  std::uint16_t stage_step = 0;
 };
 
 // Every segment this process attached, in order, up to 100; closing removes no entry.

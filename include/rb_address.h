@@ -80,6 +80,12 @@ inline bool is_data(const Rb_base* base, std::int64_t offset, std::int64_t lengt
          (length == 0 || segment_of(offset) == segment_of(offset + length - 1));
 }
 
+// Whether an address lies in the flat space.
+inline bool is_shared(const Rb_base* base, const void* address) noexcept {
+  const std::int64_t offset = value_of(offset_of(base, address));
+  return offset > 0 && offset < base->attached_bytes;
+}
+
 // Whether `length` bytes from an address inside the flat space would run out of its segment.
 inline bool runs_out(const Rb_base* base, const void* address, std::int64_t length) noexcept {
   const std::int64_t begin = value_of(offset_of(base, address));

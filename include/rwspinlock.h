@@ -23,6 +23,10 @@
 #include "ztmem.h"
 #include "ztsema.h"
 
+namespace cachet {
+struct LockPage;
+}
+
 class CACHET_API Crwspinlock {
  public:
   Crwspinlock();
@@ -59,6 +63,14 @@ class CACHET_API Crwspinlock {
   void RaiseEpoch();
   void MakeEpochOdd();
   void MakeEpochEven();
+
+  // Finishes what a process left that died inside a slot's section.
+  void Settle();
+  // Takes back what a dead thread holds or waits for, if its session is still in the table; its slot is the
+  // session's.
+  bool UnlockOfDead(SessionType type, const TransInfo& session);
+  // The page, when dead processes' work can be finished through it; null otherwise.
+  cachet::LockPage* RecoverablePage() const;
 
   Cztshamem m_lockpage;
   Cztsema m_r_sema[2];

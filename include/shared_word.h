@@ -18,6 +18,13 @@
 
 namespace cachet {
 
+// In a build for crash tests every store to a shared word can be the process's last; otherwise nothing.
+#ifdef CACHET_CRASH_POINTS
+void crash_point() noexcept;
+#else
+inline void crash_point() noexcept {}
+#endif
+
 template <class T>
 inline T load_unaligned(const void* address) noexcept {
   static_assert(std::is_trivially_copyable_v<T>);
@@ -30,6 +37,7 @@ inline T load_unaligned(const void* address) noexcept {
 template <class T>
 inline void store_unaligned(void* address, std::type_identity_t<T> value) noexcept {
   static_assert(std::is_trivially_copyable_v<T>);
+  crash_point();
   std::memcpy(address, &value, sizeof value);
 }
 
@@ -51,17 +59,18 @@ inline void store_release_unaligned(void* address, std::type_identity_t<T> value
 // allowed.
 template <class T>
 inline std::atomic_ref<T> shared_word(void* address) noexcept {
+  crash_point();
   return std::atomic_ref<T>(*static_cast<T*>(address));
 }
 
 template <class T>
 inline T load_acquire(const void* address) noexcept {
-  return shared_word<T>(const_cast<void*>(address)).load(std::memory_order_acquire);
+  return std::atomic_ref<T>(*static_cast<T*>(const_cast<void*>(address))).load(std::memory_order_acquire);
 }
 
 template <class T>
 inline T load_relaxed(const void* address) noexcept {
-  return shared_word<T>(const_cast<void*>(address)).load(std::memory_order_relaxed);
+  return std::atomic_ref<T>(*static_cast<T*>(const_cast<void*>(address))).load(std::memory_order_relaxed);
 }
 
 template <class T>

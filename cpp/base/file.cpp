@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <filesystem>
 #include <system_error>
 
@@ -13,15 +12,6 @@ namespace cachet {
 namespace {
 
 constexpr int guarding_flags = O_NOFOLLOW | O_CLOEXEC;
-
-template <class Call>
-int retry_interrupted(const Call& call) {
-  int result;
-  do {
-    result = call();
-  } while (result < 0 && errno == EINTR);
-  return result;
-}
 
 bool is_own(int descriptor) {
   struct stat status;
@@ -44,8 +34,21 @@ Descriptor& Descriptor::operator=(Descriptor&& other) noexcept {
 Descriptor::~Descriptor() {
   if (descriptor_ < 0) return;
   const int saved_errno = errno;
-  close(descriptor_);  // not repeated when interrupted: the descriptor is gone either way
+  ::close(descriptor_);
   errno = saved_errno;
+}
+
+// Not repeated when interrupted: the descriptor is gone either way.
+bool Descriptor::close() {
+  return ::close(release()) == 0 || errno == EINTR;
+}
+
+Descriptor open_file(const char* path, int flags, mode_t mode) {
+  if (path == nullptr) {
+    errno = EFAULT;
+    return Descriptor();
+  }
+  return Descriptor(retry_interrupted([=] { return open(path, flags | O_CLOEXEC, mode); }));
 }
 
 Descriptor open_key_file(const char* path, int flags) {

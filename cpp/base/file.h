@@ -1,12 +1,13 @@
-// Opening the files that other processes meet at: key files and lock files.
+// Opening files. No descriptor survives exec, and an interrupted call is repeated.
 //
-// They lie where others may write, so none is reached through a symbolic link, and no descriptor survives
-// exec.
+// Key files and lock files, at which other processes meet, lie where others may write: none of them is
+// reached through a symbolic link.
 #ifndef CACHET_CPP_BASE_FILE_H
 #define CACHET_CPP_BASE_FILE_H
 
 #include <sys/types.h>
 
+#include <cerrno>
 #include <string>
 #include <utility>
 
@@ -23,12 +24,25 @@ class Descriptor {
 
   explicit operator bool() const { return descriptor_ >= 0; }
   int get() const { return descriptor_; }
+  // Closes it now. False when the system tells only here that something written was lost.
+  bool close();
   // Gives the descriptor away; -1 when there is none.
   int release() { return std::exchange(descriptor_, -1); }
 
  private:
   int descriptor_ = -1;
 };
+
+template <class Call>
+auto retry_interrupted(const Call& call) {
+  auto result = call();
+  while (result < 0 && errno == EINTR) result = call();
+  return result;
+}
+
+// Opens a file that a caller named. False on failure, errno says why; a null path is one that cannot be
+// opened.
+Descriptor open_file(const char* path, int flags, mode_t mode = 0);
 
 // Opens an existing file with these flags. False on failure, errno says why: ELOOP for a symbolic link.
 Descriptor open_key_file(const char* path, int flags);

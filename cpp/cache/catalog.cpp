@@ -1,36 +1,14 @@
-// The schema in shared memory and back. Four runs of records lie behind the header, each ordered by table id
-// and then by position: tables, index names, fields, index fields.
+// The schema in shared memory and back.
+#include "cache/catalog.h"
+
 #include <algorithm>
 #include <cstring>
-#include <span>
 
 #include "cache/error.h"
 
 using namespace cachet;
 
 namespace {
-
-struct Counts {
-  std::int64_t tables = 0;
-  std::int64_t indexes = 0;
-  std::int64_t fields = 0;
-  std::int64_t index_fields = 0;
-
-  std::int64_t bytes() const {
-    return static_cast<std::int64_t>(sizeof(Rb_memory)) +
-           tables * static_cast<std::int64_t>(sizeof(Rb_tablename)) +
-           indexes * static_cast<std::int64_t>(sizeof(Rb_indexname)) +
-           fields * static_cast<std::int64_t>(sizeof(Rb_tablefield)) +
-           index_fields * static_cast<std::int64_t>(sizeof(Rb_indexfield));
-  }
-};
-
-struct Catalog {
-  std::span<Rb_tablename> tables;
-  std::span<Rb_indexname> indexes;
-  std::span<Rb_tablefield> fields;
-  std::span<Rb_indexfield> index_fields;
-};
 
 template <class Record>
 std::span<Record> next_run(char*& position, std::int64_t count) {
@@ -39,18 +17,8 @@ std::span<Record> next_run(char*& position, std::int64_t count) {
   return run;
 }
 
-Catalog catalog_in(const Rb_base& base, const Counts& counts) {
-  char* position = base.share_memory_begin[0] + sizeof(Rb_memory);
-  Catalog catalog;
-  catalog.tables = next_run<Rb_tablename>(position, counts.tables);
-  catalog.indexes = next_run<Rb_indexname>(position, counts.indexes);
-  catalog.fields = next_run<Rb_tablefield>(position, counts.fields);
-  catalog.index_fields = next_run<Rb_indexfield>(position, counts.index_fields);
-  return catalog;
-}
-
-Counts counts_of(const std::vector<ZtTable>& tables) {
-  Counts counts;
+CatalogCounts counts_of(const std::vector<ZtTable>& tables) {
+  CatalogCounts counts;
   counts.tables = static_cast<std::int64_t>(tables.size());
   for (const ZtTable& table : tables) {
     counts.fields += static_cast<std::int64_t>(table.fielddescrible.size());
@@ -60,10 +28,6 @@ Counts counts_of(const std::vector<ZtTable>& tables) {
     }
   }
   return counts;
-}
-
-Counts counts_in(const Rb_memory& header) {
-  return {header.tablecount, header.indexcount, header.fieldcount, header.indexfieldcount};
 }
 
 std::int64_t first_segment_bytes(const Rb_base& base) {
@@ -127,17 +91,41 @@ class Writer {
   std::size_t index_fields_ = 0;
 };
 
-// A header that was never saved has no counts and no head size.
-bool is_sound(const Rb_base& base, const Counts& counts) {
-  const std::int64_t limit = first_segment_bytes(base);
+}  // namespace
+
+namespace cachet {
+
+CatalogCounts CatalogCounts::of(const Rb_memory& header) {
+  return {header.tablecount, header.indexcount, header.fieldcount, header.indexfieldcount};
+}
+
+std::int64_t CatalogCounts::bytes() const {
+  return static_cast<std::int64_t>(sizeof(Rb_memory)) +
+         tables * static_cast<std::int64_t>(sizeof(Rb_tablename)) +
+         indexes * static_cast<std::int64_t>(sizeof(Rb_indexname)) +
+         fields * static_cast<std::int64_t>(sizeof(Rb_tablefield)) +
+         index_fields * static_cast<std::int64_t>(sizeof(Rb_indexfield));
+}
+
+Catalog Catalog::behind(char* header, const CatalogCounts& counts) {
+  char* position = header + sizeof(Rb_memory);
+  Catalog catalog;
+  catalog.tables = next_run<Rb_tablename>(position, counts.tables);
+  catalog.indexes = next_run<Rb_indexname>(position, counts.indexes);
+  catalog.fields = next_run<Rb_tablefield>(position, counts.fields);
+  catalog.index_fields = next_run<Rb_indexfield>(position, counts.index_fields);
+  return catalog;
+}
+
+bool is_sound(const Rb_memory& header, std::int64_t limit) {
+  const CatalogCounts counts = CatalogCounts::of(header);
   for (const std::int64_t count : {counts.tables, counts.indexes, counts.fields, counts.index_fields}) {
     if (count < 0 || count > limit) return false;
   }
-  const std::int64_t head_bytes = base.memory->memoryheadsize;
-  return counts.bytes() <= limit && (counts.bytes() == head_bytes || (counts.tables == 0 && head_bytes == 0));
+  const bool never_saved = counts.tables == 0 && header.memoryheadsize == 0;
+  return counts.bytes() <= limit && (counts.bytes() == header.memoryheadsize || never_saved);
 }
 
-// Whether every id names something that the replay will have made.
 bool is_sound(const Catalog& catalog) {
   struct Size {
     int fields = 0;
@@ -166,17 +154,17 @@ bool is_sound(const Catalog& catalog) {
                      });
 }
 
-}  // namespace
+}  // namespace cachet
 
 void ZtSaveDbInfo(ZtDbHandle database) {
   if (!require_writable(database)) return;
   const Rb_base& base = database->base;
-  const Counts counts = counts_of(database->database);
+  const CatalogCounts counts = counts_of(database->database);
   if (counts.bytes() > first_segment_bytes(base)) {
     report(database, ZT_ERR_GENERAL, message::catalog_too_large, static_cast<long long>(counts.bytes()));
     return;
   }
-  Writer writer(catalog_in(base, counts));
+  Writer writer(Catalog::behind(base.share_memory_begin[0], counts));
   for (const ZtTable& table : database->database) writer.write(table);
 
   Rb_memory& header = *base.memory;
@@ -195,9 +183,9 @@ void ZtLoadDbInfo(ZtDbHandle database) {
     return;
   }
   const Rb_base& base = database->base;
-  const Counts counts = counts_in(*base.memory);
-  const bool fits = is_sound(base, counts);
-  const Catalog catalog = catalog_in(base, fits ? counts : Counts{});
+  const bool fits = is_sound(*base.memory, first_segment_bytes(base));
+  const CatalogCounts counts = fits ? CatalogCounts::of(*base.memory) : CatalogCounts{};
+  const Catalog catalog = Catalog::behind(base.share_memory_begin[0], counts);
   if (!fits || !is_sound(catalog)) {
     report(database, ZT_ERR_GENERAL, message::catalog_corrupt);
     return;

@@ -4,6 +4,7 @@
 #include "cache/key.h"
 #include "cache/record.h"
 #include "cache/snapshot.h"
+#include "cache/work.h"
 
 namespace cachet {
 
@@ -96,6 +97,8 @@ int step(ZtDbHandle database, ZtConditionHandle condition) {
 bool may_unlink(const ZtDb* database, const ZtCondition* condition) {
   if (!writes_locally(database) || !walks_index(condition) || condition->nodepoint == nullptr) return false;
   constexpr int writers_position = 0;
+  if (work_of_dead(database) != work_none)
+    return false;  // lists may be half-way; a writer finishes that first
   return database->locks.contains(writers_position) || !database->lock.WriterHolds(writers_position);
 }
 
@@ -122,16 +125,13 @@ int unlink_and_step(ZtDbHandle database, ZtConditionHandle condition) {
   // The last entry must be this very key's: a cursor's entry may belong to another key than its point.
   if (!is_linked || (next == 0 && Records::tail(item) != number)) return Direction::skip;
 
-  if (is_head) {
-    Records::set_head(item, next);
-  } else {
-    Records::set_next(entry_at(base, prev), next);
+  {
+    const Work work(database, work_lists);
+    Stage stage(base);
+    Records::remove(stage, base, item, prev, next);
+    stage.run();
   }
-  if (next == 0) {
-    Records::set_tail(item, prev);
-    return Direction::skip;
-  }
-  Records::set_prev(entry_at(base, next), prev);
+  if (next == 0) return Direction::skip;
   return step_for<Direction>(database, condition, stand_on_entry(database, condition, next));
 }
 

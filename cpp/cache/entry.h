@@ -5,6 +5,7 @@
 #define CACHET_CPP_CACHE_ENTRY_H
 
 #include "caches.h"
+#include "rb_stage.h"
 
 namespace cachet {
 
@@ -38,21 +39,33 @@ struct List {
     store_release<std::uint32_t>(reinterpret_cast<char*>(entry) + next_at, to);
   }
   static void set_prev(ZtIndexNode* entry, std::uint32_t to) noexcept { Reversed::set_next(entry, to); }
-  static void set_head(ZtIndexItem* item, std::uint32_t to) noexcept {
-    store_release_unaligned<std::uint32_t>(reinterpret_cast<char*>(item) + head_at, to);
-  }
-  static void set_tail(ZtIndexItem* item, std::uint32_t to) noexcept { Reversed::set_head(item, to); }
 
-  // Puts a complete entry between two neighbours of which either may be missing. The links that make it
-  // reachable come last, the forward one first.
-  static void insert(const Rb_base* base, ZtIndexItem* item, ZtIndexNode* before, ZtIndexNode* entry,
-                     ZtIndexNode* behind) noexcept {
+  // Adds to the stage what puts an entry between two neighbours, of which either may be missing: the forward link
+  // first. The entry's own links are set at once, since nothing leads to them yet.
+  static void insert(Stage& stage, const Rb_base* base, ZtIndexItem* item, ZtIndexNode* before,
+                     ZtIndexNode* entry, ZtIndexNode* behind) noexcept {
     const std::uint32_t number = number_of(base, entry);
     set_next(entry, behind != nullptr ? number_of(base, behind) : 0);
     set_prev(entry, before != nullptr ? number_of(base, before) : 0);
-    before != nullptr ? set_next(before, number) : set_head(item, number);
-    behind != nullptr ? set_prev(behind, number) : set_tail(item, number);
+    stage.link(before != nullptr ? next_link(before) : head_link(item), number);
+    stage.link(behind != nullptr ? prev_link(behind) : tail_link(item), number);
   }
+
+  // Adds what takes an entry out from between its neighbours (0: none).
+  static void remove(Stage& stage, const Rb_base* base, ZtIndexItem* item, std::uint32_t before,
+                     std::uint32_t behind) noexcept {
+    stage.link(before != 0 ? next_link(entry_at(base, before)) : head_link(item), behind);
+    stage.link(behind != 0 ? prev_link(entry_at(base, behind)) : tail_link(item), before);
+  }
+
+  static const char* next_link(const ZtIndexNode* entry) noexcept {
+    return reinterpret_cast<const char*>(entry) + next_at;
+  }
+  static const char* prev_link(const ZtIndexNode* entry) noexcept { return Reversed::next_link(entry); }
+  static const char* head_link(const ZtIndexItem* item) noexcept {
+    return reinterpret_cast<const char*>(item) + head_at;
+  }
+  static const char* tail_link(const ZtIndexItem* item) noexcept { return Reversed::head_link(item); }
 };
 
 // Every record ever stored under the key, and the ones that cursors have not unlinked.

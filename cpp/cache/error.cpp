@@ -42,6 +42,13 @@ ZtTable* table_at(ZtDbHandle database, int tableid) {
   return nullptr;
 }
 
+ZtTable* loaded_table(ZtDbHandle database, int tableid) {
+  ZtTable* const table = table_at(database, tableid);
+  if (table == nullptr || table->listindex != nullptr) return table;
+  report(database, ZT_ERR_GENERAL, message::database_not_open);
+  return nullptr;
+}
+
 const ZtDataField* field_at(ZtDbHandle database, const ZtTable& table, int fieldid) {
   if (fieldid >= 0 && static_cast<std::size_t>(fieldid) < table.fielddescrible.size()) {
     return &table.fielddescrible[static_cast<std::size_t>(fieldid)];

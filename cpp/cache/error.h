@@ -22,6 +22,14 @@ bool report(ZtDbHandle database, int errcode, const message::Message<Args...>& t
 ZtTable* table_at(ZtDbHandle database, int tableid);
 const ZtDataField* field_at(ZtDbHandle database, const ZtTable& table, int fieldid);
 
+// Null, reported, for an id out of range or a table whose tree heads are not known yet.
+ZtTable* loaded_table(ZtDbHandle database, int tableid);
+
+// A text to report, also where a caller gave none.
+inline const char* or_empty(const char* text) {
+  return text != nullptr ? text : "";
+}
+
 // False, reported, for a record handle without a record.
 bool require_record(ZtDbHandle database, const ZtRecordRow* row);
 

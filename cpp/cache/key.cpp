@@ -9,25 +9,11 @@
 #include <algorithm>
 #include <cstring>
 
-#include "cache/record.h"
+#include "cache/value.h"
 
 namespace cachet {
 
 namespace {
-
-struct Value {
-  const char* data;
-  std::size_t length;
-};
-
-template <class T>
-T number_in(const Value& value) {
-  if (value.length >= sizeof(T)) [[likely]]
-    return load_unaligned<T>(value.data);
-  T number{};
-  std::memcpy(&number, value.data, value.length);
-  return number;
-}
 
 // With NaN neither is less and both differ: -1.
 template <class T>
@@ -79,6 +65,8 @@ class KeyFields {
       : base_(base), item_(static_cast<const char*>(key)), checked_(checks_links(base)) {
     if (checked_ && runs_out(base, key, sizeof(ZtIndexItem))) return;
     stored_ = load_unaligned<unsigned char>(item_ + offsetof(ZtIndexItem, sharememory)) == 1;
+    // What a writer is about to make a key has no addresses of this process in it.
+    if (checked_ && !stored_ && is_shared(base, key)) return;
     count_ = load_unaligned<signed char>(item_ + offsetof(ZtIndexItem, point));
     fields_ = load_unaligned<char*>(item_ + offsetof(ZtIndexItem, index));
     if (stored_) fields_ = resolve(fields_, count_ * static_cast<std::int64_t>(sizeof(ZtIndexField)));
@@ -144,6 +132,12 @@ ZtListItem* stored_list_item(const Rb_base* base, Rb_node node) {
   const std::int64_t offset = key_offset_of(node);
   if (!is_data(base, offset, sizeof(ZtListItem))) return nullptr;
   return reinterpret_cast<ZtListItem*>(address_of(base, FlatOffset{offset}));
+}
+
+Value stored_value(const Rb_base* base, const ZtIndexItem* item, int index) {
+  const KeyFields fields(base, item);
+  if (!fields.readable() || index >= fields.count()) return {nullptr, 0};
+  return fields.value(index);
 }
 
 }  // namespace cachet

@@ -4,6 +4,7 @@
 
 #include <array>
 
+#include "cache/value.h"
 #include "caches.h"
 
 namespace cachet {
@@ -25,6 +26,9 @@ class RowKey {
 // The key at an external node; null when a handle that a writer may overtake finds no key there.
 ZtIndexItem* stored_item(const Rb_base* base, Rb_node node);
 ZtListItem* stored_list_item(const Rb_base* base, Rb_node node);
+
+// The value of a key field, by its place in the key.
+Value stored_value(const Rb_base* base, const ZtIndexItem* item, int index);
 
 }  // namespace cachet
 

@@ -7,10 +7,12 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "base/file.h"
 #include "cache/error.h"
 #include "cache/file_lock.h"
+#include "cache/shared_store.h"
 #include "cache/transaction.h"
 
 using namespace cachet;
@@ -63,8 +65,8 @@ std::string lock_path(const std::string& path) {
   return absolute.size() + longest_suffix < sizeof(Cztshamem::m_name) ? absolute : path;
 }
 
-bool open_lock(ZtDbHandle database, const std::string& path, int dbsesion_mode) {
-  if (database->lock.Open(lock_path(path).data(), dbsesion_mode)) return true;
+bool open_lock(ZtDbHandle database, int dbsesion_mode) {
+  if (database->lock.Open(database->lock_name.data(), dbsesion_mode)) return true;
   database->lock.Close();
   return false;
 }
@@ -95,7 +97,7 @@ bool connect_to_manager(ZtDbHandle database) {
 bool open_under_lock(ZtDbHandle database, const std::string& path, const char* version, bool lock_is_open) {
   const bool isolate = database->base.isolate;
   if (!attach(database, path, isolate ? ZT_MODE_READ_ONLY : database->base.mode)) return false;
-  if (database->shmrcset_mode == 1) {
+  if (database->shmrcset_mode == 1 && !provide_shared_store(database)) {
     Rb_closesharememory(&database->base, database->reuse_shmmap);
     return report(database, ZT_ERR_GENERAL, message::create_copies_failed, path.c_str());
   }
@@ -116,8 +118,9 @@ bool ZtCreateDb(ZtDbHandle* database, const char* path, const char* name, const 
   std::string base = base_path(path, name);
   if (!check_length(handle, base)) return false;
 
+  handle->lock_name = lock_path(base);
   handle->flock = new RWLock(base.data());
-  if (!handle->lock.Create(lock_path(base).data(), dbsesion_mode)) return no_lock(handle, base);
+  if (!handle->lock.Create(handle->lock_name.data(), dbsesion_mode)) return no_lock(handle, base);
   if (!ZtLockDb(handle, ZT_LOCK_EXCLUSIVE)) {
     return report(handle, ZT_ERR_GENERAL, message::lock_failed, base.c_str());
   }
@@ -144,15 +147,16 @@ bool ZtOpenDb(ZtDbHandle* database, const char* path, const char* name, const ch
   std::string base = base_path(path, name);
   if (!check_length(handle, base)) return false;
 
+  handle->lock_name = lock_path(base);
   handle->flock = new RWLock(base.data());
-  bool lock_is_open = !isolate && open_lock(handle, base, dbsesion_mode);
+  bool lock_is_open = !isolate && open_lock(handle, dbsesion_mode);
   if (!ZtLockDb(handle, ZT_LOCK_SHARED)) {
     return report(handle, ZT_ERR_GENERAL, message::lock_failed, base.c_str());
   }
   // While this call waited, the creator may have made the lock, or the last users of an older one have left.
   if (!isolate && !handle->lock.IsCurrent()) {
     handle->lock.Close();
-    lock_is_open = open_lock(handle, base, dbsesion_mode);
+    lock_is_open = open_lock(handle, dbsesion_mode);
   }
   if (open_under_lock(handle, base, version != nullptr ? version : "", lock_is_open)) return true;
   ZtUnLockDb(handle);
@@ -165,8 +169,9 @@ bool ZtConnectDb(ZtDbHandle* database, const char* path, const char* name, int m
   std::string base = base_path(path, name);
   if (!check_length(handle, base)) return false;
 
+  handle->lock_name = lock_path(base);
   handle->flock = new RWLock(base.data());
-  const bool lock_is_open = open_lock(handle, base, no_session_tracking);
+  const bool lock_is_open = open_lock(handle, no_session_tracking);
   if (!attach(handle, base, mode)) return false;
   handle->opened = true;
   if (!lock_is_open && mode == ZT_MODE_READ_WRITE) return no_lock(handle, base);
@@ -191,6 +196,8 @@ void ZtDeleteDb(ZtDbHandle database) {
   } else {
     handle->lock.Close();
   }
+  if (handle->shm_recordcopyset != nullptr) handle->shm_recordcopyset->Delete();
+  delete std::exchange(handle->shm_recordcopyset, nullptr);
   file_lock::retire(handle->flock);
   forget_copies(database);
 }

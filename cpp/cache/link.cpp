@@ -3,6 +3,7 @@
 #include "cache/entry.h"
 #include "cache/key.h"
 #include "cache/record.h"
+#include "cache/work.h"
 #include "rb_fronts.h"
 
 namespace cachet {
@@ -59,8 +60,10 @@ ZtIndexNode* entry_or_none(const Rb_base* base, std::uint32_t number) {
 void append_entry(Rb_base* base, ZtIndexItem* item, ZtIndexNode* entry) {
   const std::uint32_t current_tail = CurrentList::tail(item);
   const std::uint32_t origin_tail = current_tail != 0 ? OriginList::tail(item) : 0;
-  OriginList::insert(base, item, entry_or_none(base, origin_tail), entry, nullptr);
-  CurrentList::insert(base, item, entry_or_none(base, current_tail), entry, nullptr);
+  Stage stage(base);
+  OriginList::insert(stage, base, item, entry_or_none(base, origin_tail), entry, nullptr);
+  CurrentList::insert(stage, base, item, entry_or_none(base, current_tail), entry, nullptr);
+  stage.run();
 }
 
 void enter_into_index(Rb_base* base, const ZtTable& table, std::size_t id, const IndexPlace& place,
@@ -86,15 +89,28 @@ void enter_into_list(Rb_base* base, Rb_node head, ZtListItem* list_item) {
   }
 }
 
+IndexPlace place_in_index(Rb_base* base, const ZtTable& table, std::size_t id, ZtRecord* row) {
+  RowKey key(table, table.indexdescrible[id], row);
+  int found = 0;
+  const Rb_node node = rb_find_gkey_n(base, table.indexs[id], key.item(), ZtComp, &found);
+  return {node, found != 0};
+}
+
+// Takes from the fronts what entering one index takes.
+bool take_for_index(Fronts& fronts, Rb_base* base, const ZtTable& table, std::size_t id,
+                    const IndexPlace& place) {
+  if (place.found) return take_nodes(fronts, 1);
+  return fronts.take_data(sizeof(ZtIndexItem), 0, unaligned) >= 0 &&
+         fronts.take_data(key_field_bytes(table.indexdescrible[id]), 0, unaligned) >= 0 &&
+         take_nodes(fronts, 1 + nodes_for_new_key(base, table.indexs[id]));
+}
+
 }  // namespace
 
 void find_places(ZtDbHandle database, ZtTable& table, ZtRecord* row) {
   database->index_places.resize(table.indexs.size());
   for (std::size_t id = 0; id < table.indexs.size(); ++id) {
-    RowKey key(table, table.indexdescrible[id], row);
-    int found = 0;
-    const Rb_node node = rb_find_gkey_n(&database->base, table.indexs[id], key.item(), ZtComp, &found);
-    database->index_places[id] = {node, found != 0};
+    database->index_places[id] = place_in_index(&database->base, table, id, row);
   }
 }
 
@@ -119,24 +135,50 @@ bool fits(ZtDbHandle database, const ZtTable& table, int record_bytes) {
   if (record_bytes != record_is_stored && fronts.take_data(record_bytes, 8, true) < 0) return false;
   if (fronts.take_data(sizeof(ZtListItem), 0, unaligned) < 0) return false;
   for (std::size_t id = 0; id < table.indexs.size(); ++id) {
-    const bool new_key = !database->index_places[id].found;
-    if (new_key && (fronts.take_data(sizeof(ZtIndexItem), 0, unaligned) < 0 ||
-                    fronts.take_data(key_field_bytes(table.indexdescrible[id]), 0, unaligned) < 0)) {
-      return false;
-    }
-    const int nodes = 1 + (new_key ? nodes_for_new_key(base, table.indexs[id]) : 0);
-    if (!take_nodes(fronts, nodes)) return false;
+    if (!take_for_index(fronts, base, table, id, database->index_places[id])) return false;
   }
   return take_nodes(fronts, nodes_for_new_key(base, table.listindex));
 }
 
-void enter_into_trees(ZtDbHandle database, ZtTable& table, ZtRecord* record, ZtListItem* list_item) {
+void enter_into_trees(ZtDbHandle database, int tableid, ZtRecord* record, ZtListItem* list_item) {
   Rb_base* const base = &database->base;
+  ZtTable& table = database->database[static_cast<std::size_t>(tableid)];
   const std::int64_t record_offset = value_of(offset_of(base, record));
+  const Work work(database, work_insert, tableid, record_offset);
   for (std::size_t id = 0; id < table.indexs.size(); ++id) {
+    base->stage_step = static_cast<std::uint16_t>(id);
     enter_into_index(base, table, id, database->index_places[id], record, record_offset);
   }
+  base->stage_step = static_cast<std::uint16_t>(table.indexs.size());
   enter_into_list(base, table.listindex, list_item);
+}
+
+ZtListItem* store_list_item(Rb_base* base, const ZtRecord* record) {
+  auto* const item = reinterpret_cast<ZtListItem*>(Rb_data_malloc(base, sizeof(ZtListItem), 0, unaligned));
+  item->recordid = id_of(record);
+  item->precord = value_of(offset_of(base, record));
+  return item;
+}
+
+// Each step is left out when the memory has no room for it: the record is a deleted one, and nothing leads astray.
+void resume_entering(ZtDbHandle database, ZtTable& table, ZtRecord* record, int first_step) {
+  Rb_base* const base = &database->base;
+  const std::int64_t record_offset = value_of(offset_of(base, record));
+  const auto indexes = table.indexs.size();
+  for (auto step = static_cast<std::size_t>(first_step); step <= indexes; ++step) {
+    base->stage_step = static_cast<std::uint16_t>(step);
+    Fronts fronts = Fronts::of(base);
+    if (step == indexes) {
+      const bool has_room = fronts.take_data(sizeof(ZtListItem), 0, unaligned) >= 0 &&
+                            take_nodes(fronts, nodes_for_new_key(base, table.listindex));
+      if (has_room) enter_into_list(base, table.listindex, store_list_item(base, record));
+    } else {
+      const IndexPlace place = place_in_index(base, table, step, record);
+      if (take_for_index(fronts, base, table, step, place)) {
+        enter_into_index(base, table, step, place, record, record_offset);
+      }
+    }
+  }
 }
 
 }  // namespace cachet

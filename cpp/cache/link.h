@@ -18,9 +18,14 @@ bool conflicts(ZtDbHandle database, const ZtTable& table);
 inline constexpr int record_is_stored = 0;
 bool fits(ZtDbHandle database, const ZtTable& table, int record_bytes);
 
-// Makes the entries and keys of the stored record and links it into the index trees, then into the record-id
-// tree.
-void enter_into_trees(ZtDbHandle database, ZtTable& table, ZtRecord* record, ZtListItem* list_item);
+// The record-id tree's entry for a stored record.
+ZtListItem* store_list_item(Rb_base* base, const ZtRecord* record);
+
+// Makes the entries and keys of the stored record and links it into the index trees, then into the record-id tree.
+void enter_into_trees(ZtDbHandle database, int tableid, ZtRecord* record, ZtListItem* list_item);
+
+// The same from one step on (an index, or behind the last one the record-id tree), for a record whose writer died.
+void resume_entering(ZtDbHandle database, ZtTable& table, ZtRecord* record, int first_step);
 
 }  // namespace cachet
 

@@ -12,6 +12,7 @@
 #include "cache/error.h"
 #include "cache/key.h"
 #include "cache/record.h"
+#include "cache/work.h"
 #include "rb_fronts.h"
 
 namespace cachet {
@@ -44,8 +45,11 @@ class Place {
     return behind_ != nullptr && record_of(behind_) == record ? behind_ : nullptr;
   }
 
-  void insert(ZtIndexItem* item, ZtIndexNode* entry) {
-    List::insert(base_, item, before_, entry, behind_);
+  void insert(ZtDbHandle database, ZtIndexItem* item, ZtIndexNode* entry) {
+    const Work work(database, work_lists);
+    Stage stage(base_);
+    List::insert(stage, base_, item, before_, entry, behind_);
+    stage.run();
     before_ = entry;
   }
 
@@ -61,16 +65,18 @@ class Place {
 };
 
 // A new entry in the origin list; none when the memory has no room for it.
-ZtIndexNode* make_again(Rb_base* base, const Missing& missing, Place<OriginList>& origin) {
+ZtIndexNode* make_again(ZtDbHandle database, const Missing& missing, Place<OriginList>& origin) {
+  Rb_base* const base = &database->base;
   if (Fronts::of(base).take_node() < 0) return nullptr;
   auto* const entry = reinterpret_cast<ZtIndexNode*>(Rb_node_malloc(base));
   entry->precord = value_of(offset_of(base, missing.record));
-  origin.insert(missing.item, entry);
+  origin.insert(database, missing.item, entry);
   return entry;
 }
 
 // Walks both lists of one key along its records; false when an entry could not be made.
-bool put_back(Rb_base* base, const Missing* first, const Missing* last) {
+bool put_back(ZtDbHandle database, const Missing* first, const Missing* last) {
+  const Rb_base* const base = &database->base;
   Place<CurrentList> current(base, first->item);
   Place<OriginList> origin(base, first->item);
   for (; first != last; ++first) {
@@ -78,9 +84,9 @@ bool put_back(Rb_base* base, const Missing* first, const Missing* last) {
     if (current.entry_of(first->record) != nullptr) continue;
     origin.advance_to(first->id);
     ZtIndexNode* entry = origin.entry_of(first->record);
-    if (entry == nullptr) entry = make_again(base, *first, origin);
+    if (entry == nullptr) entry = make_again(database, *first, origin);
     if (entry == nullptr) return false;
-    current.insert(first->item, entry);
+    current.insert(database, first->item, entry);
   }
   return true;
 }
@@ -108,7 +114,7 @@ void put_back_into_indexes(ZtDbHandle database, const Revived& revived) {
   for (const Missing* first = all.data(); first != end;) {
     const Missing* const last =
         std::find_if(first, end, [first](const Missing& each) { return each.item != first->item; });
-    if (!put_back(&database->base, first, last)) {
+    if (!put_back(database, first, last)) {
       const Fronts fronts = Fronts::of(&database->base);
       report(database, ZT_ERR_NO_MEMORY, message::memory_low, static_cast<int>(fronts.data - fronts.node));
     }

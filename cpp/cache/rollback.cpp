@@ -1,12 +1,9 @@
-// Before-images in process memory: one per record, taken when a change first touches it, written back by a
-// rollback.
+#include "cache/rollback.h"
+
 #include <cstdlib>
 #include <cstring>
 #include <vector>
 
-#include "base/fatal.h"
-#include "cache/record.h"
-#include "cache/relink.h"
 #include "cache/transaction.h"
 
 CZtRecordCopySet::CZtRecordCopySet() = default;
@@ -32,66 +29,35 @@ void CZtRecordCopySet::Clear() {
   m_index.clear();
 }
 
-void ZtSaveRecord(ZtDbHandle database, int tableid, ZtRecord* record, int length) {
-  ZtRecordCopy copy{reinterpret_cast<ZTINT8>(record), length, tableid, nullptr};
-  if (database->recordcopy.Find(copy)) return;
-  copy.data = static_cast<char*>(std::malloc(static_cast<std::size_t>(length)));
-  if (copy.data == nullptr) cachet::fatal::out_of_heap(cachet::fatal::before_image_line);
-  std::memcpy(copy.data, record, static_cast<std::size_t>(length));
-  database->recordcopy.Add(copy);
-}
-
 namespace cachet {
 
-namespace {
-
-const ZtRecord* image_of(const ZtRecordCopy& copy) {
-  return reinterpret_cast<const ZtRecord*>(copy.data);
-}
-ZtRecord* record_of(const ZtRecordCopy& copy) {
-  return reinterpret_cast<ZtRecord*>(copy.offset);
-}
-
-// Everything but the mark, the counter last.
-void restore_all_but_mark(const ZtRecordCopy& copy) {
-  ZtRecord* const record = record_of(copy);
-  const ZtRecord* const image = image_of(copy);
-  std::memcpy(bytes_of(record) + ZT_RECORD_HEADER, bytes_of(image) + ZT_RECORD_HEADER,
+void restore_all_but_mark(const Copy& copy) {
+  std::memcpy(bytes_of(copy.record) + ZT_RECORD_HEADER, bytes_of(copy.image) + ZT_RECORD_HEADER,
               static_cast<std::size_t>(copy.length - ZT_RECORD_HEADER));
-  set_id(record, id_of(image));
-  set_deleted(record, is_deleted(image));
-  set_updateno(record, mark_of(image).updateno);
+  set_id(copy.record, id_of(copy.image));
+  set_deleted(copy.record, is_deleted(copy.image));
+  set_updateno(copy.record, mark_of(copy.image).updateno);
 }
 
-}  // namespace
+void clear_mark(ZtDbHandle database, const Copy& copy, bool duty) {
+  set_duty(copy.record, duty);
+  unmark_table(catalog_of(database, copy.tableid));
+}
 
 void forget_copies(ZtDbHandle database) {
-  for (const ZtRecordCopy& copy : database->recordcopy.m_index) std::free(copy.data);
+  for_each_local_copy(database, [](const Copy& copy) { std::free(const_cast<ZtRecord*>(copy.image)); });
   database->recordcopy.Clear();
+  if (database->shm_recordcopyset == nullptr) return;
+  database->shm_recordcopyset->Clear();
+  database->shmrcset_index.clear();
 }
 
 void drop_copies_of_abandoned_records(ZtDbHandle database) {
-  for (const ZtRecordCopy& copy : database->recordcopy.m_index) {
+  for_each_copy(database, [&](const Copy& copy) {
     std::vector<int>& tables = database->tables_to_unmark;
     if (tables.empty() || tables.back() != copy.tableid) tables.push_back(copy.tableid);
-  }
+  });
   forget_copies(database);
-}
-
-// Readers take a restored counter for an untouched record's, so the epoch tells them: it is raised when every
-// record is restored, and only then do the marks clear.
-void restore_copies(ZtDbHandle database) {
-  Revived revived;
-  for (const ZtRecordCopy& copy : database->recordcopy.m_index) {
-    const bool was_deleted = is_deleted(record_of(copy));
-    restore_all_but_mark(copy);
-    if (was_deleted && !is_deleted(record_of(copy))) revived.push_back({copy.tableid, record_of(copy)});
-  }
-  put_back_into_indexes(database, revived);
-  database->lock.RaiseEpoch();
-  for (const ZtRecordCopy& copy : database->recordcopy.m_index) {
-    set_duty(record_of(copy), mark_of(image_of(copy)).duty);
-  }
 }
 
 }  // namespace cachet

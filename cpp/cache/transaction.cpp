@@ -1,10 +1,12 @@
 // Transactions: the writers' lock from begin to commit or rollback, and the marks that the changes left.
 //
-// Order of a commit: the records' marks, then the tables' (read-only readers may come in), then the lock.
+// Order of a commit: it says so in the lock page, so that a survivor finishes it and does not roll it back; the marks of
+// records and tables go (read-only readers may come in); the copies go; then the lock.
 #include "cache/transaction.h"
 
 #include "cache/error.h"
-#include "cache/record.h"
+#include "cache/rollback.h"
+#include "cache/work.h"
 
 using namespace cachet;
 
@@ -12,18 +14,20 @@ namespace {
 
 constexpr int writers_position = 0;
 
-void unmark_tables(ZtDbHandle database) {
-  for (const ZtRecordCopy& copy : database->recordcopy.m_index)
-    unmark_table(catalog_of(database, copy.tableid));
+auto copies_of(ZtDbHandle database) {
+  return [database](const auto& each) { for_each_copy(database, each); };
+}
+
+// Marks of tables whose copies are gone.
+void unmark_other_tables(ZtDbHandle database) {
   for (const int tableid : database->tables_to_unmark) unmark_table(catalog_of(database, tableid));
   database->tables_to_unmark.clear();
 }
 
-void make_final(ZtDbHandle database) {
-  for (const ZtRecordCopy& copy : database->recordcopy.m_index) {
-    set_duty(reinterpret_cast<ZtRecord*>(copy.offset), false);
-  }
-  unmark_tables(database);
+void make_own_changes_final(ZtDbHandle database) {
+  const Work work(database, work_commit);
+  make_final(database, copies_of(database));
+  unmark_other_tables(database);
   forget_copies(database);
 }
 
@@ -35,26 +39,27 @@ void end_transaction(ZtDbHandle database) {
 }  // namespace
 
 void cachet::take_marks_off(ZtDbHandle database) {
-  if (writes_locally(database) && !database->lock.WriterHolds(writers_position)) make_final(database);
+  if (writes_locally(database) && !database->lock.WriterHolds(writers_position))
+    make_own_changes_final(database);
 }
 
 void ZtBeginTransaction(ZtDbHandle database) {
   ZtCommitTransaction(database);
-  if (writes_locally(database)) ZtLockPosition(database, writers_position);
+  if (writes_locally(database) && ZtLockPosition(database, writers_position)) settle_dead_work(database);
   database->base.intransaction = true;
 }
 
 void ZtCommitTransaction(ZtDbHandle database) {
   if (!database->base.intransaction) return;
-  if (writes_locally(database)) make_final(database);
+  if (writes_locally(database)) make_own_changes_final(database);
   end_transaction(database);
 }
 
 void ZtRollbackTransaction(ZtDbHandle database) {
   if (!database->base.intransaction) return;
   if (writes_locally(database)) {
-    restore_copies(database);
-    unmark_tables(database);
+    roll_back(database, copies_of(database), Suspects::deleted_ones);
+    unmark_other_tables(database);
     forget_copies(database);
   }
   end_transaction(database);

@@ -17,9 +17,6 @@ void take_marks_off(ZtDbHandle database);
 // that they mark are remembered, and unmarked by the next commit or rollback all the same.
 void drop_copies_of_abandoned_records(ZtDbHandle database);
 
-// Writes every image back over its record, and puts records that return to life back into their indexes.
-void restore_copies(ZtDbHandle database);
-
 }  // namespace cachet
 
 #endif

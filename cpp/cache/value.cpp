@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "cache/copies.h"
 #include "cache/error.h"
 #include "cache/record.h"
 
@@ -28,14 +29,15 @@ void copy_value(char* slot, const ZtDataField& field, const void* data) {
 }
 
 // The record's before-image, then the mark: flag first, counter second, both before the first byte changes.
-void begin_change(ZtDbHandle database, const ZtTable& table, const ZtRecordRow* row) {
+bool begin_change(ZtDbHandle database, const ZtTable& table, const ZtRecordRow* row) {
   ZtRecord* const record = row->record;
-  ZtSaveRecord(database, row->tableid, record, stored_bytes(table));
+  if (!keep_before_image(database, row->tableid, record, stored_bytes(table))) return false;
   const ChangeMark mark = mark_of(record);
-  if (mark.duty) return;
+  if (mark.duty) return true;
   set_duty(record, true);
   set_updateno(record, mark.updateno + 1);
   std::atomic_thread_fence(std::memory_order_release);
+  return true;
 }
 
 // The field behind a column; null, reported, for a bad table or column.
@@ -62,7 +64,7 @@ bool ZtSetField(ZtDbHandle database, ZtRecordHandle record, int fieldid, const v
     if (field->indexed == 1) {
       return report(database, ZT_ERR_READ_ONLY, message::indexed_field_change, table->name);
     }
-    begin_change(database, *table, record);
+    if (!begin_change(database, *table, record)) return false;
   }
   if (field->length != 0) copy_value(field_bytes(record->record, *field), *field, data);
   return true;

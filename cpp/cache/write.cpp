@@ -6,12 +6,16 @@
 //   2. its header is cleared: complete before anything leads to it;
 //   3. the table is marked: read-only readers keep out until the commit;
 //   4. the index trees, then the record-id tree.
+#include "cache/write.h"
+
 #include <cstring>
 
+#include "cache/copies.h"
 #include "cache/error.h"
 #include "cache/link.h"
 #include "cache/record.h"
 #include "cache/row.h"
+#include "cache/work.h"
 #include "rb_fronts.h"
 
 using namespace cachet;
@@ -36,6 +40,7 @@ bool may_insert(ZtDbHandle database, const ZtTable& table, const ZtRecordRow* ro
       table.listindex != nullptr && (table.indexs.empty() || table.indexs.back() != nullptr);
   if (!has_heads) return report(database, ZT_ERR_GENERAL, message::database_not_open);
   if (!require_record(database, row)) return false;
+  settle_dead_work(database);
   return free_bytes(database->base) >= least_free_bytes || no_room(database);
 }
 
@@ -46,26 +51,19 @@ void take_record_id(Rb_tablename* catalog, ZtRecord* record) {
   store_release<int>(&catalog->recordcount, id + 1);
 }
 
-ZtListItem* store_list_item(Rb_base* base, const ZtRecord* record) {
-  auto* const item = reinterpret_cast<ZtListItem*>(Rb_data_malloc(base, sizeof(ZtListItem), 0, false));
-  item->recordid = id_of(record);
-  item->precord = value_of(offset_of(base, record));
-  return item;
-}
-
 // Steps 1 to 4 for a record whose bytes are in place. Its mark comes between the list item and the trees.
-void store_new_record(ZtDbHandle database, ZtTable& table, ZtRecordRow* row) {
+void store_new_record(ZtDbHandle database, const ZtTable& table, ZtRecordRow* row) {
   ZtRecord* const record = row->record;
   Rb_tablename* const catalog = catalog_of(database, row->tableid);
   set_deleted(record, true);
   take_record_id(catalog, record);
-  ZtSaveRecord(database, row->tableid, record, stored_bytes(table));
+  keep_before_image(database, row->tableid, record, stored_bytes(table));
   set_updateno(record, 0);
   set_duty(record, false);
   set_deleted(record, false);
   ZtListItem* const list_item = store_list_item(&database->base, record);
   mark_table(catalog);
-  enter_into_trees(database, table, record, list_item);
+  enter_into_trees(database, row->tableid, record, list_item);
   row->newrow = false;
 }
 
@@ -86,11 +84,22 @@ bool insert_in_place(ZtDbHandle database, ZtRecordRow* row, const Store& store) 
   if (!may_insert(database, *table, row) || !require_shared_record(database, *table, row)) return false;
   find_places(database, *table, row->record);
   if (!fits(database, *table, record_is_stored)) return no_room(database);
+  if (!reserve_before_image(database, stored_bytes(*table))) return false;
   store(*table);
   return true;
 }
 
 }  // namespace
+
+namespace cachet {
+
+bool require_room_for_record(ZtDbHandle database, int record_bytes) {
+  Fronts fronts = Fronts::of(&database->base);
+  const bool fits = fronts.take_data(record_bytes, 8, true) >= 0;
+  return (fits && fronts.data - fronts.node >= least_free_bytes) || no_room(database);
+}
+
+}  // namespace cachet
 
 bool ZtPutRecord(ZtDbHandle database, ZtRecordHandle record) {
   ZtTable* const table = writable_table(database, record);
@@ -104,6 +113,7 @@ bool ZtPutRecord(ZtDbHandle database, ZtRecordHandle record) {
   }
   const int bytes = stored_bytes(*table);
   if (!fits(database, *table, bytes)) return no_room(database);
+  if (!reserve_before_image(database, bytes)) return false;
 
   char* const stored = Rb_data_malloc(&database->base, bytes, 8, true);
   std::memcpy(stored, record->record, static_cast<std::size_t>(bytes));
@@ -115,15 +125,15 @@ bool ZtPutRecord(ZtDbHandle database, ZtRecordHandle record) {
 
 bool ZtPutRecord2(ZtDbHandle database, ZtRecordHandle recordrow) {
   return insert_in_place(database, recordrow,
-                         [&](ZtTable& table) { store_new_record(database, table, recordrow); });
+                         [&](const ZtTable& table) { store_new_record(database, table, recordrow); });
 }
 
 bool ZtLoadRecord(ZtDbHandle database, ZtRecordHandle recordrow) {
-  return insert_in_place(database, recordrow, [&](ZtTable& table) {
+  return insert_in_place(database, recordrow, [&](const ZtTable&) {
     ZtRecord* const record = recordrow->record;
     set_deleted(record, false);
     take_record_id(catalog_of(database, recordrow->tableid), record);
-    enter_into_trees(database, table, record, store_list_item(&database->base, record));
+    enter_into_trees(database, recordrow->tableid, record, store_list_item(&database->base, record));
   });
 }
 
@@ -135,6 +145,7 @@ void ZtDeleteRecord(ZtDbHandle database, ZtRecordHandle record) {
     return;
   }
   if (is_deleted(record->record)) return;
-  ZtSaveRecord(database, record->tableid, record->record, stored_bytes(*table));
-  set_deleted(record->record, true);
+  if (keep_before_image(database, record->tableid, record->record, stored_bytes(*table))) {
+    set_deleted(record->record, true);
+  }
 }

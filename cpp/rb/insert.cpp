@@ -7,6 +7,7 @@
 //   4. recolouring and rotations, each link one store; a search that races them may end at a wrong place.
 #include "rb.h"
 #include "rb/node.h"
+#include "rb_stage.h"
 
 namespace cachet {
 
@@ -19,133 +20,164 @@ std::uint32_t number_of(const Rb_base* base, Rb_node node) {
   return value_of(node_number_of(base, node));
 }
 
-// A child's parent and side, without the parent's own link to it.
-void hang_below(const Rb_base* base, Rb_node child, Rb_node parent, bool left) {
-  set_bits(child, RB_LEFT, left);
-  set_parent(child, number_of(base, parent));
+std::uint8_t with_bits(Rb_node node, unsigned bits, bool on) {
+  const unsigned now = status_of(node);
+  return static_cast<std::uint8_t>(on ? now | bits : now & ~bits);
 }
 
-// Lifts y's child on the given side into y's place.
-void rotate(const Rb_base* base, Rb_node y, bool left) {
+// The word that holds a node's link to its child, or a head's to the root.
+const char* child_link(Rb_node node, bool left) {
+  return bytes_of(node) + (left ? 0 : 4);
+}
+const char* parent_link(Rb_node node) {
+  return bytes_of(node) + 8;
+}
+const char* status_byte(Rb_node node) {
+  return bytes_of(node) + offsetof(srb_node, s);
+}
+
+enum class Colours { keep, swap };
+
+// Adds the rotation that lifts y's child x on the given side into y's place; with `swap` x becomes black and
+// y red.
+void add_rotation(Stage& stage, const Rb_base* base, Rb_node y, bool left, Colours colours) {
   const Rb_node x = node_at(base, child_of(y, left));
-  const std::uint32_t above = parent_of(y);
+  const std::uint32_t inner = child_of(x, !left);
+  const Rb_node inner_node = node_at(base, inner);
+  const Rb_node above = parent_node(base, y);
   const bool y_was_root = is(y, RB_ROOT);
   const bool y_was_left = is(y, RB_LEFT);
 
-  const std::uint32_t inner = child_of(x, !left);
-  hang_below(base, node_at(base, inner), y, left);
-  set_child(y, left, inner);
-
-  hang_below(base, y, x, !left);
-  set_child(x, !left, number_of(base, y));
-
-  set_parent(x, above);
-  if (y_was_root) {
-    set_bits(y, RB_ROOT | RB_HEAD, false);
-    set_bits(x, RB_ROOT, true);
-    set_root(node_at(base, above), number_of(base, x));
-  } else {
-    set_bits(x, RB_LEFT, y_was_left);
-    set_child(node_at(base, above), y_was_left, number_of(base, x));
+  unsigned y_status = with_bits(y, RB_LEFT, !left);
+  unsigned x_status = y_was_root ? with_bits(x, RB_ROOT, true) : with_bits(x, RB_LEFT, y_was_left);
+  if (y_was_root) y_status &= ~unsigned{RB_ROOT | RB_HEAD};
+  if (colours == Colours::swap) {
+    y_status |= RB_RED;
+    x_status &= ~unsigned{RB_RED};
   }
+
+  stage.status(status_byte(inner_node), with_bits(inner_node, RB_LEFT, left));
+  stage.link(parent_link(inner_node), number_of(base, y));
+  stage.link(child_link(y, left), inner);
+  stage.status(status_byte(y), static_cast<std::uint8_t>(y_status));
+  stage.link(parent_link(y), number_of(base, x));
+  stage.link(child_link(x, !left), number_of(base, y));
+  stage.link(parent_link(x), number_of(base, above));
+  stage.status(status_byte(x), static_cast<std::uint8_t>(x_status));
+  stage.link(y_was_root ? parent_link(above) : child_link(above, y_was_left), number_of(base, x));
 }
 
-// Restores the colours above a new red node x.
+void make_black(Rb_node node) {
+  set_bits(node, RB_RED, false);
+}
+
+// One recolouring round: x's parent and its sibling become black, their parent red. It depends on no colour, so
+// that it can be repeated. Returns the new red node.
+Rb_node pass_red_up(const Rb_base* base, Rb_node x) {
+  const Rb_node parent = parent_node(base, x);
+  const Rb_node grand = parent_node(base, parent);
+  make_black(parent);
+  make_black(node_at(base, child_of(grand, !is(parent, RB_LEFT))));
+  set_bits(grand, RB_RED, true);
+  return grand;
+}
+
+// Restores the colours above a new red node x. Every round is one stage; blackening the root at the end needs
+// none, since whoever resumes does it again.
 void recolour(const Rb_base* base, Rb_node x) {
   for (;;) {
-    if (is(x, RB_ROOT)) return set_bits(x, RB_RED, false);
+    if (is(x, RB_ROOT)) return make_black(x);
     const Rb_node parent = parent_node(base, x);
     if (!is(parent, RB_RED)) return;
-    if (is(parent, RB_ROOT)) return set_bits(parent, RB_RED, false);
+    if (is(parent, RB_ROOT)) return make_black(parent);
 
     const Rb_node grand = parent_node(base, parent);
     const Rb_node sibling = node_at(base, child_of(grand, !is(parent, RB_LEFT)));
     if (is(sibling, RB_RED)) {
-      set_bits(parent, RB_RED, false);
-      set_bits(sibling, RB_RED, false);
-      set_bits(grand, RB_RED, true);
-      x = grand;
+      announce_round(base, number_of(base, x));
+      x = pass_red_up(base, x);
       continue;
     }
-
-    Rb_node top = parent;
+    Stage stage(base);
     if (is(x, RB_LEFT) != is(parent, RB_LEFT)) {
-      rotate(base, parent, is(x, RB_LEFT));
-      top = x;  // x has taken parent's place and side
+      // x takes its parent's place and side; the round goes on from the former parent, now below it.
+      add_rotation(stage, base, parent, is(x, RB_LEFT), Colours::keep);
+      stage.run(number_of(base, parent));
+      x = parent;
+    } else {
+      add_rotation(stage, base, grand, is(parent, RB_LEFT), Colours::swap);
+      stage.run();
+      return;
     }
-    rotate(base, grand, is(top, RB_LEFT));
-    set_bits(top, RB_RED, false);
-    set_bits(grand, RB_RED, true);
-    return;
   }
 }
 
-// Puts a red internal node over (left, right) where `replaced`, one of the two and a leaf of the tree, hung.
-void insert_internal(Rb_base* base, Rb_node left, Rb_node right, Rb_node replaced) {
-  const Rb_node parent = parent_node(base, replaced);
-  const bool is_left = is(replaced, RB_LEFT);
-  const Rb_node node = reinterpret_cast<Rb_node>(Rb_node_malloc(base));
-  set_bits(node, RB_INTERNAL | RB_RED, true);
-  set_child(node, true, number_of(base, left));
-  set_child(node, false, number_of(base, right));
-  set_lext(node, number_of(base, left));
-  set_rext(node, number_of(base, right));
-  set_parent(node, number_of(base, parent));
-  hang_below(base, left, node, true);
-  hang_below(base, right, node, false);
-  if (is(parent, RB_HEAD)) {
-    set_bits(node, RB_ROOT, true);
-    set_root(parent, number_of(base, node));
-  } else {
-    set_bits(node, RB_LEFT, is_left);
-    set_child(parent, is_left, number_of(base, node));
-  }
-  recolour(base, node);
-}
-
-// The nearest ancestor that has `leaf` in its right subtree and no leaf before it there, or the head.
+// The nearest ancestor that has `leaf` as the least of its right subtree, or the head.
 Rb_node ancestor_before(const Rb_base* base, Rb_node leaf) {
   Rb_node node = leaf;
   while (!is(node, RB_ROOT) && is(node, RB_LEFT)) node = parent_node(base, node);
   return parent_node(base, node);
 }
 
-void link_into_list(const Rb_base* base, Rb_node leaf, Rb_node successor) {
-  const std::uint32_t before = blink_of(successor);
-  set_blink(leaf, before);
-  set_flink(leaf, number_of(base, successor));
-  set_flink(node_at(base, before), number_of(base, leaf));
-  set_blink(successor, number_of(base, leaf));
+// A red internal node over (left, right), complete but not reachable yet, for the place where `replaced`
+// hangs.
+Rb_node make_internal(Rb_base* base, Rb_node left, Rb_node right, Rb_node replaced) {
+  const Rb_node node = reinterpret_cast<Rb_node>(Rb_node_malloc(base));
+  const Rb_node parent = parent_node(base, replaced);
+  set_bits(node, RB_INTERNAL | RB_RED, true);
+  set_bits(node, is(parent, RB_HEAD) ? RB_ROOT : RB_LEFT, is(parent, RB_HEAD) || is(replaced, RB_LEFT));
+  set_child(node, true, number_of(base, left));
+  set_child(node, false, number_of(base, right));
+  set_lext(node, number_of(base, left));
+  set_rext(node, number_of(base, right));
+  set_parent(node, number_of(base, parent));
+  return node;
+}
+
+// Puts the leaf and its neighbour, the leaf that the search ended at, under a new internal node.
+void link_beside(Rb_base* base, Stage& stage, Rb_node leaf, Rb_node neighbour, bool leaf_first) {
+  const Rb_node parent = parent_node(base, neighbour);
+  const bool neighbour_was_left = is(neighbour, RB_LEFT);
+  const Rb_node internal = leaf_first ? make_internal(base, leaf, neighbour, neighbour)
+                                      : make_internal(base, neighbour, leaf, neighbour);
+  const std::uint32_t number = number_of(base, internal);
+  set_bits(leaf, RB_LEFT, leaf_first);
+  set_parent(leaf, number);
+
+  unsigned status = with_bits(neighbour, RB_LEFT, !leaf_first);
+  status &= ~unsigned{RB_ROOT | RB_HEAD};
+  stage.status(status_byte(neighbour), static_cast<std::uint8_t>(status));
+  if (leaf_first) {
+    // The leaf is the new least of the right subtree whose least was its neighbour.
+    const Rb_node ancestor = ancestor_before(base, neighbour);
+    if (!is(ancestor, RB_HEAD)) stage.link(bytes_of(ancestor) + offsetof(srb_node, v), number_of(base, leaf));
+  }
+  stage.link(parent_link(neighbour), number);
+  stage.link(is(parent, RB_HEAD) ? parent_link(parent) : child_link(parent, neighbour_was_left), number);
+  stage.run(number);
+  recolour(base, internal);
 }
 
 Rb_node insert_leaf(Rb_base* base, Rb_node successor, std::int64_t key, std::int64_t value) {
   const Rb_node leaf = reinterpret_cast<Rb_node>(Rb_node_malloc(base));
   store_unaligned<std::int64_t>(bytes_of(leaf) + offsetof(srb_node, v), value);
   store_unaligned<std::int64_t>(bytes_of(leaf) + offsetof(srb_node, k), key);
-  const bool at_end = is(successor, RB_HEAD);
-  const bool was_empty = at_end && node_at(base, blink_of(successor)) == successor;
-  link_into_list(base, leaf, successor);
+  const std::uint32_t number = number_of(base, leaf);
+  const Rb_node predecessor = node_at(base, blink_of(successor));
+  set_blink(leaf, blink_of(successor));
+  set_flink(leaf, number_of(base, successor));
 
-  if (was_empty) {
+  Stage stage(base);
+  stage.link(child_link(predecessor, true), number);  // flink
+  stage.link(child_link(successor, false), number);   // blink
+  const bool at_end = is(successor, RB_HEAD);
+  if (at_end && predecessor == successor) {
     set_parent(leaf, number_of(base, successor));
     set_bits(leaf, RB_ROOT, true);
-    set_root(successor, number_of(base, leaf));
-    return leaf;
-  }
-
-  // The leaf joins its neighbour under a new internal node: the last leaf when it goes to the end.
-  const Rb_node neighbour = at_end ? node_at(base, blink_of(leaf)) : successor;
-  set_bits(neighbour, RB_ROOT | RB_HEAD, false);
-  if (at_end) {
-    insert_internal(base, neighbour, leaf, neighbour);
+    stage.link(parent_link(successor), number);  // the head's root
+    stage.run();
   } else {
-    insert_internal(base, leaf, neighbour, neighbour);
-  }
-  // The leaf is the new least of the right subtree whose least was its neighbour. A leaf at the end is the
-  // greatest of no left subtree.
-  if (!at_end) {
-    const Rb_node ancestor = ancestor_before(base, leaf);
-    if (!is(ancestor, RB_HEAD)) set_rext(ancestor, number_of(base, leaf));
+    link_beside(base, stage, leaf, at_end ? predecessor : successor, !at_end);
   }
   return leaf;
 }
@@ -153,6 +185,11 @@ Rb_node insert_leaf(Rb_base* base, Rb_node successor, std::int64_t key, std::int
 }  // namespace
 
 }  // namespace cachet
+
+void cachet::resume_recolouring(Rb_base* base, std::uint32_t node_number, bool in_round) {
+  const Rb_node node = node_at(base, node_number);
+  recolour(base, in_round ? pass_red_up(base, node) : node);
+}
 
 using namespace cachet;
 

@@ -1,0 +1,51 @@
+/*
+ * Extensions of cachet.h, for programs that ask for them. None of them changes what a call of cachet.h does.
+ *
+ * Errors are reported as everywhere: a false result, code and text in the handle.
+ */
+#ifndef CACHETX_H
+#define CACHETX_H
+
+#include "cachet.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ------------------------------------------------------------------------------------------------------- */
+/* Recovery                                                                                                */
+/* ------------------------------------------------------------------------------------------------------- */
+
+/*
+ * Turns session tracking and the shared rollback store on for a read-write handle, as ZtOpenDb does for
+ * `dbsesion_mode` and `shmrcset_mode` 1: from then on ZtClearDBWildTrans of a survivor can undo what this process
+ * leaves when it dies. For handles of ZtCreateDb and the like; call it before the handle's first transaction. Repeatable.
+ * Errors: -1008 on a read-only handle, inside a transaction, after a write that was not committed, with a position
+ * lock held, without the lock page, and when the store cannot be made (a process has one per database).
+ */
+CACHET_API bool ZtxEnableRecovery(ZtDbHandle database);
+
+/* ------------------------------------------------------------------------------------------------------- */
+/* Image files                                                                                             */
+/* ------------------------------------------------------------------------------------------------------- */
+
+/*
+ * ZtWriteDbFile of a live database: waits for the writer that holds the transactions' lock, keeps others out
+ * while it writes the image, and lets them in again. Inside a transaction of this handle, which holds the
+ * lock already, the image has the changes made so far. A writer that uses no transactions is not kept out.
+ * Errors: -1008 as ZtWriteDbFile, and when the lock cannot be taken.
+ */
+CACHET_API bool ZtxWriteDbFileLocked(ZtDbHandle database, const char* filename);
+
+/*
+ * Whether ZtReadDbFile would load this image into the attached database. Changes nothing, and a read-only
+ * handle may ask too. Errors: -1010 for an image of another version, -1008 for one that does not fit, is
+ * truncated or cannot be opened.
+ */
+CACHET_API bool ZtxCheckDbFile(ZtDbHandle database, const char* filename);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
