@@ -1,5 +1,5 @@
-// The bytes of a fixed database, as any other program on the host sees them. Every expected position is
-// worked out here from the documented rules (docs/memory-layout.md), never with the library's own arithmetic.
+// The bytes of a fixed database, as any other program on the host sees them. Every expected position was worked
+// out from the documented rules (docs/memory-layout.md), never with the library's own arithmetic.
 //
 //   table 0 "alpha": a INT | s STRING[5] | d DOUBLE, 2 places | n SHORT      19 bytes a record
 //   index 0 "by a" (unique), index 1 "by s, d";      table 1 "beta": k INT8, no index
@@ -14,34 +14,21 @@
 namespace cachet::test {
 namespace {
 
-// Where the documented rules put the next node slot and the next data block.
-struct Fronts {
-  std::int64_t node;
-  std::int64_t data;
-
-  std::uint32_t slot() {
-    if (node / 4096 != (node + 32) / 4096) node = (node / 4096 + 1) * 4096;
-    node += 32;
-    return static_cast<std::uint32_t>((node - 32) / 32);
-  }
-  std::int64_t block(std::int64_t bytes, bool starts_in_one_page = false) {
-    data -= (bytes + 7) / 8 * 8;
-    if (starts_in_one_page && data / 4096 != (data + 8) / 4096) data = (data + 8) / 4096 * 4096 - 8;
-    return data;
-  }
-};
-
 enum Status : std::uint8_t { red = 1, internal = 2, left = 4, root = 8, head = 16 };
+using Four = std::array<std::uint32_t, 4>;
 
 // 2 tables, 2 index names, 5 fields, 3 index fields.
-constexpr std::int64_t tables = 192;
-constexpr std::int64_t index_names = tables + 2 * 96;
-constexpr std::int64_t fields = index_names + 2 * 96;
-constexpr std::int64_t index_fields = fields + 5 * 104;
-constexpr std::int64_t catalog_end = index_fields + 3 * 16;
-constexpr std::int64_t first_head = (catalog_end + 31) / 32 * 32;
-// The first record (33 bytes, 40 rounded) would start 4 bytes below a page boundary.
+enum : std::int64_t {
+  tables = 192,
+  index_names = 384,
+  fields = 576,
+  index_fields = 1096,
+  catalog_end = 1144
+};
+// The first record (33 bytes, 40 rounded) would start 4 bytes below a page boundary: it moves down to 8 bytes.
 constexpr ZTINT8 size_bytes = 64 * 4096 - 4 + 40;
+constexpr std::int64_t records[] = {262136, 261976, 261872, 261728};
+constexpr std::int64_t list_items[] = {262120, 261960, 261856, 261712};
 
 struct Alpha {
   int a;
@@ -52,22 +39,28 @@ struct Alpha {
 class GoldenBytes : public DatabaseTest {
  protected:
   void SetUp() override {
-    db = begin_create(directory, size_bytes);
-    ASSERT_TRUE(db.opened);
-    define();
+    define_table(db, "alpha",
+                 {{"a", FIELD_INT, 4, -1},
+                  {"s", FIELD_STRING, 5, -1},
+                  {"d", FIELD_DOUBLE, 8, 2},
+                  {"n", FIELD_SHORT, 2, 0}},
+                 {{"by a", ZT_INDEX_UNIQUE, {0}}, {"by s, d", ZT_INDEX_DUPLICATES, {1, 2}}});
+    define_table(db, "beta", {{"k", FIELD_INT8, 8, -1}}, {});
     finish_create(db);
     ZtBeginTransaction(db);
-    put({10, "bb", 1.5});
-    put({20, "bb", 1.5});
-    put({5, "aa", -1});
-    put_beta(7);
-    ZtCommitTransaction(db);
+    Row row(db);
+    for (const Alpha& values : {Alpha{10, "bb", 1.5}, {20, "bb", 1.5}, {5, "aa", -1}}) {
+      ASSERT_TRUE(ZtNewRecord(db, 0, row) && row.set(0, values.a) && ZtSetField(db, row, 1, values.s) &&
+                  row.set(2, values.d) && ZtPutRecord(db, row));
+    }
+    ASSERT_TRUE(ZtNewRecord(db, 1, row) && row.set(0, 7LL) && ZtPutRecord(db, row));
     ZtBeginTransaction(db);
-    delete_second_and_walk_over_it();
-    change_first();
+    delete_second_and_walk_over_it(row);
+    Condition by_a(0, 10);
+    ASSERT_TRUE(ZtFindRecord(db, 0, by_a, ZT_OP_EQUAL) && ZtGetRecord(db, by_a, row));
+    EXPECT_TRUE(row.set<short>(3, -2) && row.set<short>(3, -3)) << "one change cycle";
     ZtCommitTransaction(db);
     memory.emplace(directory.base());
-    expect_places();
   }
   void TearDown() override {
     memory.reset();
@@ -75,273 +68,157 @@ class GoldenBytes : public DatabaseTest {
     DatabaseTest::TearDown();
   }
 
-  void define() {
-    ZtAddTable(db, "alpha");
-    ZtAddField(db, 0, "a", FIELD_INT, 4, -1);
-    ZtAddField(db, 0, "s", FIELD_STRING, 5, -1);
-    ZtAddField(db, 0, "d", FIELD_DOUBLE, 8, 2);
-    ZtAddField(db, 0, "n", FIELD_SHORT, 2, 0);
-    ZtAddIndex(db, 0, "by a", ZT_INDEX_UNIQUE);
-    ZtAddIndexField(db, 0, 0, 0);
-    ZtAddIndex(db, 0, "by s, d", ZT_INDEX_DUPLICATES);
-    ZtAddIndexField(db, 0, 1, 1);
-    ZtAddIndexField(db, 0, 1, 2);
-    ZtAddTable(db, "beta");
-    ZtAddField(db, 1, "k", FIELD_INT8, 8, -1);
-  }
-
-  void put(const Alpha& values) {
-    Row row(db);
-    ASSERT_TRUE(ZtNewRecord(db, 0, row) && row.set(0, values.a) && ZtSetField(db, row, 1, values.s) &&
-                row.set(2, values.d) && ZtPutRecord(db, row));
-  }
-  void put_beta(long long k) {
-    Row row(db);
-    ASSERT_TRUE(ZtNewRecord(db, 1, row) && row.set(0, k) && ZtPutRecord(db, row));
-  }
-
   // Unlinks record 1 from the current list of "bb", 1.5; its entry under a = 20 is never passed.
-  void delete_second_and_walk_over_it() {
-    Row row(db);
-    Condition by_a(0, 20);
+  void delete_second_and_walk_over_it(Row& row) {
+    Condition by_a(0, 20), by_s_and_d(1, "bb");
     ASSERT_TRUE(ZtFindRecord(db, 0, by_a, ZT_OP_EQUAL) && ZtGetRecord(db, by_a, row));
     ZtDeleteRecord(db, row);
-    Condition by_s_and_d(1, "bb");
     const double d = 1.5;
     ZtAddConditionIndexItem(by_s_and_d, FIELD_DOUBLE, sizeof d, &d);
     ASSERT_TRUE(ZtFindRecord(db, 0, by_s_and_d, ZT_OP_EQUAL));
     EXPECT_FALSE(ZtNextRecord(db, by_s_and_d));
   }
 
-  // Twice in one transaction: one change cycle.
-  void change_first() {
-    Row row(db);
-    Condition by_a(0, 10);
-    ASSERT_TRUE(ZtFindRecord(db, 0, by_a, ZT_OP_EQUAL) && ZtGetRecord(db, by_a, row));
-    EXPECT_TRUE(row.set<short>(3, -2) && row.set<short>(3, -3));
-  }
-
-  // Replays the inserts on the two fronts.
-  void expect_places() {
-    for (std::uint32_t& slot : heads) slot = fronts.slot();
-    take_record(0, 33);
-    take_key(0, a10, 1);
-    take_key(0, bb, 2);
-    id0 = fronts.slot();
-    take_record(1, 33);
-    take_key(1, a20, 1);
-    bb_second_entry = fronts.slot();
-    take_external(id1);
-    take_record(2, 33);
-    take_key(1, a5, 1);
-    take_key(1, aa, 2);
-    take_external(id2);
-    take_record(3, 22);
-    beta0 = fronts.slot();
-  }
-
-  struct Key {
-    std::int64_t item, fields;
-    std::uint32_t entry, external, internal;
-  };
-  struct Branch {
-    std::uint32_t external, internal;
-  };
-
-  void take_record(int i, std::int64_t bytes) {
-    records[i] = fronts.block(bytes, true);
-    list_items[i] = fronts.block(16);
-  }
-  void take_key(bool tree_has_nodes, Key& key, int field_count) {
-    key.item = fronts.block(28);
-    key.fields = fronts.block(12 * field_count);
-    key.entry = fronts.slot();
-    key.external = fronts.slot();
-    key.internal = tree_has_nodes ? fronts.slot() : 0;
-  }
-  void take_external(Branch& branch) {
-    branch.external = fronts.slot();
-    branch.internal = fronts.slot();
-  }
-
-  struct Words {
-    std::uint32_t first, second, parent;
-    int status;
-    bool operator==(const Words&) const = default;
-    friend std::ostream& operator<<(std::ostream& out, const Words& w) {
-      return out << w.first << ' ' << w.second << " parent " << w.parent << " status " << w.status;
-    }
-  };
-  Words node(std::uint32_t n) const {
-    const std::int64_t at = std::int64_t{n} * 32;
-    return {memory->u32(at), memory->u32(at + 4), memory->u32(at + 8), memory->at<std::uint8_t>(at + 12)};
-  }
-  // Key and value of an external node; lext and rext (low halves) of an internal one.
-  std::pair<std::int64_t, std::int64_t> content(std::uint32_t n) const {
-    return {memory->i64(std::int64_t{n} * 32 + 13), memory->i64(std::int64_t{n} * 32 + 21)};
-  }
-  static std::pair<std::int64_t, std::int64_t> pair(std::int64_t a, std::int64_t b) { return {a, b}; }
-
-  void expect_item(const Key& key, int point, std::array<std::uint32_t, 4> lists) const {
-    EXPECT_EQ(memory->i64(key.item), key.fields);
-    EXPECT_EQ(memory->i8(key.item + 8), point);
-    EXPECT_EQ(memory->i8(key.item + 9), point);
-    EXPECT_EQ(memory->i8(key.item + 10), 1) << "sharememory";
-    EXPECT_EQ(memory->i8(key.item + 11), 0) << "reverse";
-    EXPECT_EQ((memory->at<std::array<std::uint32_t, 4>>(key.item + 12)), lists);
-  }
-  void expect_key_field(std::int64_t at, std::int64_t data, int type, int length) const {
-    EXPECT_EQ(memory->i64(at), data);
-    EXPECT_EQ(memory->i8(at + 8), type);
-    EXPECT_EQ(memory->i8(at + 9), 0) << "reverse";
-    EXPECT_EQ(memory->i16(at + 10), length);
-  }
-  // Links: origin next and previous, current next and previous.
-  void expect_entry(std::uint32_t n, std::int64_t record, std::array<std::uint32_t, 4> links) const {
-    EXPECT_EQ(memory->i64(std::int64_t{n} * 32), record);
-    EXPECT_EQ((memory->at<std::array<std::uint32_t, 4>>(std::int64_t{n} * 32 + 8)), links);
-  }
-
-  Database db;
+  Database db = begin_create(directory, size_bytes);
   std::optional<RawMemory> memory;
-  Fronts fronts{first_head, size_bytes};
-  std::uint32_t heads[4];  // alpha's record list, by a, by s and d; beta's record list
-  std::int64_t records[4], list_items[4];
-  Key a10, a20, a5, bb, aa;
-  std::uint32_t id0, bb_second_entry, beta0;
-  Branch id1, id2;
 };
 
 TEST_F(GoldenBytes, HeaderFillsTheFirst192Bytes) {
   EXPECT_EQ(memory->sizes, std::vector<std::size_t>{size_bytes});
   EXPECT_EQ(memory->bytes(0, 80), directory.base() + std::string(80 - directory.base().size(), '\0'));
   EXPECT_EQ(memory->bytes(80, 32), version_text + std::string(32 - std::strlen(version_text), '\0'));
-  const std::array<std::int64_t, 10> expected = {0, size_bytes, fronts.node, fronts.data, 4,
-                                                 2, 5,          2,           3,           catalog_end};
+  const std::array<std::int64_t, 10> expected = {0, size_bytes, 1920, list_items[3], 4, 2,
+                                                 5, 2,          3,    catalog_end};
   EXPECT_EQ((memory->at<std::array<std::int64_t, 10>>(112)), expected);
+  ZTINT8 size = 0, used = 0;
+  ZtMemoryInfo(db, &size, &used);
+  EXPECT_EQ(size, size_bytes);
+  EXPECT_EQ(used, 1920 + size_bytes - list_items[3]);
 }
 
 TEST_F(GoldenBytes, CatalogLiesBehindTheHeaderWithoutGaps) {
   const struct {
+    std::int64_t name_at;
     const char* name;
-    int records;
-  } expected_tables[] = {{"alpha", 3}, {"beta", 1}};
-  for (int i = 0; i < 2; ++i) {
-    const std::int64_t at = tables + 96 * i;
-    EXPECT_EQ(memory->text(at), expected_tables[i].name);
-    EXPECT_EQ(memory->i8(at + 79), 0) << "duty, after the commit";
-    EXPECT_EQ((memory->at<std::array<int, 4>>(at + 80)), (std::array{1, i, expected_tables[i].records, 0}));
+    std::int64_t words_at;
+    std::vector<int> words;
+  } cases[] = {{tables, "alpha", tables + 80, {1, 0, 3, 0}},
+               {tables + 96, "beta", tables + 176, {1, 1, 1, 0}},
+               {index_names, "by a", index_names + 80, {1, 0, 0, 0}},
+               {index_names + 96, "by s, d", index_names + 176, {0, 1, 0, 0}},
+               {fields + 8, "a", fields + 88, {2, 4, -1, 0, 0, 1}},  // and the next field's ids
+               {fields + 112, "s", fields + 192, {7, 5, -1, 0, 0, 2}},
+               {fields + 216, "d", fields + 296, {8, 8, 2, 0, 0, 3}},
+               {fields + 320, "n", fields + 400, {1, 2, 0, 0, 1, 0}},
+               {fields + 424, "k", fields + 504, {9, 8, -1, 0}},
+               {fields + 8, "a", index_fields, {0, 0, 0, 0, 0, 1, 1, 0, 0, 1, 2, 0}}};
+  for (const auto& c : cases) {
+    EXPECT_EQ(memory->text(c.name_at), c.name);
+    std::vector<int> words(c.words.size());
+    std::memcpy(words.data(), memory->address(c.words_at), 4 * words.size());
+    EXPECT_EQ(words, c.words) << c.name;
   }
+  for (int i : {0, 1}) EXPECT_EQ(memory->i8(tables + 96 * i + 79), 0) << "duty, after the commit";
+}
+
+// Index "by a", inserted 10, 20, 5: the list runs 20, 10, 5, the largest key first. Record ids, inserted 0, 1, 2,
+// each in front: the new internal node replaces the left child.
+TEST_F(GoldenBytes, NodesHoldTheTreesAndTheirThreads) {
   const struct {
     const char* name;
-    int type;
-  } expected_indexes[] = {{"by a", 1}, {"by s, d", 0}};
-  for (int i = 0; i < 2; ++i) {
-    EXPECT_EQ(memory->text(index_names + 96 * i), expected_indexes[i].name);
-    EXPECT_EQ((memory->at<std::array<int, 4>>(index_names + 96 * i + 80)),
-              (std::array{expected_indexes[i].type, i, 0, 0}));
-  }
-  const struct {
-    std::array<int, 2> ids;
-    const char* name;
-    std::array<int, 4> shape;  // type, length, decimals, reserved
-  } expected_fields[] = {{{0, 0}, "a", {2, 4, -1, 0}},
-                         {{0, 1}, "s", {7, 5, -1, 0}},
-                         {{0, 2}, "d", {8, 8, 2, 0}},
-                         {{0, 3}, "n", {1, 2, 0, 0}},
-                         {{1, 0}, "k", {9, 8, -1, 0}}};
-  for (std::int64_t at = fields; const auto& field : expected_fields) {
-    EXPECT_EQ((memory->at<std::array<int, 2>>(at)), field.ids);
-    EXPECT_EQ(memory->text(at + 8), field.name);
-    EXPECT_EQ((memory->at<std::array<int, 4>>(at + 88)), field.shape) << field.name;
-    at += 104;
-  }
-  EXPECT_EQ((memory->at<std::array<int, 12>>(index_fields)),
-            (std::array{0, 0, 0, 0, 0, 1, 1, 0, 0, 1, 2, 0}));
-}
-
-TEST_F(GoldenBytes, HeadsFollowTheCatalogInTheOrderOfTheTables) {
-  EXPECT_EQ(heads[0] * 32, first_head);
-  EXPECT_EQ(node(heads[0]), (Words{id2.external, id0, id1.internal, head}));
-  EXPECT_EQ(node(heads[1]), (Words{a20.external, a5.external, a20.internal, head}));
-  EXPECT_EQ(node(heads[2]), (Words{bb.external, aa.external, aa.internal, head}));
-  EXPECT_EQ(node(heads[3]), (Words{beta0, beta0, beta0, head}));
-}
-
-// Inserted 10, 20, 5: the list runs 20, 10, 5, the largest key first.
-TEST_F(GoldenBytes, IndexTreeIsThreadedFromTheLargestKeyToTheSmallest) {
-  EXPECT_EQ(node(a20.external), (Words{a10.external, heads[1], a20.internal, left}));
-  EXPECT_EQ(node(a10.external), (Words{a5.external, a20.external, a5.internal, left}));
-  EXPECT_EQ(node(a5.external), (Words{heads[1], a10.external, a5.internal, 0}));
-  EXPECT_EQ(node(a20.internal), (Words{a20.external, a5.internal, heads[1], internal | root}));
-  EXPECT_EQ(node(a5.internal), (Words{a10.external, a5.external, a20.internal, internal | red}));
-  EXPECT_EQ(content(a20.internal), pair(a20.external, a10.external))
-      << "greatest on the left, least on the right";
-  EXPECT_EQ(content(a5.internal), pair(a10.external, a5.external));
-  for (const Key& key : {a5, a10, a20}) {
-    EXPECT_EQ(content(key.external), pair(key.item, key.item)) << "the item is key and value";
-  }
-}
-
-// Inserted 0, 1, 2, each in front: the new internal node replaces the left child.
-TEST_F(GoldenBytes, RecordIdTreeHoldsTheListItems) {
-  EXPECT_EQ(node(id2.external), (Words{id1.external, heads[0], id2.internal, left}));
-  EXPECT_EQ(node(id1.external), (Words{id0, id2.external, id2.internal, 0}));
-  EXPECT_EQ(node(id0), (Words{heads[0], id1.external, id1.internal, 0}));
-  EXPECT_EQ(node(id1.internal), (Words{id2.internal, id0, heads[0], internal | root}));
-  EXPECT_EQ(node(id2.internal), (Words{id2.external, id1.external, id1.internal, internal | red | left}));
-  EXPECT_EQ(content(id1.internal), pair(id1.external, id0));
-  EXPECT_EQ(node(beta0), (Words{heads[3], heads[3], heads[3], root}));
-  const std::uint32_t externals[] = {id0, id1.external, id2.external, beta0};
-  for (int i = 0; i < 4; ++i) {
-    EXPECT_EQ(content(externals[i]), pair(list_items[i], list_items[i]));
-    EXPECT_EQ(memory->i64(list_items[i]), i == 3 ? 0 : i) << "record id";
-    EXPECT_EQ(memory->i64(list_items[i] + 8), records[i]);
+    std::int64_t number;
+    Four words;
+    std::int64_t key, value;  // external: the item, twice; internal: greatest on the left, least on the right
+  } nodes[] = {{"head of alpha's records", 36, {57, 44, 50, head}, 0, 0},
+               {"head of by a", 37, {46, 52, 47, head}, 0, 0},
+               {"head of by s, d", 38, {43, 55, 56, head}, 0, 0},
+               {"head of beta's records", 39, {59, 59, 59, head}, 0, 0},
+               {"a = 20", 46, {41, 37, 47, left}, 261928, 261928},
+               {"a = 10", 41, {52, 46, 53, left}, 262088, 262088},
+               {"a = 5", 52, {37, 41, 53, 0}, 261824, 261824},
+               {"above 20", 47, {46, 53, 37, internal | root}, 46, 41},
+               {"above 10 and 5", 53, {41, 52, 47, internal | red}, 41, 52},
+               {"record 2", 57, {49, 36, 58, left}, list_items[2], list_items[2]},
+               {"record 1", 49, {44, 57, 58, 0}, list_items[1], list_items[1]},
+               {"record 0", 44, {36, 49, 50, 0}, list_items[0], list_items[0]},
+               {"above 0", 50, {58, 44, 36, internal | root}, 49, 44},
+               {"above 2 and 1", 58, {57, 49, 50, internal | red | left}, 57, 49},
+               {"beta's record 0", 59, {39, 39, 39, root}, list_items[3], list_items[3]}};
+  for (const auto& node : nodes) {
+    SCOPED_TRACE(node.name);
+    const std::int64_t at = node.number * 32;
+    EXPECT_EQ((memory->at<std::array<std::uint32_t, 3>>(at)),
+              (std::array{node.words[0], node.words[1], node.words[2]}));
+    EXPECT_EQ(memory->at<std::uint8_t>(at + 12), node.words[3]) << "status";
+    if (node.words[3] == head) continue;
+    EXPECT_EQ(memory->i64(at + 13), node.key);
+    EXPECT_EQ(memory->i64(at + 21), node.value);
   }
 }
 
 TEST_F(GoldenBytes, ItemsHeadTheOriginListAndTheCurrentList) {
-  expect_item(a10, 1, {a10.entry, a10.entry, a10.entry, a10.entry});
-  expect_key_field(a10.fields, records[0] + 14, FIELD_INT, 4);
-  expect_item(a20, 1, {a20.entry, a20.entry, a20.entry, a20.entry});  // deleted, and not unlinked
-  expect_entry(a20.entry, records[1], {0, 0, 0, 0});
-  expect_item(aa, 2, {aa.entry, aa.entry, aa.entry, aa.entry});
-
-  expect_item(bb, 2, {bb.entry, bb_second_entry, bb.entry, bb.entry});
-  expect_key_field(bb.fields, records[0] + 14 + 4, FIELD_STRING, 5);
-  expect_key_field(bb.fields + 12, records[0] + 14 + 9, FIELD_DOUBLE, 8);
-  expect_entry(bb.entry, records[0], {bb_second_entry, 0, 0, 0});
-  expect_entry(bb_second_entry, records[1], {0, bb.entry, 0, bb.entry});  // keeps its own links
+  const struct {
+    std::int64_t item, key_fields;
+    std::int8_t count;
+    Four lists;
+  } items[] = {{262088, 262072, 1, {40, 40, 40, 40}},
+               {261928, 261912, 1, {45, 45, 45, 45}},  // deleted, and not unlinked
+               {261776, 261752, 2, {54, 54, 54, 54}},
+               {262040, 262016, 2, {42, 48, 42, 42}}};
+  for (const auto& i : items) {
+    EXPECT_EQ(memory->i64(i.item), i.key_fields);
+    EXPECT_EQ((memory->at<std::array<std::int8_t, 4>>(i.item + 8)),
+              (std::array<std::int8_t, 4>{i.count, i.count, 1, 0}))
+        << "twice the count, sharememory, reverse";
+    EXPECT_EQ(memory->at<Four>(i.item + 12), i.lists) << i.item;
+  }
+  const struct {
+    std::int64_t at, data;
+    std::int8_t type, length;
+  } key_fields[] = {{262072, records[0] + 14, FIELD_INT, 4},
+                    {262016, records[0] + 18, FIELD_STRING, 5},
+                    {262028, records[0] + 23, FIELD_DOUBLE, 8}};
+  for (const auto& f : key_fields) {
+    EXPECT_EQ(memory->i64(f.at), f.data);
+    EXPECT_EQ((memory->at<std::array<std::int8_t, 4>>(f.at + 8)),
+              (std::array<std::int8_t, 4>{f.type, 0, f.length}));
+  }
+  const struct {
+    std::int64_t number, record;
+    Four links;  // origin next and previous, current next and previous
+  } entries[] = {{45, records[1], {}}, {42, records[0], {48}}, {48, records[1], {0, 42, 0, 42}}};
+  for (const auto& e : entries) {
+    EXPECT_EQ(memory->i64(e.number * 32), e.record);
+    EXPECT_EQ(memory->at<Four>(e.number * 32 + 8), e.links) << e.number;
+  }
 }
 
 TEST_F(GoldenBytes, RecordsArePackedBehindAFourteenByteHeader) {
-  EXPECT_EQ(records[0] % 4096, 4088) << "the first 8 bytes end exactly at the page boundary";
-  EXPECT_EQ(list_items[0], records[0] - 16);
+  static_assert(records[0] % 4096 == 4088, "the first 8 bytes end exactly at the page boundary");
   const struct {
-    std::int64_t id;
-    int updateno, duty, deleted;
+    int updateno, deleted;
     Alpha values;
     short n;
-  } expected[] = {
-      {0, 1, 0, 0, {10, "bb", 1.5}, -3}, {1, 0, 0, 1, {20, "bb", 1.5}, 0}, {2, 0, 0, 0, {5, "aa", -1}, 0}};
+  } expected[] = {{1, 0, {10, "bb", 1.5}, -3}, {0, 1, {20, "bb", 1.5}, 0}, {0, 0, {5, "aa", -1}, 0}};
   for (int i = 0; i < 3; ++i) {
     const std::int64_t at = records[i];
-    EXPECT_EQ(memory->i64(at), expected[i].id);
+    EXPECT_EQ(memory->i64(at), i);
     EXPECT_EQ(memory->i32(at + 8), expected[i].updateno) << i;
-    EXPECT_EQ(memory->i8(at + 12), expected[i].duty) << i;
-    EXPECT_EQ(memory->i8(at + 13), expected[i].deleted) << i;
+    EXPECT_EQ(memory->i16(at + 12), expected[i].deleted << 8) << "duty 0; deleted";
     EXPECT_EQ(memory->i32(at + 14), expected[i].values.a);
     EXPECT_EQ(memory->bytes(at + 18, 5), std::string(expected[i].values.s, 5));
     EXPECT_EQ(memory->at<double>(at + 23), expected[i].values.d);
     EXPECT_EQ(memory->i16(at + 31), expected[i].n);
   }
   EXPECT_EQ(memory->i64(records[3] + 14), 7);
+  for (int i = 0; i < 4; ++i) {
+    EXPECT_EQ(memory->i64(list_items[i]), i == 3 ? 0 : i) << "record id";
+    EXPECT_EQ(memory->i64(list_items[i] + 8), records[i]);
+  }
 }
 
 // 130 tables: the heads begin 384 bytes into page 3, and its last slot stays unused.
-using TreeHeads = DatabaseTest;
-
-TEST_F(TreeHeads, SkipTheLastSlotOfAPageForCreatorAndOpener) {
+TEST_F(DatabaseTest, HeadsSkipTheLastSlotOfAPageForCreatorAndOpener) {
   constexpr int table_count = 130;
   constexpr std::int64_t heads_begin = 192 + table_count * 96;
   constexpr std::int64_t heads_in_first_page = (4 * 4096 - heads_begin) / 32 - 1;

@@ -8,7 +8,9 @@
 
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <csignal>
+#include <deque>
 #include <memory>
 #include <string>
 #include <vector>
@@ -19,7 +21,6 @@
 #include "support/child_process.h"
 #include "support/ledger.h"
 #include "support/shared.h"
-#include "support/temp_database.h"
 
 namespace {
 
@@ -90,87 +91,31 @@ struct ProcessLock : DatabaseTest {
   std::vector<std::unique_ptr<Visitor>> visitors;
 };
 
-TEST_F(ProcessLock, WritersExcludeOneAnother) {
-  Visitor &first = visitor(writing), &second = visitor(writing), &third = visitor(writing);
-  first.enter();
-  second.ask();
-  third.ask();
-  expect_waiting(writers_waiting, 2);
-  EXPECT_FALSE(second.is_in() || third.is_in());
-  first.leave();
-  ASSERT_TRUE(eventually([&] { return second.is_in() || third.is_in(); }));
-  Visitor &next = second.is_in() ? second : third, &last = second.is_in() ? third : second;
-  next.expect_in();
-  EXPECT_EQ(word(writers), 1);
-  EXPECT_EQ(word(writers_waiting), 1);
-  EXPECT_FALSE(last.is_in());
-  next.leave();
-  last.expect_in();
-  last.leave();
-  EXPECT_EQ(word(writers), 0);
-  EXPECT_EQ(word(writers_waiting), 0);
-}
-
-TEST_F(ProcessLock, ReadersWaitForAWriterAndThenAllComeIn) {
-  Visitor& writer = visitor(writing);
-  writer.enter();
-  std::vector<Visitor*> waiting = {&visitor(reading), &visitor(reading), &visitor(reading)};
-  for (Visitor* reader : waiting) reader->ask();
-  expect_waiting(readers_waiting, 3);
-  for (Visitor* reader : waiting) EXPECT_FALSE(reader->is_in());
-  writer.leave();
-  for (Visitor* reader : waiting) reader->expect_in();
-  EXPECT_EQ(word(readers), 3);
-  EXPECT_EQ(word(readers_waiting), 0);
-}
-
-TEST_F(ProcessLock, WritersDoNotWaitForReaders) {
-  visitor(reading).enter();
-  visitor(writing).enter();
-  EXPECT_EQ(word(readers), 1);
-  EXPECT_EQ(word(writers), 1);
-}
-
-TEST_F(ProcessLock, AWaitingWriterGoesBeforeWaitingReaders) {
-  for (bool reader_came_first : {true, false}) {
-    Visitor &holder = visitor(writing), &writer = visitor(writing), &reader = visitor(reading);
-    holder.enter();
-    for (bool ask_reader : {reader_came_first, !reader_came_first}) {
-      ask_reader ? reader.ask() : writer.ask();
-      expect_waiting(ask_reader ? readers_waiting : writers_waiting, 1);
+TEST_F(ProcessLock, HoldsOneWriterAndLetsAWaitingWriterInBeforeWaitingReaders) {
+  for (bool readers_came_first : {true, false}) {
+    Visitor &early = visitor(reading), &holder = visitor(writing), &writer = visitor(writing);
+    Visitor* const waiting[] = {&visitor(reading), &visitor(reading)};
+    early.enter();
+    holder.enter();  // writers do not wait for readers
+    for (bool ask_readers : {readers_came_first, !readers_came_first}) {
+      if (!ask_readers) writer.ask();
+      for (Visitor* reader : waiting) {
+        if (ask_readers) reader->ask();
+      }
+      expect_waiting(ask_readers ? readers_waiting : writers_waiting, ask_readers ? 2 : 1);
     }
+    EXPECT_FALSE(writer.is_in());
     holder.leave();
     writer.expect_in();
-    EXPECT_EQ(word(readers), 0);
-    EXPECT_EQ(word(readers_waiting), 1);
-    EXPECT_FALSE(reader.is_in());
+    EXPECT_EQ(word(writers), 1);
+    EXPECT_EQ(word(readers), 1) << "the early one";
+    EXPECT_EQ(word(readers_waiting), 2);
     writer.leave();
-    reader.expect_in();
-    reader.leave();
+    for (Visitor* reader : waiting) reader->expect_in();
+    EXPECT_EQ(word(readers), 3);
+    for (Visitor* reader : {&early, waiting[0], waiting[1]}) reader->leave();
+    for (Word w : {writers, writers_waiting, readers, readers_waiting}) EXPECT_EQ(word(w), 0) << w;
   }
-}
-
-TEST_F(ProcessLock, AWakeUpTooManyLetsNobodyIn) {
-  Visitor &holder = visitor(writing), &writer = visitor(writing), &reader = visitor(reading);
-  holder.enter();
-  writer.ask();
-  reader.ask();
-  expect_waiting(writers_waiting, 1);
-  expect_waiting(readers_waiting, 1);
-  for (Cztsema* sema : {&lock.m_w_sema[0], &lock.m_r_sema[0]}) {
-    for (int post = 0; post < 3; ++post) ASSERT_TRUE(sema->Release());
-    // All posts used up, and the waiter asleep again.
-    ASSERT_TRUE(eventually(
-        [&] { return semctl(sema->m_sempid, sema->m_sempno, GETVAL) == 0 && asleep_on(*sema) == 1; }));
-  }
-  EXPECT_FALSE(writer.is_in() || reader.is_in());
-  EXPECT_EQ(word(writers), 1);
-  EXPECT_EQ(word(readers), 0);
-  holder.leave();
-  writer.expect_in();
-  EXPECT_FALSE(reader.is_in());
-  writer.leave();
-  reader.expect_in();
 }
 
 // The slot is free and a writer waits for it but does not come, being stopped: a reader that wakes up by chance then
@@ -193,45 +138,33 @@ TEST_F(ProcessLock, AReaderThatWakesUpLeavesAFreeSlotToAWaitingWriter) {
   EXPECT_EQ(word(readers), 0);
   writer.resume();
   writer.expect_in();
-  EXPECT_FALSE(reader.is_in());
-  writer.leave();
-  reader.expect_in();
 }
 
 // A process of each level queues behind a waiter that was killed in its sleep; both get in, and so does who
 // comes later.
-struct DeadWaiter : ProcessLock, testing::WithParamInterface<Level> {};
-
-TEST_P(DeadWaiter, BlocksNobody) {
-  const Level level = GetParam();
-  Visitor &holder = visitor(writing), &dead = visitor(level), &writer = visitor(writing),
-          &reader = visitor(reading);
-  const auto expect_asleep = [&](const Cztsema& sema) {
-    ASSERT_TRUE(eventually([&] { return asleep_on(sema) == 1; }));
-  };
-  holder.enter();
-  dead.ask();
-  expect_asleep(level == writing ? lock.m_w_sema[0] : lock.m_r_sema[0]);
-  dead.kill();
-  writer.ask();
-  reader.ask();
-  expect_asleep(lock.m_w_sema[0]);
-  expect_asleep(lock.m_r_sema[0]);
-  holder.leave();
-  writer.expect_in();
-  writer.leave();
-  reader.expect_in();
-  ASSERT_FALSE(HasFailure());
-  reader.leave();
-  for (Level late : {writing, reading, writing}) {
-    visitor(late).enter();
+TEST_F(ProcessLock, ADeadWaiterBlocksNobody) {
+  for (Level level : {writing, reading}) {
+    Visitor &holder = visitor(writing), &dead = visitor(level), &writer = visitor(writing),
+            &reader = visitor(reading);
+    const auto expect_asleep = [&](const Cztsema& sema) {
+      ASSERT_TRUE(eventually([&] { return asleep_on(sema) == 1; }));
+    };
+    holder.enter();
+    dead.ask();
+    expect_asleep(level == writing ? lock.m_w_sema[0] : lock.m_r_sema[0]);
+    dead.kill();
+    writer.ask();
+    reader.ask();
+    expect_asleep(lock.m_w_sema[0]);
+    expect_asleep(lock.m_r_sema[0]);
+    holder.leave();
+    writer.expect_in();
+    writer.leave();
+    reader.expect_in();
+    reader.leave();
     ASSERT_FALSE(HasFailure());
-    visitors.back()->leave();
   }
 }
-
-INSTANTIATE_TEST_SUITE_P(OfLevel, DeadWaiter, testing::Values(writing, reading),
-                         [](const auto& level) { return level.param == writing ? "Writing" : "Reading"; });
 
 // A process that dies after it gave the slot back and before it woke anybody.
 TEST_F(ProcessLock, AReleaserThatDiesBeforeItsPostStrandsNobody) {
@@ -275,10 +208,10 @@ void start_1_khz_signals() {
 TEST_F(ProcessLock, NeverHoldsTwoWritersInAStormOfSignalsAndPosts) {
   constexpr int rounds = 400, writer_count = 4, reader_count = 2;
   Shared<Storm> storm;
-  std::vector<std::unique_ptr<Child>> children;
+  std::deque<Child> children;
   for (int i = 0; i < writer_count + reader_count; ++i) {
     const Level level = i < writer_count ? writing : reading;
-    children.push_back(std::make_unique<Child>([&, level](Gate& gate) {
+    children.emplace_back([&, level](Gate& gate) {
       Crwspinlock own;
       std::string path = name;
       if (!own.Open(path.data(), 1)) return 1;
@@ -297,67 +230,18 @@ TEST_F(ProcessLock, NeverHoldsTwoWritersInAStormOfSignalsAndPosts) {
       }
       own.Close();
       return 0;
-    }));
+    });
   }
-  for (auto& child : children) ASSERT_TRUE(child->wait_for('r'));
+  for (Child& child : children) ASSERT_TRUE(child.wait_for('r'));
   for (int post = 0; post < 200; ++post) {
     lock.m_w_sema[0].Release();
     lock.m_r_sema[0].Release();
     sched_yield();
   }
-  for (auto& child : children) EXPECT_EQ(child->exit_status(), 0);
+  for (Child& child : children) EXPECT_EQ(child.exit_status(), 0);
   EXPECT_EQ(storm->violations, 0);
   EXPECT_EQ(storm->plain, rounds * writer_count);
   for (Word w : {spin, writers, writers_waiting, readers, readers_waiting}) EXPECT_EQ(word(w), 0) << w;
-}
-
-// The user is forked before anything is attached: a child inherits its parent's attachments.
-TEST_F(DatabaseTest, TheLastProcessToCloseTheLockRemovesEverything) {
-  std::string name = directory.base();
-  Child user([&](Gate& gate) {
-    Crwspinlock own;
-    gate.wait_for('o');
-    EXPECT_TRUE(own.Open(name.data(), 1));
-    gate.tell('o');
-    gate.wait_for('c');
-    EXPECT_TRUE(own.Lock(1, writing)) << "it still serves";
-    own.Unlock(1, writing, -1, nullptr);
-    own.Close();
-    return 0;
-  });
-  Crwspinlock lock;
-  ASSERT_TRUE(lock.Create(name.data(), 1));
-  user.tell('o');
-  ASSERT_TRUE(user.wait_for('o'));
-  lock.Close();
-  EXPECT_EQ(directory.leftovers().size(), 12u);
-  user.tell('c');
-  EXPECT_EQ(user.exit_status(), 0);
-}
-
-TEST(SpinLock, CountsExactlyAcrossProcesses) {
-  struct Counter {
-    std::int32_t word, plain;
-  };
-  constexpr int rounds = 20000;
-  Shared<Counter> shared;
-  std::vector<std::unique_ptr<Child>> children;
-  for (int i = 0; i < 3; ++i) {
-    children.push_back(std::make_unique<Child>([&](Gate&) {
-      Cspinlock lock;
-      lock.Set(reinterpret_cast<char*>(&shared->word));
-      for (int round = 0; round < rounds; ++round) {
-        lock.Lock();
-        const int seen = cachet::load_relaxed<int>(&shared->plain);
-        cachet::store_relaxed<int>(&shared->plain, seen + 1);
-        lock.Unlock();
-      }
-      return 0;
-    }));
-  }
-  for (auto& child : children) EXPECT_EQ(child->exit_status(), 0);
-  EXPECT_EQ(shared->plain, 3 * rounds);
-  EXPECT_EQ(shared->word, 0);
 }
 
 TEST(SpinLock, IsNotRaisedByContendersThatDie) {
@@ -382,64 +266,33 @@ TEST(SpinLock, IsNotRaisedByContendersThatDie) {
   EXPECT_EQ(*word, 0);
 }
 
-TEST(FileLock, SharesAndExcludesBetweenProcesses) {
-  TempDirectory directory;
-  std::string name = directory.base();
-  RWLock lock(name.data());
-  ASSERT_TRUE(lock.lock(1, 1, -1));
-  Child other([&](Gate& gate) {
-    RWLock own(name.data());
-    EXPECT_TRUE(own.lock(1, 1, -1));
-    EXPECT_TRUE(own.lock(2, 2, -1)) << "another byte";
-    gate.tell('s');
-    gate.wait_for('x');
-    EXPECT_TRUE(own.lock(2, 1, -1)) << "waits for the other process";
-    gate.tell('x');
-    gate.wait_for('o');
-    own.unlock(1);
-    return 0;
-  });
-  ASSERT_TRUE(other.wait_for('s'));
-  other.tell('x');
-  other.wait_until_asleep();
-  EXPECT_FALSE(other.has_sign());
-  lock.unlock(1);
-  ASSERT_TRUE(other.wait_for('x'));
-  other.tell('o');
-  EXPECT_EQ(other.exit_status(), 0);
-  EXPECT_TRUE(lock.lock(2, 1, 0));
+TEST_F(ProcessLock, ASemaphoreReportsAnInterruptedWait) {
+  start_1_khz_signals();
+  EXPECT_EQ(lock.m_w_sema[0].Wait(-1), -1);
+  EXPECT_EQ(errno, EINTR);
+  const itimerval off = {};
+  setitimer(ITIMER_REAL, &off, nullptr);
 }
 
 TEST(LockPosition, IsTakenOnceAtTheLevelOfTheHandlesMode) {
+  using Ten = std::array<int, 10>;
   Ledger ledger;
   Database reader = ledger.open(ZT_MODE_READ_ONLY);
   ZtDbHandle db = ledger.writer();
-  const auto words = [&] {
-    std::array<int, 10> ten;
-    std::memcpy(ten.data(), db->lock.m_lockpage.m_p, sizeof ten);
-    return ten;
-  };
-  using Ten = std::array<int, 10>;
+  const auto words = [&] { return cachet::load_unaligned<Ten>(db->lock.m_lockpage.m_p); };
   for (int time = 0; time < 3; ++time) EXPECT_TRUE(ZtLockPosition(db, 0));
-  EXPECT_EQ(words(), (Ten{0, 1, 0, 0, 0, 0, 0, 0, 0, 0}));
-  ZtUnLockPosition(db, 0);
+  EXPECT_EQ(words(), (Ten{0, 1}));
+  for (int time = 0; time < 2; ++time) ZtUnLockPosition(db, 0);
   EXPECT_EQ(words(), Ten{});
-  ZtUnLockPosition(db, 0);
-  EXPECT_EQ(words(), Ten{}) << "a position that is not held stays as it is";
   for (int time = 0; time < 2; ++time) EXPECT_TRUE(ZtLockPosition(reader, 1));
   EXPECT_EQ(words(), (Ten{0, 0, 0, 0, 0, 0, 0, 0, 1, 0}));
   EXPECT_TRUE(ZtLockPosition(reader, 0));
   ZtUnLock(reader);
-  ZtUnLock(reader);
-  EXPECT_EQ(words(), Ten{});
-  for (int bad : {-1, 2, 1 << 20}) {
-    EXPECT_FALSE(ZtLockPosition(db, bad)) << bad;
-    EXPECT_FALSE(ZtLockPosition(reader, bad)) << bad;
+  for (const auto& [slot, level] : {std::pair{-1, 0}, {2, 1}, {100, 0}, {0, 2}, {1, -1}}) {
+    EXPECT_FALSE(db->lock.Lock(slot, level)) << slot << ", " << level;
+    EXPECT_TRUE(slot == 0 || slot == 1 || !ZtLockPosition(db, slot));
   }
-  db->base.mode = 3;
-  EXPECT_FALSE(ZtLockPosition(db, 0));
-  db->base.mode = ZT_MODE_READ_WRITE;
-  EXPECT_TRUE(db->locks.empty());
+  EXPECT_FALSE(Crwspinlock().Lock(0, 1)) << "never opened";
   EXPECT_EQ(words(), Ten{});
 }
 

@@ -40,20 +40,12 @@ class TwoSegments : public DatabaseTest {
       ASSERT_EQ(text + text_bytes - 40, text_of_record(seen));
     }
     EXPECT_EQ(seen, count);
-    for (const int i : {0, count / 2, count - 1}) {
-      Condition one(0, i);
-      EXPECT_TRUE(ZtFindRecord(db, 0, one, ZT_OP_EQUAL) && ZtGetRecord(db, one, row));
-      EXPECT_EQ(row.text(blob), text_of_record(i));
-    }
   }
 };
 
-constexpr std::int64_t data_front = 136;  // in the header
-constexpr std::int64_t record_count = 192 + 88;
+constexpr std::int64_t data_front = 136, record_count = 192 + 88;
 // A record with its list item, key item and key field, in multiples of 8.
-constexpr std::int64_t record_bytes = 65024;
-constexpr std::int64_t insert_bytes = record_bytes + 16 + 32 + 16;
-static_assert(record_bytes >= 4 + text_bytes + 14 && record_bytes < 4 + text_bytes + 14 + 8);
+constexpr std::int64_t insert_bytes = 65024 + 16 + 32 + 16;
 
 TEST_F(TwoSegments, HoldTheRecordsOfEveryProcess) {
   const auto read_all_in_mode = [&](int mode) {
@@ -69,11 +61,8 @@ TEST_F(TwoSegments, HoldTheRecordsOfEveryProcess) {
 
   Database db = begin_create(directory, gibibyte + (64 << 20));
   ASSERT_TRUE(db.opened);
-  ZtAddTable(db, "large");
-  ZtAddField(db, 0, "number", FIELD_INT, 4, -1);
-  ZtAddField(db, 0, "blob", FIELD_STRING, text_bytes, -1);
-  ZtAddIndex(db, 0, "by number", ZT_INDEX_UNIQUE);
-  ZtAddIndexField(db, 0, 0, number);
+  define_table(db, "large", {{"number", FIELD_INT, 4, -1}, {"blob", FIELD_STRING, text_bytes, -1}},
+               {{"by number", ZT_INDEX_UNIQUE, {number}}});
   finish_create(db);
 
   const RawMemory memory(directory.base());

@@ -81,21 +81,16 @@ class Ledger {
 
   explicit Ledger(ZTINT8 size_bytes = small_bytes) : writer_(begin_create(directory_, size_bytes)) {
     silence(writer_);
-    ZtAddTable(writer_, "ledger");
-    ZtAddField(writer_, 0, "id", FIELD_INT, 4, 0);
-    ZtAddField(writer_, 0, "group", FIELD_INT, 4, 0);
-    ZtAddField(writer_, 0, "tag", FIELD_STRING, 8, 0);
-    ZtAddField(writer_, 0, "amount", FIELD_DOUBLE, 8, 2);
-    ZtAddField(writer_, 0, "sum", FIELD_INT8, 8, 0);
-    ZtAddIndex(writer_, 0, "by id", ZT_INDEX_UNIQUE);
-    ZtAddIndexField(writer_, 0, by_id, id);
-    ZtAddIndex(writer_, 0, "by group", ZT_INDEX_DUPLICATES);
-    ZtAddIndexField(writer_, 0, by_group, group);
-    ZtAddIndex(writer_, 0, "by group and tag", ZT_INDEX_DUPLICATES);
-    ZtAddIndexField(writer_, 0, by_group_and_tag, group);
-    ZtAddIndexField(writer_, 0, by_group_and_tag, tag);
+    define_table(writer_, "ledger",
+                 {{"id", FIELD_INT, 4, 0},
+                  {"group", FIELD_INT, 4, 0},
+                  {"tag", FIELD_STRING, 8, 0},
+                  {"amount", FIELD_DOUBLE, 8, 2},
+                  {"sum", FIELD_INT8, 8, 0}},
+                 {{"by id", ZT_INDEX_UNIQUE, {id}},
+                  {"by group", ZT_INDEX_DUPLICATES, {group}},
+                  {"by group and tag", ZT_INDEX_DUPLICATES, {group, tag}}});
     finish_create(writer_);
-    directory_.note_objects();
   }
   ~Ledger() {
     writer_.close();
@@ -110,9 +105,6 @@ class Ledger {
     finish_open(db);
     return db;
   }
-  // What a test needs to end the writer's handle before the ledger's end.
-  Database& writer_handle() { return writer_; }
-
   Rb_tablename* catalog() const { return writer()->base.table; }
   Rb_memory* header() const { return writer()->base.memory; }
 
@@ -145,6 +137,11 @@ class Ledger {
   TempDirectory directory_;
   Database writer_;
 };
+
+// The whole flat space of a one-segment ledger.
+inline std::string memory_of(const Ledger& ledger) {
+  return {ledger.writer()->base.share_memory_begin[0], static_cast<std::size_t>(ledger.header()->size)};
+}
 
 }  // namespace cachet::test
 

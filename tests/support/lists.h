@@ -12,27 +12,13 @@
 
 namespace cachet::test {
 
-inline ZtIndexItem* item_at(ZtDbHandle db, Rb_node node) {
-  return reinterpret_cast<ZtIndexItem*>(rb_key(&db->base, node));
-}
-
 // The item that a search in index `index` finds for the key in `condition`; null when the key was never
 // stored.
 inline ZtIndexItem* item_of(ZtDbHandle db, int index, ZtConditionHandle condition) {
   int found = 0;
   Rb_node node = rb_find_gkey_n(&db->base, db->database[0].indexs[static_cast<std::size_t>(index)],
                                 &condition->indexitem, ZtComp, &found);
-  return found == 1 ? item_at(db, node) : nullptr;
-}
-
-inline ZtIndexNode node_of(ZtDbHandle db, std::uint32_t number) {
-  ZtIndexNode node;
-  std::memcpy(&node, address_of(&db->base, NodeNumber{number}), sizeof node);
-  return node;
-}
-
-inline ZTINT8 record_id_of(ZtDbHandle db, const ZtIndexNode& node) {
-  return load_unaligned<ZTINT8>(address_of(&db->base, FlatOffset{node.precord}));
+  return found == 1 ? reinterpret_cast<ZtIndexItem*>(rb_key(&db->base, node)) : nullptr;
 }
 
 struct Lists {
@@ -51,16 +37,15 @@ template <class Step>
 std::vector<ZTINT8> follow(ZtDbHandle db, std::uint32_t number, Step step) {
   std::vector<ZTINT8> ids;
   while (number != 0 && ids.size() < 10000) {
-    const ZtIndexNode node = node_of(db, number);
-    ids.push_back(record_id_of(db, node));
+    const auto node = load_unaligned<ZtIndexNode>(address_of(&db->base, NodeNumber{number}));
+    ids.push_back(load_unaligned<ZTINT8>(address_of(&db->base, FlatOffset{node.precord})));
     number = step(node);
   }
   return ids;
 }
 
 inline Lists lists_of(ZtDbHandle db, const ZtIndexItem* item) {
-  ZtIndexItem copy;
-  std::memcpy(&copy, item, sizeof copy);
+  const auto copy = load_unaligned<ZtIndexItem>(item);
   Lists lists;
   lists.origin = follow(db, copy.originhead, [](const ZtIndexNode& n) { return n.originnext; });
   lists.current = follow(db, copy.curenthead, [](const ZtIndexNode& n) { return n.curentnext; });

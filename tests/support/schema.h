@@ -8,6 +8,7 @@
 #include <cstring>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "caches.h"
 #include "support/temp_database.h"
@@ -104,18 +105,37 @@ inline void finish_open(ZtDbHandle db) {
   ZtUnLockDb(db);
 }
 
+struct Field {
+  const char* name;
+  int type, length, decimals;
+};
+struct Index {
+  const char* name;
+  int type;
+  std::vector<int> fields;
+};
+
+inline void define_table(ZtDbHandle db, const char* name, const std::vector<Field>& fields,
+                         const std::vector<Index>& indexes) {
+  ZtAddTable(db, name);
+  const int table = static_cast<int>(db->database.size()) - 1;
+  for (const Field& f : fields) ZtAddField(db, table, f.name, f.type, f.length, f.decimals);
+  for (int i = 0; const Index& index : indexes) {
+    ZtAddIndex(db, table, index.name, index.type);
+    for (const int field : index.fields) ZtAddIndexField(db, table, i, field);
+    ++i;
+  }
+}
+
 inline void define_items(ZtDbHandle db) {
-  ZtAddTable(db, "items");
-  ZtAddField(db, items, "id", FIELD_INT, 4, -1);
-  ZtAddField(db, items, "name", FIELD_STRING, name_bytes, -1);
-  ZtAddField(db, items, "team", FIELD_INT, 4, -1);
-  ZtAddField(db, items, "price", FIELD_DOUBLE, 8, 2);
-  ZtAddIndex(db, items, "by id", ZT_INDEX_UNIQUE);
-  ZtAddIndexField(db, items, by_id, item_id);
-  ZtAddIndex(db, items, "by name", ZT_INDEX_DUPLICATES);
-  ZtAddIndexField(db, items, by_name, item_name);
-  ZtAddIndex(db, items, "by team", ZT_INDEX_DUPLICATES);
-  ZtAddIndexField(db, items, by_team, item_team);
+  define_table(db, "items",
+               {{"id", FIELD_INT, 4, -1},
+                {"name", FIELD_STRING, name_bytes, -1},
+                {"team", FIELD_INT, 4, -1},
+                {"price", FIELD_DOUBLE, 8, 2}},
+               {{"by id", ZT_INDEX_UNIQUE, {item_id}},
+                {"by name", ZT_INDEX_DUPLICATES, {item_name}},
+                {"by team", ZT_INDEX_DUPLICATES, {item_team}}});
 }
 
 // The whole database in one call, ready for use.

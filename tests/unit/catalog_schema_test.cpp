@@ -1,92 +1,24 @@
-// Tables, fields and indexes: what the schema calls derive, refuse, and carry through the catalog to another
-// handle.
+// Tables, fields and indexes: what the catalog carries to another handle.
 #include <gtest/gtest.h>
-
-#include <functional>
 
 #include "support/schema.h"
 
 namespace cachet::test {
 namespace {
 
-using Schema = DatabaseTest;
 using Catalog = DatabaseTest;
 
 const std::vector<ZtTable>& tables_of(const Database& db) {
   return static_cast<ZtDbHandle>(db)->database;
 }
 
-TEST_F(Schema, PacksFieldsInOrderAndTracksTheWidestIndex) {
-  Database db = begin_create(directory);
-  ZtAddTable(db, "t");
-  ZtAddField(db, 0, "a", FIELD_INT, 4, -1);
-  ZtAddField(db, 0, "nothing", FIELD_STRING, 0, -1);
-  ZtAddField(db, 0, "b", FIELD_STRING, 21, -1);
-  ZtAddField(db, 0, "c", FIELD_DOUBLE, 8, 2);
-  ZtAddIndex(db, 0, "wide", ZT_INDEX_DUPLICATES);
-  for (const int field : {3, 2, 0}) ZtAddIndexField(db, 0, 0, field);
-  ZtAddIndex(db, 0, "narrow", ZT_INDEX_UNIQUE);
-  ZtAddIndexField(db, 0, 1, 0);
-  const ZtTable& table = tables_of(db)[0];
-  const short offsets[] = {0, 4, 4, 25};
-  const int indexed[] = {1, 0, 1, 1};
-  for (std::size_t i = 0; i < 4; ++i) {
-    EXPECT_EQ(table.fielddescrible[i].offset, offsets[i]) << i;
-    EXPECT_EQ(table.fielddescrible[i].indexed, indexed[i]) << i;
-  }
-  EXPECT_EQ(table.recordlength, 33);
-  EXPECT_EQ(table.maxindexfield, 3);
-  EXPECT_EQ(table.indexdescrible[0].indexdescrible, (std::vector<int>{3, 2, 0}));
-}
-
-TEST_F(Schema, RefusesWhatNoCatalogCanHold) {
-  Database db = begin_create(directory);
-  define_items(db);
-  silence(db);
-  ZtAddIndex(db, items, "full", ZT_INDEX_DUPLICATES);
-  for (int i = 0; i < 127; ++i) ZtAddIndexField(db, items, 3, item_id);
-  ASSERT_EQ(last_error(db).code, ZT_OK);
-  const std::function<void()> refused[] = {
-      [&] { ZtAddTable(db, nullptr); },
-      [&] { ZtAddField(db, -1, "f", FIELD_INT, 4, -1); },
-      [&] { ZtAddField(db, 1, "f", FIELD_INT, 4, -1); },
-      [&] { ZtAddField(db, items, nullptr, FIELD_INT, 4, -1); },
-      [&] { ZtAddField(db, items, "f", FIELD_STRING, -1, -1); },
-      [&] { ZtAddIndex(db, 1, "i", ZT_INDEX_UNIQUE); },
-      [&] { ZtAddIndex(db, items, nullptr, ZT_INDEX_UNIQUE); },
-      [&] { ZtAddIndexField(db, 7, by_id, item_id); },
-      [&] { ZtAddIndexField(db, items, 4, item_id); },
-      [&] { ZtAddIndexField(db, items, by_id, 4); },
-      [&] { ZtAddIndexField(db, items, by_id, -1); },
-      [&] { ZtAddIndexField(db, items, 3, item_id); },
-  };
-  for (int i = 0; const auto& call : refused) {
-    ZtSetError(db, 0, "%s", "");
-    call();
-    EXPECT_EQ(last_error(db).code, ZT_ERR_GENERAL) << "case " << i;
-    ++i;
-  }
-  ASSERT_EQ(tables_of(db).size(), 1u);
-  const ZtTable& table = tables_of(db)[0];
-  EXPECT_EQ(table.fielddescrible.size(), 4u);
-  EXPECT_EQ(table.indexdescrible.size(), 4u);
-  EXPECT_EQ(table.indexs.size(), 4u);
-  EXPECT_EQ(table.recordlength, 4 + name_bytes + 4 + 8);
-  EXPECT_EQ(table.indexdescrible[by_id].indexdescrible, std::vector<int>{item_id});
-  EXPECT_EQ(table.maxindexfield, 127);
-}
-
 TEST_F(Catalog, GivesAnotherHandleTheVerySameTables) {
   Database creator = begin_create(directory);
   define_items(creator);
-  ZtAddTable(creator, std::string(78, 't').c_str());
-  ZtAddField(creator, 1, std::string(79, 'f').c_str(), 0, 3, 0);
-  ZtAddField(creator, 1, "", 12, 0, 127);
-  ZtAddField(creator, 1, "wide", FIELD_STRING, 65535, -1);
-  ZtAddIndex(creator, 1, std::string(79, 'i').c_str(), 77);
-  ZtAddIndex(creator, 1, "two", ZT_INDEX_UNIQUE);
-  ZtAddIndexField(creator, 1, 1, 2);
-  ZtAddIndexField(creator, 1, 1, 0);
+  const std::string name(79, 'n');
+  define_table(creator, name.substr(0, 78).c_str(),
+               {{name.c_str(), 0, 3, 0}, {"", 12, 0, 127}, {"wide", FIELD_STRING, 65535, -1}},
+               {{name.c_str(), 77, {}}, {"two", ZT_INDEX_UNIQUE, {2, 0}}});
   ZtAddTable(creator, "bare");
   finish_create(creator);
   for (const int mode : {ZT_MODE_READ_ONLY, ZT_MODE_READ_WRITE}) {
@@ -109,47 +41,6 @@ TEST_F(Catalog, GivesAnotherHandleTheVerySameTables) {
         EXPECT_EQ(loaded.indexdescrible[i].indextype, made.indexdescrible[i].indextype);
         EXPECT_EQ(loaded.indexdescrible[i].indexdescrible, made.indexdescrible[i].indexdescrible);
       }
-    }
-  }
-}
-
-TEST_F(Catalog, CutsNamesToTheRoomOfItsRecords) {
-  Database creator = begin_create(directory);
-  const std::string name(127, 'n');
-  ZtAddTable(creator, name.c_str());
-  ZtAddField(creator, 0, name.c_str(), FIELD_INT, 4, -1);
-  ZtAddIndex(creator, 0, name.c_str(), ZT_INDEX_UNIQUE);
-  finish_create(creator);
-  const Database opener = open_items(directory);
-  const ZtTable& table = tables_of(opener)[0];
-  EXPECT_EQ(table.name, name.substr(0, 78));
-  EXPECT_EQ(table.fielddescrible[0].name, name.substr(0, 79));
-  EXPECT_EQ(table.indexdescrible[0].name, name.substr(0, 79));
-  EXPECT_EQ(table.recordlength, 4);
-}
-
-TEST_F(Catalog, TakesTheBytesItsRecordsTake) {
-  const struct {
-    int tables, fields, index_fields;
-    ZTINT8 head_size, node_front;  // before the heads are made
-  } cases[] = {{0, 0, 0, 192, 192}, {1, 3, 2, 728, 736}};
-  for (const auto& c : cases) {
-    Database db = begin_create(directory);
-    ZTINT8 size = 0;
-    ZTINT8 used = 0;
-    ZtMemoryInfo(db, &size, &used);
-    EXPECT_EQ(size, small_bytes);
-    EXPECT_EQ(used, 192) << "a fresh database";
-    for (int t = 0; t < c.tables; ++t) ZtAddTable(db, "t");
-    for (int f = 0; f < c.fields; ++f) ZtAddField(db, 0, "f", FIELD_INT, 4, -1);
-    if (c.index_fields > 0) ZtAddIndex(db, 0, "i", ZT_INDEX_UNIQUE);
-    for (int f = 0; f < c.index_fields; ++f) ZtAddIndexField(db, 0, 0, f);
-    ZtSaveDbInfo(db);
-    EXPECT_EQ(base_of(db)->memory->memoryheadsize, c.head_size);
-    EXPECT_EQ(base_of(db)->memory->nodeoffset, c.node_front);
-    ZtLoadDb(db);
-    for (const ZtTable& table : tables_of(db)) {
-      EXPECT_EQ(reinterpret_cast<char*>(table.listindex) - base_of(db)->share_memory_begin[0], c.node_front);
     }
   }
 }

@@ -5,9 +5,7 @@
 #include <iconv.h>
 
 #include <algorithm>
-#include <cstring>
 #include <optional>
-#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -48,14 +46,6 @@ std::optional<std::string> convert(const char* to, const char* from, std::string
   return whole ? std::optional(output) : std::nullopt;
 }
 
-std::string_view bytes_of(std::u8string_view text) {
-  return {reinterpret_cast<const char*>(text.data()), text.size()};
-}
-
-std::string gbk_bytes(cachet::gbk::Character character) {
-  return {static_cast<char>(character.gbk >> 8), static_cast<char>(character.gbk & 0xFF)};
-}
-
 bool is_whole_gbk(std::string_view text) {
   return convert("UTF-8", "GBK", text).has_value();
 }
@@ -77,43 +67,22 @@ TEST(GbkTable, AgreesWithIconv) {
   for (const auto& character : cachet::gbk::characters) {
     const auto unit = static_cast<char16_t>(character.code_point);
     const std::string_view utf16(reinterpret_cast<const char*>(&unit), sizeof unit);
-    EXPECT_EQ(convert("GBK", "UTF-16LE", utf16), gbk_bytes(character)) << std::hex << character.gbk;
-  }
-}
-
-TEST(GbkTable, HoldsNoCharacterThatNoMessageUses) {
-  std::string used;  // every double byte of the catalogue, one line each
-  for (const Text& text : catalogue) {
-    for (std::size_t at = 0; at < text.gbk.size(); ++at) {
-      if (static_cast<unsigned char>(text.gbk[at]) < 0x80) continue;
-      used += text.gbk.substr(at++, 2) + '\n';
-    }
-  }
-  for (const auto& character : cachet::gbk::characters) {
-    const std::string line = gbk_bytes(character) + '\n';
-    EXPECT_NE(used.find(line), std::string::npos) << std::hex << character.gbk;
+    const std::string expected = {static_cast<char>(character.gbk >> 8),
+                                  static_cast<char>(character.gbk & 0xFF)};
+    EXPECT_EQ(convert("GBK", "UTF-16LE", utf16), expected) << std::hex << character.gbk;
   }
 }
 
 TEST(Messages, AreTheirSourceInGbk) {
   for (const Text& text : catalogue) {
-    EXPECT_EQ(convert("GBK", "UTF-8", bytes_of(text.utf8)), text.gbk) << text.name;
+    EXPECT_EQ(convert("GBK", "UTF-8", {reinterpret_cast<const char*>(text.utf8.data()), text.utf8.size()}),
+              text.gbk)
+        << text.name;
   }
-}
-
-TEST(Messages, StandUnderOneNameEach) {
-  std::set<std::string> seen;
-  for (const Text& text : catalogue) EXPECT_TRUE(seen.insert(text.gbk).second) << text.name;
 }
 
 TEST(Messages, AreFilledWithTheirArguments) {
   EXPECT_EQ(formatted(300, "1.0", "2.0"), "\xB0\xE6\xB1\xBE\xB2\xBB\xC6\xA5\xC5\xE4(d=1.0,s=2.0)");
-  char buffer[300];
-  message::format(buffer, sizeof buffer, message::catalog_too_large, 5'000'000'000);
-  EXPECT_NE(std::strstr(buffer, "(5000000000)"), nullptr);
-  message::format(buffer, sizeof buffer, message::open_file_failed, "/a//b00.data", -2);
-  EXPECT_NE(std::strstr(buffer, "/a//b00.data"), nullptr);
-  EXPECT_NE(std::strstr(buffer, "(-2)"), nullptr);
 }
 
 TEST(Messages, AreCutAtAWholeCharacterInEveryBuffer) {
@@ -126,65 +95,6 @@ TEST(Messages, AreCutAtAWholeCharacterInEveryBuffer) {
         << "more than half a character lost at " << size;
   }
   EXPECT_EQ(formatted(full.size() + 1, mixed, mixed), full);
-}
-
-TEST(Messages, AreCutAtAWholeCharacterWhenAnArgumentIsHuge) {
-  for (const std::string lead : {"", "x"}) {
-    std::string argument = lead;
-    for (int i = 0; i < 800; ++i) argument += "\xB0\xE6";
-    const std::string cut = formatted(4000, argument.c_str(), "");
-    EXPECT_TRUE(is_whole_gbk(cut));
-    EXPECT_GE(cut.size(), 998u);
-    EXPECT_LE(cut.size(), 999u);
-  }
-}
-
-TEST(Messages, PrintAsOneLineOnStandardOutput) {
-  testing::internal::CaptureStdout();
-  message::print_line(message::create_sessions_failed, "base");
-  const std::string line = testing::internal::GetCapturedStdout();
-  EXPECT_TRUE(line.ends_with("\xCA\xA7\xB0\xDC(base)\n"));
-}
-
-TEST(Placeholders, MatchOnlyTheirOwnTypesInOrder) {
-  using message::placeholders_match;
-  EXPECT_TRUE(placeholders_match<>("100%% plain"));
-  EXPECT_TRUE((placeholders_match<const char*, int>("%s (%d)")));
-  EXPECT_TRUE((placeholders_match<long long, unsigned long, const void*>("%-8lld%%%lu%p")));
-  EXPECT_FALSE((placeholders_match<int, const char*>("%s (%d)")));
-  EXPECT_FALSE((placeholders_match<const char*>("%s %d")));
-  EXPECT_FALSE((placeholders_match<const char*, int>("%s")));
-  EXPECT_FALSE(placeholders_match<int>("%lld"));
-  EXPECT_FALSE(placeholders_match<long long>("%d"));
-  EXPECT_FALSE(placeholders_match<>("cut short %"));
-  EXPECT_FALSE(placeholders_match<>("cut short %l"));
-  EXPECT_FALSE(placeholders_match<int>("%*d"));
-}
-
-TEST(BoundedLength, IsTheLongestWholePrefixAtEveryCut) {
-  const std::string_view text = mixed;
-  std::size_t longest_so_far = 0;
-  for (std::size_t limit = 0; limit <= text.size() + 3; ++limit) {
-    if (limit <= text.size() && is_whole_gbk(text.substr(0, limit))) longest_so_far = limit;
-    EXPECT_EQ(cachet::bounded_length(mixed, limit), longest_so_far) << limit;
-  }
-  EXPECT_EQ(longest_so_far, text.size());
-}
-
-TEST(BoundedLength, KeepsStrayBytesOfATextThatFits) {
-  for (const char* text : {"\xE9", "caf\xE9", "\xE9 x", "\xFF\xFF", "\x80", "\xB0\xE6\xB0"}) {
-    EXPECT_EQ(cachet::bounded_length(text, std::strlen(text)), std::strlen(text));
-  }
-}
-
-TEST(CopyBounded, TerminatesWithinItsRoom) {
-  for (std::size_t size = 0; size <= sizeof mixed + 1; ++size) {
-    std::string room(size + 1, '#');
-    cachet::copy_bounded(room.data(), size, mixed);
-    EXPECT_EQ(room[size], '#');
-    if (size == 0) continue;
-    EXPECT_EQ(std::strlen(room.data()), cachet::bounded_length(mixed, size - 1));
-  }
 }
 
 }  // namespace
