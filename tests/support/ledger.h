@@ -110,7 +110,7 @@ class Ledger {
 
   static bool put(ZtDbHandle db, Row& row, int id_value, int group_value, const char* tag_text = "") {
     char slot[8] = {};
-    std::strncpy(slot, tag_text, sizeof slot - 1);
+    std::memcpy(slot, tag_text, strnlen(tag_text, sizeof slot - 1));
     return ZtNewRecord(db, 0, row) && row.set(id, id_value) && row.set(group, group_value) &&
            ZtSetField(db, row, tag, slot) && ZtPutRecord(db, row);
   }
