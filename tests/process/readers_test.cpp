@@ -66,7 +66,7 @@ TEST(Readers, FindAllThatIsCommittedAndNothingElseBesideWritersThatTakeTurns) {
         const bool changing = committed == 0 || read % 4 < 2;
         const int id =
             changing ? 0 : nth_id(writer, static_cast<int>(random() % static_cast<unsigned>(committed)));
-        Query query(own, Ledger::by_id, {id});
+        Query query(own, Ledger::on_id, {id});
         EXPECT_TRUE(query.find(ZT_OP_EQUAL) && query.fetch(row) && row.get<int>(Ledger::id) == id) << id;
         const double amount = row.get<double>(Ledger::amount);
         EXPECT_EQ(row.get<long long>(Ledger::sum), sum_of(id, amount)) << "torn";
@@ -109,7 +109,7 @@ TEST(Readers, FindAllThatIsCommittedAndNothingElseBesideWritersThatTakeTurns) {
   Row row(ledger.writer());
   ASSERT_TRUE(Ledger::get(ledger.writer(), 0, row));
   EXPECT_EQ(row.get<double>(Ledger::amount), 2 * rounds * 4 / 5);
-  EXPECT_EQ(Ledger::ids(ledger.writer(), Ledger::by_id, ZT_OP_GREATER, {0}).size(), 2u * rounds * 4 / 5);
+  EXPECT_EQ(Ledger::ids(ledger.writer(), Ledger::on_id, ZT_OP_GREATER, {0}).size(), 2u * rounds * 4 / 5);
 }
 
 // Where the reader's copy of a long record is to stop: pages of its private buffer that a fault handler opens again,
@@ -183,7 +183,7 @@ struct WaitingReader : testing::Test {
       Database own = ledger.open(ZT_MODE_READ_ONLY);
       gate.tell('r');
       gate.wait_for('g');
-      Query query(own, Ledger::by_id, {id});
+      Query query(own, Ledger::on_id, {id});
       Row row(own);
       const bool found = query.find(ZT_OP_EQUAL) && query.fetch(row);
       gate.tell('f');

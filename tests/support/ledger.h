@@ -77,7 +77,7 @@ class Transaction {
 class Ledger {
  public:
   enum Field { id, group, tag, amount, sum };
-  enum Index { by_id, by_group, by_group_and_tag };
+  enum Index { on_id, by_group, by_group_and_tag };
 
   explicit Ledger(ZTINT8 size_bytes = small_bytes) : writer_(begin_create(directory_, size_bytes)) {
     silence(writer_);

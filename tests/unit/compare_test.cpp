@@ -69,8 +69,8 @@ TEST(CompareKeys, ComparesTheFieldsOfTheFirstKeyByItsTypes) {
 TEST(CompareKeys, NeverReadsPastValuesOfOtherWidths) {
   const char bytes[] = "\x01\x02\x03\x04\x05\x06\x07\x08";
   for (int type = FIELD_SHORT; type <= FIELD_INT8; ++type) {
-    for (std::size_t width1 : {0, 1, 2, 3, 4, 7, 8}) {
-      for (std::size_t width2 : {0, 1, 2, 4, 8}) {
+    for (std::size_t width1 : {0u, 1u, 2u, 3u, 4u, 7u, 8u}) {
+      for (std::size_t width2 : {0u, 1u, 2u, 4u, 8u}) {
         Key a, b;
         a.add(type, bytes, width1);
         b.add(type, bytes, width2);

@@ -180,7 +180,7 @@ TEST_F(Group, GoesToARecordOrToTheNextLiveOne) {
 }
 
 TEST_F(Group, ADuplicateHasTheKeyAndTheCursorButNotThePlaceWithinAKey) {
-  Query source(db, Ledger::by_group, {1}), copy(db, Ledger::by_id, {7, 8});
+  Query source(db, Ledger::by_group, {1}), copy(db, Ledger::on_id, {7, 8});
   ASSERT_TRUE(source.find(ZT_OP_EQUAL) && source.next());
   ZtDupCondition(source, copy);
   EXPECT_EQ(copy->nodepoint, nullptr);

@@ -89,7 +89,7 @@ struct SearchModel : testing::TestWithParam<unsigned> {
       const int some_id = live.empty() || below(2) == 0 ? below(1 << 20) : live[random() % live.size()].id;
       for (int key : {some_id, -1, 1 << 21}) {
         SCOPED_TRACE("by id, op " + std::to_string(op) + ", key " + std::to_string(key));
-        Query by_id(db, Ledger::by_id, {key});
+        Query by_id(db, Ledger::on_id, {key});
         expect_walks(db, by_id, op, expected([](const Booking& b) { return b.id; }, op, key));
       }
       const int group = below(groups * 2 + 2) - 1;  // every other one was never stored
@@ -150,11 +150,11 @@ TEST(Search, ReportsAKeyThatLostFields) {
   const int key = 1;
   for (int capacity : {0, 1}) {
     ZtCreateCondition(capacity, &condition);
-    ZtSetConditionIndex(condition, Ledger::by_id);
+    ZtSetConditionIndex(condition, Ledger::on_id);
     for (int i = 0; i <= capacity; ++i) ZtAddConditionIndexItem(condition, FIELD_INT, 4, &key);
     EXPECT_FALSE(ZtFindRecord(ledger.writer(), 0, condition, ZT_OP_EQUAL));
     EXPECT_EQ(take_error(ledger.writer()), -1008) << capacity;
-    ZtSetConditionIndex(condition, Ledger::by_id);
+    ZtSetConditionIndex(condition, Ledger::on_id);
     if (capacity > 0) ZtAddConditionIndexItem(condition, FIELD_INT, 4, &key);
     EXPECT_TRUE(ZtFindRecord(ledger.writer(), 0, condition, ZT_OP_EQUAL))
         << "an emptied key can be filled again";

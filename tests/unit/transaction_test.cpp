@@ -68,12 +68,12 @@ TEST_F(Rollback, NeverLetsASecondLiveRecordUnderAUniqueKey) {
   put_group(1, 1);
   ZtBeginTransaction(db);
   Ledger::erase(db, 0);
-  EXPECT_TRUE(Ledger::ids(db, Ledger::by_id, ZT_OP_EQUAL, {0}).empty());
-  ASSERT_EQ(current(Ledger::by_id, 0), Ids{});
+  EXPECT_TRUE(Ledger::ids(db, Ledger::on_id, ZT_OP_EQUAL, {0}).empty());
+  ASSERT_EQ(current(Ledger::on_id, 0), Ids{});
   EXPECT_EQ(Ledger::put(db, 0, 2), 1) << "the key is free for now";
   ZtRollbackTransaction(db);
   Transaction all(db);
-  EXPECT_EQ(Ledger::ids(db, Ledger::by_id, ZT_OP_EQUAL, {0}), std::vector<int>{0});
+  EXPECT_EQ(Ledger::ids(db, Ledger::on_id, ZT_OP_EQUAL, {0}), std::vector<int>{0});
   EXPECT_EQ(Ledger::put(db, 0, 3), -1);
   EXPECT_EQ(take_error(db), -1009);
 }

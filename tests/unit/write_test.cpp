@@ -82,7 +82,7 @@ TEST_F(Write, StoresOrRegistersARecordInPlaceWithoutAUniqueCheck) {
     EXPECT_EQ(record->deleted, 0);
     EXPECT_EQ(db->recordcopy.m_index.size(), 2u) << "nothing to take back of a loaded one";
   }
-  EXPECT_EQ(lists_of_key(Ledger::by_id, 1).current, (Id{0, 1, 2}));
+  EXPECT_EQ(lists_of_key(Ledger::on_id, 1).current, (Id{0, 1, 2}));
 }
 
 }  // namespace
