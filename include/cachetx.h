@@ -18,10 +18,12 @@ extern "C" {
 
 /*
  * Turns session tracking and the shared rollback store on for a read-write handle, as ZtOpenDb does for
- * `dbsesion_mode` and `shmrcset_mode` 1: from then on ZtClearDBWildTrans of a survivor can undo what this process
- * leaves when it dies. For handles of ZtCreateDb and the like; call it before the handle's first transaction. Repeatable.
- * Errors: -1008 on a read-only handle, inside a transaction, after a write that was not committed, with a position
- * lock held, without the lock page, and when the store cannot be made (a process has one per database).
+ * `dbsesion_mode` and `shmrcset_mode` 1: from then on ZtClearDBWildTrans of a survivor can undo what this
+ * process leaves when it dies. For handles of ZtCreateDb and the like; call it before the handle's first
+ * transaction. Repeatable.
+ * Errors: -1008 on a read-only handle, inside a transaction, after a write that was not committed, with a
+ * position lock held, without the lock page, and when the store cannot be made (a process has one per
+ * database).
  */
 CACHET_API bool ZtxEnableRecovery(ZtDbHandle database);
 
@@ -33,7 +35,8 @@ CACHET_API bool ZtxEnableRecovery(ZtDbHandle database);
  * ZtWriteDbFile of a live database: waits for the writer that holds the transactions' lock, keeps others out
  * while it writes the image, and lets them in again. Inside a transaction of this handle, which holds the
  * lock already, the image has the changes made so far. A writer that uses no transactions is not kept out.
- * Errors: -1008 as ZtWriteDbFile, and when the lock cannot be taken.
+ * Errors: -1008 as ZtWriteDbFile, on a read-only handle, which cannot keep writers out, and when the lock cannot
+ * be taken.
  */
 CACHET_API bool ZtxWriteDbFileLocked(ZtDbHandle database, const char* filename);
 

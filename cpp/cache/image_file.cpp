@@ -90,7 +90,8 @@ bool ZtWriteDbFile(ZtDbHandle database, const char* filename) {
 }
 
 bool ZtxWriteDbFileLocked(ZtDbHandle database, const char* filename) {
-  if (!database->opened) return report(database, ZT_ERR_GENERAL, message::database_not_open);
+  // A read-only handle's lock keeps no writer out.
+  if (!require_writable(database)) return false;
   const bool held_already = database->locks.contains(writers_position);
   if (!ZtLockPosition(database, writers_position)) {
     return report(database, ZT_ERR_GENERAL, message::lock_failed, database->base.memory->name);
