@@ -137,7 +137,11 @@ void settle_dead_work(ZtDbHandle database) {
   LockPage* const page = database->lock.RecoverablePage();
   const CleanerLock only_cleaner(page);
   const int tableid = page->work.tableid;
-  if (finish_work_of_dead(database) && kind == work_insert) unmark_table(catalog_of(database, tableid));
+  const bool finished = finish_work_of_dead(database);
+  // Inside a transaction of this handle the mark may be its own by now; its commit takes it off.
+  if (finished && kind == work_insert && !database->base.intransaction) {
+    unmark_table(catalog_of(database, tableid));
+  }
 }
 
 CleanerLock::CleanerLock(LockPage* page) : page_(page) {
