@@ -1,6 +1,6 @@
 #include "memchanel.h"
 
-Cztmemchanel::Cztmemchanel() = default;
+Cztmemchanel::Cztmemchanel() : m_opener(0), m_seen_other(false) {}
 
 Cztmemchanel::~Cztmemchanel() {
   Close();
