@@ -246,4 +246,28 @@ CACHET_API bool ZtMovePrevLoop(ZtDbHandle database, ZtConditionHandle condition)
 CACHET_API bool ZtMoveNextRecord(ZtDbHandle database, ZtConditionHandle condition);
 CACHET_API bool ZtMovePrevRecord(ZtDbHandle database, ZtConditionHandle condition);
 
+/* ---- what an isolated handle asks its manager for ----
+ * One exchange each, without a lock: one thread at a time on a handle. False, reported, when it failed or was refused;
+ * the insert, the update and the loads report the manager's code and text, the others that the command does not match.
+ * ZT_ERR_GENERAL, and nothing sent, for a file name of 256 bytes or more and a row or value that does not fit a frame. */
+
+// Over the connected TCP channel; opens the mailbox that the answer names.
+CACHET_API bool ZtLoginRemote(ZtDbHandle database);
+CACHET_API bool ZtRemoteBeginTransaction(ZtDbHandle database);
+CACHET_API bool ZtRemoteCommitTransaction(ZtDbHandle database);
+CACHET_API bool ZtRemoteRollbackTransaction(ZtDbHandle database);
+// `data`: the record's `recordlen` bytes behind its header. `offset`: where it was stored, as the manager says.
+CACHET_API bool ZtRemoteInsert(ZtDbHandle database, int tableid, int recordlen, char* data,
+                               unsigned long* offset);
+CACHET_API bool ZtRemoteUpdate(ZtDbHandle database, int tableid, int rowid, int colid, int collength,
+                               char* data);
+CACHET_API bool ZtRemoteDelete(ZtDbHandle database, int tableid, int rowid);
+CACHET_API bool ZtRemoteResetDb(ZtDbHandle database);
+// Files of the manager's file system, as it sees it.
+CACHET_API bool ZtRemoteReadDbDir(ZtDbHandle database, char* path);
+CACHET_API bool ZtRemoteReadDbTable(ZtDbHandle database, int tableid, char* tablefile);
+CACHET_API bool ZtRemoteReadDbFile(ZtDbHandle database, char* filename);
+CACHET_API bool ZtRemoteLock(ZtDbHandle database);
+CACHET_API bool ZtRemoteUnLock(ZtDbHandle database);
+
 #endif

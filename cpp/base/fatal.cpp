@@ -21,6 +21,10 @@ void tree_misuse(const char* format, const void* node) {
   std::exit(1);
 }
 
+void remote_change_failed() {
+  std::exit(0);
+}
+
 void refused_by_callback() {
   std::exit(-1);
 }

@@ -29,6 +29,10 @@ inline constexpr char plength_of_non_external[] = "ERROR: rb_plength called on a
 // Prints the message with the low 32 bits of the node's address on standard error; status 1.
 [[noreturn]] void tree_misuse(const char* format, const void* node);
 
+// What an isolated handle asked its manager for failed, and may have been done or not: nothing to go on with. The reason
+// has been reported; status 0.
+[[noreturn]] void remote_change_failed();
+
 // The caller's error callback returned false; status -1.
 [[noreturn]] void refused_by_callback();
 

@@ -61,6 +61,10 @@ bool require_record(ZtDbHandle database, const ZtRecordRow* row) {
   return row->record != nullptr || report(database, ZT_ERR_GENERAL, message::no_record);
 }
 
+ZtTable* changeable_table(ZtDbHandle database, const ZtRecordRow* row) {
+  return forwards_changes(database) ? table_at(database, row->tableid) : writable_table(database, row);
+}
+
 ZtTable* writable_table(ZtDbHandle database, const ZtRecordRow* row) {
   ZtTable* const table = table_at(database, row->tableid);
   if (table == nullptr || writes_locally(database)) return table;

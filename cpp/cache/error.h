@@ -38,7 +38,14 @@ inline bool writes_locally(const ZtDb* database) {
   return database->base.mode == 2 && !database->base.isolate;
 }
 
-// The row's table if this handle may write; null, reported, otherwise: the mode is told before anything else.
+// Whether this handle sends its changes to a manager.
+inline bool forwards_changes(const ZtDb* database) {
+  return database->base.mode == 2 && database->base.isolate;
+}
+
+// The row's table if this handle may change it, itself or through its manager; null, reported, otherwise.
+ZtTable* changeable_table(ZtDbHandle database, const ZtRecordRow* row);
+// The row's table if this handle itself may write; null, reported, otherwise: the mode is told before anything else.
 ZtTable* writable_table(ZtDbHandle database, const ZtRecordRow* row);
 // False, reported, on a handle that may not write, for calls that concern no table.
 bool require_writable(ZtDbHandle database);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "base/fatal.h"
 #include "cache/error.h"
 #include "cache/record.h"
 #include "cache/transaction.h"
@@ -95,6 +96,10 @@ void ZtLoadDb(ZtDbHandle database) {
 }
 
 void ZtResetDb(ZtDbHandle database) {
+  if (forwards_changes(database)) {
+    if (!ZtRemoteResetDb(database)) fatal::remote_change_failed();
+    return;
+  }
   if (!require_writable(database)) return;
   const Work work(database, work_reset);
   Rb_memory* const memory = database->base.memory;

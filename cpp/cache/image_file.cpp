@@ -107,6 +107,7 @@ bool ZtxCheckDbFile(ZtDbHandle database, const char* filename) {
 }
 
 bool ZtReadDbFile(ZtDbHandle database, const char* filename) {
+  if (forwards_changes(database)) return ZtRemoteReadDbFile(database, const_cast<char*>(filename));
   if (!require_writable(database)) return false;
   CheckedImage image = open_checked_image(database, filename);
   if (!image) return false;

@@ -74,7 +74,7 @@ bool open_lock(ZtDbHandle database, int dbsesion_mode) {
 bool attach(ZtDbHandle database, const std::string& path, int access) {
   char text[RB_ERRMSG_SIZE] = {};
   if (Rb_opensharememory(&database->base, path.c_str(), access, database->reuse_shmmap, text)) return true;
-  return report(database, ZT_ERR_GENERAL, message::segment_text, text);
+  return report(database, ZT_ERR_GENERAL, message::verbatim, text);
 }
 
 bool check_version(ZtDbHandle database, const char* version) {
@@ -90,7 +90,7 @@ bool connect_to_manager(ZtDbHandle database) {
   if (!chanel.Create(true) || !chanel.Connect(local_host, static_cast<short>(database->base.port))) {
     return report(database, ZT_ERR_GENERAL, message::connect_manager_failed);
   }
-  return report(database, ZT_ERR_GENERAL, message::login_manager_failed);
+  return ZtLoginRemote(database) || report(database, ZT_ERR_GENERAL, message::login_manager_failed);
 }
 
 // What ZtOpenDb does under the shared file lock.
@@ -127,7 +127,7 @@ bool ZtCreateDb(ZtDbHandle* database, const char* path, const char* name, const 
   char text[RB_ERRMSG_SIZE] = {};
   if (!Rb_createsharememory(&handle->base, base.c_str(), version != nullptr ? version : "", size,
                             ZT_MODE_READ_WRITE, text)) {
-    report(handle, ZT_ERR_GENERAL, message::segment_text, text);
+    report(handle, ZT_ERR_GENERAL, message::verbatim, text);
     ZtUnLockDb(handle);
     return false;
   }

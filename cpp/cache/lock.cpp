@@ -12,25 +12,40 @@ Level level_of(const ZtDb* database) {
   return database->base.mode == 2 ? write_level : read_level;
 }
 
+// Only readers lock through the manager: what a writing one sends is kept apart by the manager's own lock.
+bool locks_remotely(const ZtDb* database) {
+  return database->base.mode == 1 && database->base.isolate;
+}
+
+void give_back(ZtDbHandle database, int position) {
+  if (locks_remotely(database)) {
+    ZtRemoteUnLock(database);
+  } else {
+    database->lock.Unlock(position, level_of(database), ordinary_release, nullptr);
+  }
+}
+
 }  // namespace
 
 bool ZtLockPosition(ZtDbHandle database, int p) {
   if (database->base.mode != 1 && database->base.mode != 2) return false;
   if (database->locks.contains(p)) return true;
-  if (!database->lock.Lock(p, level_of(database))) return false;
+  if (locks_remotely(database)) {
+    // Whatever comes of it, on purpose: who reads without the lock validates all the same.
+    ZtRemoteLock(database);
+  } else if (!database->lock.Lock(p, level_of(database))) {
+    return false;
+  }
   database->locks.insert(p);
   return true;
 }
 
 void ZtUnLockPosition(ZtDbHandle database, int p) {
-  if (database->locks.erase(p) == 0) return;
-  database->lock.Unlock(p, level_of(database), ordinary_release, nullptr);
+  if (database->locks.erase(p) != 0) give_back(database, p);
 }
 
 void ZtUnLock(ZtDbHandle database) {
-  for (const long long position : database->locks) {
-    database->lock.Unlock(static_cast<int>(position), level_of(database), ordinary_release, nullptr);
-  }
+  for (const long long position : database->locks) give_back(database, static_cast<int>(position));
   database->locks.clear();
 }
 

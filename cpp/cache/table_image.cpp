@@ -156,6 +156,9 @@ bool ZtWriteDbDir(ZtDbHandle database, const char* path) {
 }
 
 bool ZtReadDbTable(ZtDbHandle database, int tableid, const char* tablefile) {
+  if (forwards_changes(database)) {
+    return ZtRemoteReadDbTable(database, tableid, const_cast<char*>(tablefile));
+  }
   if (loaded_table(database, tableid) == nullptr) return false;
   ZtRecordRow row;
   row.tableid = tableid;
@@ -165,6 +168,7 @@ bool ZtReadDbTable(ZtDbHandle database, int tableid, const char* tablefile) {
 }
 
 bool ZtReadDbDir(ZtDbHandle database, const char* path) {
+  if (forwards_changes(database)) return ZtRemoteReadDbDir(database, const_cast<char*>(path));
   if (!require_writable(database) || !may_visit_folder(database, path)) return false;
   const bool sound = for_each_file(database, path, [=](const std::string& file, int) {
     return TableImage(database, file.c_str()).begin();

@@ -4,6 +4,7 @@
 // records and tables go (read-only readers may come in); the copies go; then the lock.
 #include "cache/transaction.h"
 
+#include "base/fatal.h"
 #include "cache/error.h"
 #include "cache/rollback.h"
 #include "cache/work.h"
@@ -31,6 +32,12 @@ void make_own_changes_final(ZtDbHandle database) {
   forget_copies(database);
 }
 
+// The manager holds the lock and the copies.
+void end_remotely(ZtDbHandle database, bool done) {
+  if (!done) fatal::remote_change_failed();
+  database->base.intransaction = false;
+}
+
 void end_transaction(ZtDbHandle database) {
   ZtUnLock(database);
   database->base.intransaction = false;
@@ -45,18 +52,21 @@ void cachet::take_marks_off(ZtDbHandle database) {
 
 void ZtBeginTransaction(ZtDbHandle database) {
   ZtCommitTransaction(database);
+  if (forwards_changes(database) && !ZtRemoteBeginTransaction(database)) fatal::remote_change_failed();
   if (writes_locally(database) && ZtLockPosition(database, writers_position)) settle_dead_work(database);
   database->base.intransaction = true;
 }
 
 void ZtCommitTransaction(ZtDbHandle database) {
   if (!database->base.intransaction) return;
+  if (forwards_changes(database)) return end_remotely(database, ZtRemoteCommitTransaction(database));
   if (writes_locally(database)) make_own_changes_final(database);
   end_transaction(database);
 }
 
 void ZtRollbackTransaction(ZtDbHandle database) {
   if (!database->base.intransaction) return;
+  if (forwards_changes(database)) return end_remotely(database, ZtRemoteRollbackTransaction(database));
   if (writes_locally(database)) {
     roll_back(database, copies_of(database), Suspects::deleted_ones);
     unmark_other_tables(database);

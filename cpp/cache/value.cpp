@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "base/fatal.h"
 #include "cache/copies.h"
 #include "cache/error.h"
 #include "cache/record.h"
@@ -40,6 +41,15 @@ bool begin_change(ZtDbHandle database, const ZtTable& table, const ZtRecordRow* 
   return true;
 }
 
+// The stored value is the manager's to round and to cut.
+bool change_remotely(ZtDbHandle database, const ZtRecordRow* row, int fieldid, const ZtDataField& field,
+                     const void* data) {
+  char* const value = static_cast<char*>(const_cast<void*>(data));
+  const auto rowid = static_cast<int>(id_of(row->record));
+  if (ZtRemoteUpdate(database, row->tableid, rowid, fieldid, field.length, value)) return true;
+  fatal::remote_change_failed();
+}
+
 // The field behind a column; null, reported, for a bad table or column.
 const ZtDataField* column(ZtDbHandle database, const ZtRecordRow* row, int col) {
   const ZtTable* const table = table_at(database, row->tableid);
@@ -56,7 +66,7 @@ void Fjust(double& value, int dec) {
 }
 
 bool ZtSetField(ZtDbHandle database, ZtRecordHandle record, int fieldid, const void* data) {
-  const ZtTable* const table = writable_table(database, record);
+  const ZtTable* const table = changeable_table(database, record);
   if (table == nullptr || !require_record(database, record)) return false;
   const ZtDataField* const field = field_at(database, *table, fieldid);
   if (field == nullptr) return false;
@@ -64,6 +74,7 @@ bool ZtSetField(ZtDbHandle database, ZtRecordHandle record, int fieldid, const v
     if (field->indexed == 1) {
       return report(database, ZT_ERR_READ_ONLY, message::indexed_field_change, table->name);
     }
+    if (forwards_changes(database)) return change_remotely(database, record, fieldid, *field, data);
     if (!begin_change(database, *table, record)) return false;
   }
   if (field->length != 0) copy_value(field_bytes(record->record, *field), *field, data);

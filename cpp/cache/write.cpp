@@ -10,6 +10,7 @@
 
 #include <cstring>
 
+#include "base/fatal.h"
 #include "cache/copies.h"
 #include "cache/error.h"
 #include "cache/link.h"
@@ -40,7 +41,7 @@ bool may_insert(ZtDbHandle database, const ZtTable& table, const ZtRecordRow* ro
       table.listindex != nullptr && (table.indexs.empty() || table.indexs.back() != nullptr);
   if (!has_heads) return report(database, ZT_ERR_GENERAL, message::database_not_open);
   if (!require_record(database, row)) return false;
-  settle_dead_work(database);
+  if (writes_locally(database)) settle_dead_work(database);
   return free_bytes(database->base) >= least_free_bytes || no_room(database);
 }
 
@@ -75,6 +76,23 @@ bool require_shared_record(ZtDbHandle database, const ZtTable& table, const ZtRe
   return report(database, ZT_ERR_GENERAL, message::bad_record);
 }
 
+// The manager stores the row, and tells where. Its word is taken only for a place in the data area.
+void store_remotely(ZtDbHandle database, const ZtTable& table, ZtRecordRow* row) {
+  unsigned long offset = 0;
+  if (!ZtRemoteInsert(database, row->tableid, table.recordlength, bytes_of(row->record) + ZT_RECORD_HEADER,
+                      &offset)) {
+    fatal::remote_change_failed();
+  }
+  const auto stored = static_cast<std::int64_t>(offset);
+  if (!is_data(&database->base, stored, stored_bytes(table))) {
+    report(database, ZT_ERR_GENERAL, message::bad_record);
+    fatal::remote_change_failed();
+  }
+  release_row(row);
+  row->record = record_at(&database->base, stored);
+  row->newrow = false;
+}
+
 // Inserts a row whose record lies in the data area already: checks, places, dry run, then `store`.
 template <class Store>
 bool insert_in_place(ZtDbHandle database, ZtRecordRow* row, const Store& store) {
@@ -102,7 +120,7 @@ bool require_room_for_record(ZtDbHandle database, int record_bytes) {
 }  // namespace cachet
 
 bool ZtPutRecord(ZtDbHandle database, ZtRecordHandle record) {
-  ZtTable* const table = writable_table(database, record);
+  ZtTable* const table = changeable_table(database, record);
   if (table == nullptr) return false;
   if (!record->newrow) return true;  // stored already; updates were made in place
   if (!may_insert(database, *table, record)) return false;
@@ -110,6 +128,10 @@ bool ZtPutRecord(ZtDbHandle database, ZtRecordHandle record) {
   if (conflicts(database, *table)) {
     release_row(record);
     return report(database, ZT_ERR_DUPLICATE_KEY, message::unique_conflict, table->name);
+  }
+  if (forwards_changes(database)) {
+    store_remotely(database, *table, record);
+    return true;
   }
   const int bytes = stored_bytes(*table);
   if (!fits(database, *table, bytes)) return no_room(database);
@@ -138,10 +160,15 @@ bool ZtLoadRecord(ZtDbHandle database, ZtRecordHandle recordrow) {
 }
 
 void ZtDeleteRecord(ZtDbHandle database, ZtRecordHandle record) {
-  ZtTable* const table = writable_table(database, record);
+  ZtTable* const table = changeable_table(database, record);
   if (table == nullptr || !require_record(database, record)) return;
   if (record->newrow) {
     report(database, ZT_ERR_GENERAL, message::no_record);
+    return;
+  }
+  if (forwards_changes(database)) {
+    const auto rowid = static_cast<int>(id_of(record->record));
+    if (!ZtRemoteDelete(database, record->tableid, rowid)) fatal::remote_change_failed();
     return;
   }
   if (is_deleted(record->record)) return;
