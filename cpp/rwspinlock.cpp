@@ -17,6 +17,7 @@
 // (lock_section.h).
 #include "rwspinlock.h"
 
+#include <sys/ipc.h>
 #include <sys/shm.h>
 
 #include <cerrno>
@@ -24,6 +25,7 @@
 #include <ctime>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "base/messages.h"
 #include "base/thread_identity.h"
@@ -307,6 +309,25 @@ bool Crwspinlock::Open(char* name, int dbsesion_mode) {
   return m_open;
 }
 
+bool Crwspinlock::Watch(char* name) {
+  const std::string page = std::string(name) + page_suffix;
+  const key_t key = ftok(page.c_str(), lock_key_id);
+  const int id = key == -1 ? -1 : shmget(key, lock_page_bytes, 0);
+  void* const address = id < 0 ? reinterpret_cast<void*>(-1) : shmat(id, nullptr, SHM_RDONLY);
+  if (address == reinterpret_cast<void*>(-1)) return false;
+  m_watched = static_cast<const LockPage*>(address);
+  m_watched_name = name;
+  return true;
+}
+
+// Who watched kept the last user from seeing that it was the last. It opens and closes the lock in its stead.
+void Crwspinlock::CloseWatch() {
+  shmdt(std::exchange(m_watched, nullptr));
+  Crwspinlock lock;
+  lock.Open(m_watched_name.data(), 0);
+  lock.Close();
+}
+
 bool Crwspinlock::IsCurrent() const {
   return m_open && m_lockpage.is_named();
 }
@@ -321,7 +342,8 @@ bool Crwspinlock::WriterHolds(int lockid) const {
 }
 
 std::uint64_t Crwspinlock::Epoch() const {
-  return m_open ? load_acquire<std::uint64_t>(&page_of(*this).epoch) : 0;
+  const LockPage* const page = m_open ? &page_of(*this) : m_watched;
+  return page != nullptr ? load_acquire<std::uint64_t>(&page->epoch) : 0;
 }
 
 void Crwspinlock::RaiseEpoch() {
@@ -370,6 +392,7 @@ cachet::LockPage* Crwspinlock::RecoverablePage() const {
 // The semaphores go before the page while this is its only user: until the page is gone no creator gets in that would
 // take them for its own. Two that leave together both see the other; who detached last is asked again afterwards.
 void Crwspinlock::Close() {
+  if (m_watched != nullptr) CloseWatch();
   m_open = false;
   if (m_lockpage.m_p == nullptr) return;
   const int page_id = m_lockpage.m_shamemid;

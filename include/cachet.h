@@ -26,6 +26,14 @@
  * ZtSetErrorHandle gives every error to a callback. Without a callback each error prints one line on standard
  * output. A call that fails changes nothing unless its description says so.
  *
+ * ISOLATED HANDLES (ZtOpenDb with `isolate`) cannot harm the database: the kernel refuses every write of their process to
+ * it. They search and read the memory themselves. In ZT_MODE_READ_WRITE inserts, changes, deletes, transactions, the reset
+ * and the loading of images (by file names of the manager's side, at most 255 bytes) are sent to the manager, one at a
+ * time, and wait for its answer without limit; a manager that dies ends the wait. A load that fails returns false. Any
+ * other change that fails, or is refused, is reported and then ENDS THE PROCESS with status 0: whether it was made is
+ * not known. A changed field is seen by this handle too only when the manager has stored it. A row of more than 8184
+ * bytes does not fit a request. The manager rolls back the open transaction of a client that goes away.
+ *
  * NAMES. A database is named by a directory and a name; its files are "DIR//NAME" (the lock file) and
  * "DIR//NAME" followed by "00.data", "01.data", ..., ".lk", "_session_shmname" and ".1.r.s0.sem" and its like
  * (empty key files of the System V objects). "DIR//NAME" may have at most 79 bytes.
@@ -137,9 +145,9 @@ CACHET_API bool ZtCreateDb(ZtDbHandle* database, const char* path, const char* n
  *   ZtOpenDb -> ZtLoadDbInfo -> ZtLoadDb -> ZtUnLockDb -> use -> ZtDeleteDb
  *
  * `mode`: ZT_MODE_READ_ONLY maps the memory read-only, ZT_MODE_READ_WRITE writable.
- * `port`, `isolate`: with `isolate` the memory is mapped read-only and changes go to the manager that listens
- *   on 127.0.0.1:`port`. This release cannot log in to a manager yet: such an open always fails, with the
- *   "connecting" text when nobody listens and with the "login" text when somebody does.
+ * `port`, `isolate`: with `isolate` the memory is mapped read-only, and the handle logs in to the manager that
+ *   listens on 127.0.0.1:`port`. In ZT_MODE_READ_WRITE every change then goes to the manager, see ISOLATED HANDLES
+ *   above; in ZT_MODE_READ_ONLY only position locks do.
  * `reuse_shmmap`: nonzero reuses the process's first attachment instead of a new one; it must be this very
  *   database, still attached. Such a handle detaches nothing; it must not outlive the one that attached.
  * `shmrcset_mode`: 0 keeps rollback copies in process memory; 1 keeps them in shared memory, from where a
@@ -149,7 +157,8 @@ CACHET_API bool ZtCreateDb(ZtDbHandle* database, const char* path, const char* n
  *
  * Errors, all -1008, file lock released: the file lock; the memory (no such database, or one that cannot be
  * attached); the version, after the memory was attached; and for a read-write handle a lock page that cannot
- * be opened: a read-only handle opens without it, and its lock calls return false.
+ * be opened: a read-only handle opens without it, and its lock calls return false. With `isolate` also: no manager
+ * listens; the login fails, which is reported twice, with its own reason first.
  */
 CACHET_API bool ZtOpenDb(ZtDbHandle* database, const char* path, const char* name, const char* version,
                          int mode, int port, bool isolate, int reuse_shmmap, int shmrcset_mode,

@@ -15,6 +15,7 @@
 #define CACHET_RWSPINLOCK_H
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "cachet.h"
@@ -35,6 +36,10 @@ class CACHET_API Crwspinlock {
   bool Create(char* name, int dbsesion_mode);
   // Attaches what Create made. False when one of them is missing.
   bool Open(char* name, int dbsesion_mode);
+
+  // Maps the page read-only, for nothing but the epoch: what an isolated handle may see of the lock. False when there
+  // is no page.
+  bool Watch(char* name);
 
   // Takes slot `lockid` (0, 1) for reading (level 0) or writing (level 1), waiting without limit.
   // False for another slot or level, or when the lock is not open.
@@ -58,7 +63,7 @@ class CACHET_API Crwspinlock {
 
   // A counter of the whole database, in the page, for what the tables' and records' own marks do not show: a
   // rollback, which takes their counters back, raises it by 2; a reset makes it odd before its first store
-  // and even behind its last. 0 for ever when the lock is not open.
+  // and even behind its last. 0 for ever when the lock is neither open nor watched.
   std::uint64_t Epoch() const;
   void RaiseEpoch();
   void MakeEpochOdd();
@@ -79,7 +84,11 @@ class CACHET_API Crwspinlock {
   DBSessions m_dbsessions;
 
  private:
+  void CloseWatch();
+
   bool m_open = false;
+  const cachet::LockPage* m_watched = nullptr;
+  std::string m_watched_name;
 };
 
 #endif

@@ -153,6 +153,7 @@ bool ZtOpenDb(ZtDbHandle* database, const char* path, const char* name, const ch
   if (!ZtLockDb(handle, ZT_LOCK_SHARED)) {
     return report(handle, ZT_ERR_GENERAL, message::lock_failed, base.c_str());
   }
+  if (isolate) handle->lock.Watch(handle->lock_name.data());
   // While this call waited, the creator may have made the lock, or the last users of an older one have left.
   if (!isolate && !handle->lock.IsCurrent()) {
     handle->lock.Close();
@@ -193,9 +194,8 @@ void ZtDeleteDb(ZtDbHandle database) {
   if (handle->base.isolate) {
     handle->base.memchanel.Close();
     handle->base.chanel.Close();
-  } else {
-    handle->lock.Close();
   }
+  handle->lock.Close();
   if (handle->shm_recordcopyset != nullptr) handle->shm_recordcopyset->Delete();
   delete std::exchange(handle->shm_recordcopyset, nullptr);
   file_lock::retire(handle->flock);
