@@ -21,18 +21,22 @@ void Cspinlock::Set(char* p) {
 
 bool Cspinlock::Lock() {
   if (m_p == nullptr) return false;
+  while (!TryLock()) Snap();
+  return true;
+}
+
+bool Cspinlock::TryLock() {
+  if (m_p == nullptr) return false;
   const auto word = cachet::shared_word<std::int32_t>(m_p);
-  for (;;) {
-    for (int i = 0; i < pauses_before_yield; ++i) {
-      std::int32_t free = 0;
-      if (word.load(std::memory_order_relaxed) == 0 &&
-          word.compare_exchange_strong(free, 1, std::memory_order_acquire, std::memory_order_relaxed)) {
-        return true;
-      }
-      _mm_pause();
+  for (int i = 0; i < pauses_before_yield; ++i) {
+    std::int32_t free = 0;
+    if (word.load(std::memory_order_relaxed) == 0 &&
+        word.compare_exchange_strong(free, 1, std::memory_order_acquire, std::memory_order_relaxed)) {
+      return true;
     }
-    Snap();
+    _mm_pause();
   }
+  return false;
 }
 
 void Cspinlock::Unlock() {

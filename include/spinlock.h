@@ -18,6 +18,9 @@ class CACHET_API Cspinlock {
   void Set(char* p);
   // Waits without limit until the word is this caller's. False only when no word is bound.
   bool Lock();
+  // The same within a microsecond or so, without giving the processor away. False when the word stayed taken, or none
+  // is bound.
+  bool TryLock();
   // Gives the word back; only by the holder.
   void Unlock();
   // Yields the processor once.

@@ -291,8 +291,8 @@ CACHET_API extern const std::uint16_t vemro_crc_tab[256];
 
 // The frame check of `DataLen` bytes: CRC-16/XMODEM with its two bytes exchanged; 0 for none.
 CACHET_API unsigned short VEMROCRC(void* pData, int DataLen);
-// Reverses `len` bytes (at most 8) where the host's order is not the wire's. The first call in a process only settles
-// whether it is, and touches nothing.
+// Reverses `len` bytes where the host's order is not the wire's. The first call in a process only settles whether it
+// is, and touches nothing.
 CACHET_API void VemroReverse(unsigned char* buf, int len);
 // Turns the integers of the head (not the check) and those of the body of the message's command.
 CACHET_API void VemroReverseMsg(_VEMROMSG* msg);
@@ -301,8 +301,8 @@ CACHET_API int VemroGetMsgLen(_VEMROMSG* msg);
 // To wire order, to host order. A message that is there already stays as it is.
 CACHET_API void VemroToNet(_VEMROMSG* msg);
 CACHET_API void VemroToLocal(_VEMROMSG* msg);
-// `length` bytes from malloc, at least a head, marked as being in host order; null when there is no memory. The caller
-// frees it.
+// `length` bytes from malloc, at least a head, marked as being in host order and otherwise unset; null when there is
+// no memory, and for a negative length. The caller frees it.
 CACHET_API _VEMROMSG* VemroCreatemsg(int length);
 
 #endif

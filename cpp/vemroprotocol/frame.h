@@ -25,7 +25,8 @@ inline int bytes_of(_VEMROMSG* msg) {
 bool seal_wire(_VEMROMSG* msg);
 bool seal_host(_VEMROMSG* msg);
 
-// Brings a message that arrived, with its whole body, into host order. False when its check or its version is wrong.
+// Judges a message that arrived, with its whole body, and brings it into host order; its `crc` is 0 then. False when
+// its check or its version is wrong; a wire frame with a wrong check stays in wire order.
 bool open_wire(_VEMROMSG* msg);
 bool open_host(_VEMROMSG* msg);
 
