@@ -18,7 +18,8 @@ class CACHET_API VemroTcpChanel {
   void Init();
   // Makes the socket.
   bool Create(bool blocked);
-  // Adopts a descriptor, which Accept gave; `owned` tells whether the destructor closes it.
+  // Adopts a descriptor, such as Accept gives; `owned` tells whether the destructor closes it. A socket that the
+  // channel had before stays open.
   void AttachSocket(int socket, bool owned);
 
   // Binds to `port` of every local address and listens.
@@ -27,15 +28,18 @@ class CACHET_API VemroTcpChanel {
   // failure.
   int Accept(char* address, bool blocked);
 
-  // Connects to a dotted address or host name. m_errno stays as it was when the name is unknown.
+  // Connects to a dotted address or host name. m_errno stays as it was when the name is unknown;
+  // boost::lock_error ("boost: mutex lock failed in pthread_mutex_lock") when look-ups cannot be serialised.
   bool Connect(char* host, short port);
-  // The same within `timeout` milliseconds (-1: without limit); leaves the socket blocking.
+  // The same within `timeout` milliseconds (-1: without limit); leaves the socket blocking. When the time runs out,
+  // m_errno is EINPROGRESS.
   bool Connect2(char* host, short port, int timeout);
 
   // Waits at most `ms` milliseconds (-1: without limit) for something to read. False only when the time ran out: a
   // failed wait counts as readable.
   bool Wait(int ms);
-  // Exactly `length` bytes, waiting without limit. `length`, 0 for none asked, or -1: what had come is lost then.
+  // Exactly `length` bytes, waiting without limit for the first even when none is asked. `length`, 0 for none asked, or
+  // -1: what had come is lost then. On a socket that does not block, also the rest must be there, or it fails.
   int Recv(char* buffer, int length);
   // Throws up to 8192 bytes away, waiting for the first.
   bool Recv();
