@@ -320,12 +320,11 @@ bool Crwspinlock::Watch(char* name) {
   return true;
 }
 
-// Who watched kept the last user from seeing that it was the last. It opens and closes the lock in its stead.
+// Who watched kept the last user from seeing that it was the last; so it becomes a user and leaves as one.
 void Crwspinlock::CloseWatch() {
   shmdt(std::exchange(m_watched, nullptr));
   Crwspinlock lock;
-  lock.Open(m_watched_name.data(), 0);
-  lock.Close();
+  if (lock.m_lockpage.Open((m_watched_name + page_suffix).c_str(), lock_key_id, false)) lock.Close();
 }
 
 bool Crwspinlock::IsCurrent() const {

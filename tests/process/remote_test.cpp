@@ -340,6 +340,27 @@ TEST_F(Remote, APlaceOutsideTheDataAreaIsNotBelieved) {
   }
 }
 
+// The last regular process leaves before the isolated one, or after it.
+TEST_F(DatabaseTest, AnIsolatedReaderSeesTheEpochAndNothingIsLeftOfTheLock) {
+  for (const bool owner_first : {false, true}) {
+    ScriptedManager manager(directory, {});
+    Database owner = create_items(directory);
+    Database reader = manager.open(directory, ZT_MODE_READ_ONLY);
+    ASSERT_TRUE(reader.opened);
+    Row row(owner);
+    ZtBeginTransaction(owner);
+    EXPECT_TRUE(put_item(owner, row, 1, "one", 1, 1));
+    ZtRollbackTransaction(owner);
+    const ZtDb* const handle = reader;
+    EXPECT_GT(handle->lock.Epoch(), 0U);
+    EXPECT_EQ(handle->lock.Epoch(), static_cast<ZtDbHandle>(owner)->lock.Epoch());
+    (owner_first ? owner : reader).close();
+    (owner_first ? reader : owner).close();
+    EXPECT_EQ(directory.leftovers(), std::vector<std::string>{});
+    EXPECT_EQ(manager.process().exit_status(), 0);
+  }
+}
+
 // ---- login ----
 
 TEST_F(Remote, AFailedLoginIsReportedTwice) {
