@@ -10,6 +10,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "isolated.h"
 #include "loader.h"
 #include "reader.h"
 #include "text.h"
@@ -80,7 +81,8 @@ Demo::~Demo() {
 }
 
 bool Demo::run() {
-  const bool compared = load_packages() && attach_the_others() && run_for_some_seconds() && compare_all();
+  const bool compared =
+      load_packages() && attach_the_others() && run_for_some_seconds() && be_isolated() && compare_all();
   print_complaints();
   const bool in_order = compared && nothing_wrong();
   const bool clean = clean_up(in_order);
@@ -137,6 +139,12 @@ bool Demo::run_for_some_seconds() {
   show(true);
   print_figures();
   return ended && !interrupted();
+}
+
+bool Demo::be_isolated() {
+  const std::string trouble = show_isolated_client(directory_, model_, database_, ledgers_[0]);
+  if (!trouble.empty()) print("\nWRONG: " + trouble + "\n");
+  return trouble.empty();
 }
 
 void Demo::print_figures() const {

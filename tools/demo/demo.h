@@ -28,6 +28,7 @@ class Demo {
   bool load_packages();
   bool attach_the_others();
   bool run_for_some_seconds();
+  bool be_isolated();
   void print_figures() const;
   bool compare_all();
   bool clean_up(bool in_order);

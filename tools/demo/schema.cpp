@@ -9,8 +9,6 @@
 namespace demo {
 namespace {
 
-constexpr const char* kDatabaseName = "packages";
-constexpr const char* kVersionText = "cachet-demo 1";
 constexpr int kWithSessions = 1;
 
 bool keep_error(int, const char*) {
@@ -116,10 +114,10 @@ Database create_database(const std::string& directory, const std::vector<Package
   return database;
 }
 
-Database open_database(const std::string& directory, int mode) {
+Database open_database(const std::string& directory, int mode, int manager_port) {
   ZtDbHandle handle = nullptr;
-  const bool opened =
-      ZtOpenDb(&handle, directory.c_str(), kDatabaseName, kVersionText, mode, 0, false, 0, 0, kWithSessions);
+  const bool opened = ZtOpenDb(&handle, directory.c_str(), kDatabaseName, kVersionText, mode, manager_port,
+                               manager_port != 0, 0, 0, kWithSessions);
   Database database(handle);
   if (!opened) return nullptr;
   ZtSetErrorHandle(handle, keep_error);

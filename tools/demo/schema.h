@@ -15,6 +15,9 @@
 
 namespace demo {
 
+constexpr const char* kDatabaseName = "packages";
+constexpr const char* kVersionText = "cachet-demo 1";
+
 constexpr int kTable = 0;
 enum Field { kName, kVersion, kSection, kPriority, kSummary, kSizeKib, kStock, kRevision, kSeal };
 enum Index { kByNameAndVersion, kBySection, kBySize };
@@ -41,8 +44,8 @@ struct Row {
 // still holds the exclusive file lock. Null when it cannot be made.
 Database create_database(const std::string& directory, const std::vector<Package>& packages);
 
-// Attaches the database. Null when it cannot be opened.
-Database open_database(const std::string& directory, int mode);
+// Attaches the database, isolated when a manager's port is given. Null when it cannot be opened.
+Database open_database(const std::string& directory, int mode, int manager_port = 0);
 
 // Creates the database anew over whatever a killed process left, and removes it.
 void remove_leftovers(const std::string& directory);
