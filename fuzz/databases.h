@@ -7,21 +7,13 @@
 #include <unistd.h>
 
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 
+#include "require.h"
 #include "support/all_types.h"
 
 namespace cachet::fuzz {
-
-// Not an assertion of the tests: it ends the process, for the fuzzer to see.
-inline void require(bool holds, const char* what) {
-  if (holds) return;
-  std::fprintf(stderr, "does not hold: %s\n", what);
-  std::abort();
-}
 
 inline constexpr ZTINT8 database_bytes = 256 << 10;
 

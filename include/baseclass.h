@@ -2,7 +2,12 @@
 //
 // A derived class overrides Init, Run and Terminate; StartRun calls them on the new thread, in this order. The object
 // must outlive its thread: nothing here ends a Run, or waits for it. A stop is asked for by Stop (one module) or
-// StopAll (all of them), and Run is expected to look.
+// StopAll (all of them), and Run is expected to look at m_Stop and m_bShouldStop, through std::atomic_ref since other
+// threads set them.
+//
+// Making, destroying and counting modules takes s_mutex, and throws boost::lock_error ("boost: mutex lock failed in
+// pthread_mutex_lock") when that fails. Stop, StopAll, Access and GetLassAccessTime may be called on any thread; the
+// durations belong to the module's own.
 #ifndef CACHET_BASECLASS_H
 #define CACHET_BASECLASS_H
 
@@ -15,9 +20,9 @@ typedef unsigned long dword;
 
 class CACHET_API Cmodule {
  public:
-  // `name`: its first 31 bytes are kept.
+  // `name`: its first 31 bytes are kept; null for none.
   explicit Cmodule(char* name);
-  virtual ~Cmodule();
+  virtual ~Cmodule() noexcept(false);
   Cmodule(const Cmodule&) = delete;
   Cmodule& operator=(const Cmodule&) = delete;
 
@@ -27,7 +32,7 @@ class CACHET_API Cmodule {
   virtual int Run();
   virtual bool Terminate();
   virtual char* GetClassName();
-  // Deletes the module.
+  // Deletes the module, which came from new. Called directly (Cmodule::Kill) without an object, it does nothing.
   virtual void Kill();
 
   // Starts the thread; boost::thread_resource_error when there is none to be had.
@@ -49,11 +54,11 @@ class CACHET_API Cmodule {
   // Asks all modules of this process to stop.
   static void StopAll();
 
-  dword m_dwLastAccessTime;
+  dword m_dwLastAccessTime;  // seconds, as GetSecond gives them
   char m_szName[32];
-  dword m_dwWorkDuration;
-  dword m_dwLastWorkDuration;
-  boost::thread* m_thread;
+  dword m_dwWorkDuration;      // seconds
+  dword m_dwLastWorkDuration;  // seconds
+  boost::thread* m_thread;     // null: reserved
   bool m_Stop;
 
   static int module_count;
