@@ -6,6 +6,7 @@
 #include <sys/shm.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -24,14 +25,15 @@ constexpr int semaphore_number = 1;
 class ObjectName {
  public:
   ObjectName(const char* name, const char* suffix)
-      : length_(std::snprintf(text_, sizeof text_, "%s%s", name == nullptr ? "" : name, suffix)) {}
+      : fits_(name != nullptr &&
+              std::snprintf(text_, sizeof text_, "%s%s", name, suffix) < int{sizeof text_}) {}
 
-  bool fits() const { return static_cast<unsigned>(length_) < sizeof text_; }
+  bool fits() const { return fits_; }
   operator const char*() const { return text_; }
 
  private:
-  char text_[sizeof Cztshamem::m_name];
-  int length_;
+  char text_[sizeof Cztshamem::m_name] = {};
+  bool fits_;
 };
 
 // The four objects' names.
@@ -184,7 +186,7 @@ int Cztmemchanel::GetAnswer(_VEMROMSG* msg, int ms) {
 }
 
 bool Cztmemchanel::OtherSideLeft() {
-  const int users = m_shmem_r.usercount();
+  const int users = std::max(m_shmem_r.usercount(), m_shmem_a.usercount());
   if (users > 1) m_seen_other.store(true, std::memory_order_relaxed);
   return users <= 1 && m_seen_other.load(std::memory_order_relaxed);
 }

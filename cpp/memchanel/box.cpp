@@ -24,14 +24,16 @@ constexpr int frame_at = 8;
 // processor, or without a life.
 constexpr int hasty_tries = 50;
 constexpr int microseconds_between_patient_tries = 1000;
-// After so many patient tries the held lock itself tells that the other side was there.
-constexpr int tries_until_suspicion = 1000;
+// So many of those later the held lock itself tells that the other side was there, if only to die.
+constexpr int tries_before_doubt = 100;
 
 // Nobody holds a lock that long who means well.
 constexpr int longest_put_ms = 10'000;
 
 // How long a lost post can delay a getter.
 constexpr int slice_ms = 200;
+
+constexpr int without_limit = -1;
 
 int failure(int error, int result) {
   errno = error;
@@ -66,6 +68,7 @@ bool Box::put(_VEMROMSG* msg) {
 
 int Box::get(_VEMROMSG* msg, int ms) {
   if (memory_ == nullptr) return failure(EINVAL, 0);
+  if (ms < without_limit) ms = 0;
   if (ms != 0) wait_awake(state(), full, known_.habit);
   Deadline deadline(ms);
   int result = ms == 0 ? failure(EAGAIN, 0) : 1;  // of the sleep; 1: there is time for another one
@@ -114,9 +117,11 @@ Box::Locked Box::lock(Deadline& deadline) {
 }
 
 Box::Locked Box::lock_patiently(Deadline& deadline) {
-  for (int tries = 1; !lock_.TryLock(); ++tries) {
-    if (tries == tries_until_suspicion) channel_.m_seen_other.store(true, std::memory_order_relaxed);
-    if (channel_.OtherSideLeft()) return Locked::holder_gone;
+  for (int tries = 0; !lock_.TryLock(); ++tries) {
+    if (tries >= tries_before_doubt) {
+      channel_.m_seen_other.store(true, std::memory_order_relaxed);
+      if (channel_.OtherSideLeft()) return Locked::holder_gone;
+    }
     if (deadline.has_passed()) return Locked::out_of_time;
     usleep(microseconds_between_patient_tries);
   }

@@ -17,14 +17,14 @@ namespace cachet::test {
 class GuardedBytes {
  public:
   explicit GuardedBytes(std::string_view bytes) : GuardedBytes(bytes.data(), bytes.size()) {}
-  GuardedBytes(const void* bytes, std::size_t size_bytes) {
+  GuardedBytes(const void* bytes, std::size_t size_bytes) : readable_((size_bytes + page - 1) / page * page) {
     pages_ = static_cast<char*>(
-        mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-    mprotect(pages_ + page, page, PROT_NONE);
-    data_ = pages_ + page - size_bytes;
+        mmap(nullptr, readable_ + page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    mprotect(pages_ + readable_, page, PROT_NONE);
+    data_ = pages_ + readable_ - size_bytes;
     std::memcpy(data_, bytes, size_bytes);
   }
-  ~GuardedBytes() { munmap(pages_, 2 * page); }
+  ~GuardedBytes() { munmap(pages_, readable_ + page); }
   GuardedBytes(const GuardedBytes&) = delete;
   GuardedBytes& operator=(const GuardedBytes&) = delete;
 
@@ -32,6 +32,7 @@ class GuardedBytes {
 
  private:
   static constexpr std::size_t page = 4096;
+  std::size_t readable_;
   char* pages_;
   char* data_;
 };

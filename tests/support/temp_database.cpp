@@ -19,7 +19,8 @@ constexpr int key_id = 1;
 
 bool is_key_file(std::string_view name) {
   return name.ends_with(".data") || name.ends_with(".lk") || name.ends_with(".sem") ||
-         name.ends_with("_session_shmname") || name.find("_rcsetshm_") != std::string_view::npos;
+         name.ends_with(".asha") || name.ends_with(".rsha") || name.ends_with("_session_shmname") ||
+         name.find("_rcsetshm_") != std::string_view::npos;
 }
 
 bool segment_exists(int id) {

@@ -1,0 +1,72 @@
+// Messages for the mailbox, and its boxes seen through shmget and shmat alone.
+#ifndef CACHET_TESTS_SUPPORT_MAILBOX_H
+#define CACHET_TESTS_SUPPORT_MAILBOX_H
+
+#include <sys/sem.h>
+
+#include <atomic>
+#include <cstring>
+#include <random>
+#include <string>
+#include <string_view>
+
+#include "memchanel.h"
+#include "support/raw_memory.h"
+
+namespace cachet::test {
+
+inline constexpr int mailbox_key = 1;
+inline constexpr int frame_room = VEMRO_FRAME_BYTES;
+
+inline void fill(_VEMROMSG& message, char cmd, std::string_view body) {
+  message.head = {static_cast<int>(body.size()), cmd, VEMRO_LOCAL, 0, 0};
+  std::memcpy(message.body.buffer, body.data(), body.size());
+}
+
+inline std::string_view body_of(const _VEMROMSG& message) {
+  return {message.body.buffer, static_cast<std::size_t>(message.head.length)};
+}
+
+// A body of any length, which tells its number.
+inline std::string numbered_body(unsigned number) {
+  std::mt19937 random(number);
+  std::string body(random() % (random() % 8 == 0 ? VEMRO_BODY_BYTES : 200), '\0');
+  for (char& byte : body) byte = static_cast<char>(random());
+  return std::to_string(number).append(body).substr(0, VEMRO_BODY_BYTES);
+}
+
+enum BoxState { box_empty = 0, box_full = 1, box_awaited = 2 };
+
+class RawBox {
+ public:
+  // `name`: the segment's key file.
+  explicit RawBox(const std::string& name)
+      : id_(segment_id(name)), memory_(static_cast<char*>(shmat(id_, nullptr, 0))) {}
+  ~RawBox() { shmdt(memory_); }
+  RawBox(const RawBox&) = delete;
+  RawBox& operator=(const RawBox&) = delete;
+
+  std::atomic_ref<int> lock_word() const { return std::atomic_ref(reinterpret_cast<int*>(memory_)[0]); }
+  std::atomic_ref<int> state() const { return std::atomic_ref(reinterpret_cast<int*>(memory_)[1]); }
+  char* frame() const { return memory_ + 8; }
+  std::size_t bytes() const { return segment_status(id_).shm_segsz; }
+
+ private:
+  int id_;
+  char* memory_;
+};
+
+// The semaphore set behind a key file, -1 without one.
+inline int semaphore_set(const std::string& key_file) {
+  const key_t key = ftok(key_file.c_str(), mailbox_key);
+  return key == -1 ? -1 : semget(key, 0, 0);
+}
+
+inline bool post(int semaphore_set, unsigned short member) {
+  sembuf give{member, 1, 0};
+  return semop(semaphore_set, &give, 1) == 0;
+}
+
+}  // namespace cachet::test
+
+#endif
