@@ -46,6 +46,7 @@ Cmodule::Cmodule(char* name)
   m_dwLastAccessTime = utc_seconds();
 }
 
+// NOLINTNEXTLINE(bugprone-exception-escape): that the lock failed is for the caller to know
 Cmodule::~Cmodule() noexcept(false) {
   {
     const Guard guard(s_mutex);

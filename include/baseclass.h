@@ -22,7 +22,7 @@ class CACHET_API Cmodule {
  public:
   // `name`: its first 31 bytes are kept; null for none.
   explicit Cmodule(char* name);
-  virtual ~Cmodule() noexcept(false);
+  virtual ~Cmodule() noexcept(false);  // NOLINT(bugprone-exception-escape): see above
   Cmodule(const Cmodule&) = delete;
   Cmodule& operator=(const Cmodule&) = delete;
 

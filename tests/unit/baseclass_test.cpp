@@ -108,10 +108,12 @@ TEST(Module, RunsOnItsThread) {
 }
 
 TEST(Module, EndsItsThreadWithALineAfterAnException) {
-  const std::vector<std::pair<const char*, const char*>> cases = {
-      {"Init", "Init "}, {"Run", "Init Run "}, {"Terminate", "Init Run Terminate "}};
-  for (const auto& [throws_in, calls] : cases) {
-    Child child([&](Gate&) { return Recorder(throws_in).calls_of_thread() == calls ? 0 : 1; },
+  struct Case {
+    const char* throws_in;
+    const char* calls;
+  };
+  for (const Case& it : {Case{"Init", "Init "}, {"Run", "Init Run "}, {"Terminate", "Init Run Terminate "}}) {
+    Child child([&](Gate&) { return Recorder(it.throws_in).calls_of_thread() == it.calls ? 0 : 1; },
                 Child::Output::captured);
     EXPECT_EQ(child.exit_status(), 0);
     EXPECT_EQ(child.output(), "Uncaptured Exception\n");
