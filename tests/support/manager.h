@@ -107,7 +107,7 @@ class Manager {
     setenv("NOTIFY_SOCKET", notified_.path().c_str(), 1);
     std::vector<std::string> words{
         CACHET_ZTMANAGER, directory_, "d", "--version-text", version_text, "--port", "0",
-        "--log-level",  std::getenv("MLOG") ? "debug" : "off"};
+        "--log-level",    "off"};
     words.insert(words.end(), options.begin(), options.end());
     std::vector<char*> arguments;
     for (std::string& word : words) arguments.push_back(word.data());
