@@ -1,7 +1,6 @@
 #include "ztmanager/client_worker.h"
 
 #include <spdlog/spdlog.h>
-#include <sys/sem.h>
 #include <sys/syscall.h>
 
 #include <cerrno>
@@ -141,14 +140,14 @@ bool ClientWorker::answer(_VEMROMSG& message) {
   return mailbox_.channel->PutAnswer(&message);
 }
 
-// A mailbox in use cannot be taken away, but its user's sleep ends with the semaphore.
+// A mailbox in use cannot be taken away, but its objects can, and its user's sleep ends with them.
 void ClientWorker::hang_up() {
   const std::lock_guard guard(mutex_);
   if (gone_) return;
   gone_ = true;
   if (mailbox_.channel == nullptr) return;
   if (in_use_) {
-    semctl(mailbox_.channel->m_sema_r.m_sempid, 0, IPC_RMID);
+    mailbox_.remove_objects();
   } else {
     mailbox_.channel.reset();
   }

@@ -29,14 +29,15 @@ Login::State Login::look(_CONNECT& request) {
   if (there < VEMRO_HEAD_BYTES) return there < 0 && errno == EAGAIN ? State::incomplete : State::broken;
   const bool is_login = message.head.cmd == CMD_CONNECT && VemroGetMsgLen(&message) == sizeof(_CONNECT);
   if (!is_login) return State::broken;
-  if (there < login_bytes) return wake_from(channel_.m_socket, login_bytes) ? State::incomplete : State::broken;
-  if (!channel_.Recv(&message)) return State::broken;
+  if (there < login_bytes)
+    return wake_from(channel_.m_socket, login_bytes) ? State::incomplete : State::broken;
+  // The channel receives in pieces, and waits for each.
+  if (!wake_from(channel_.m_socket, 1) || !channel_.Recv(&message)) return State::broken;
   request = message.body.connect;
   return State::complete;
 }
 
 Descriptor Login::release() {
-  wake_from(channel_.m_socket, 1);
   Descriptor socket(channel_.m_socket);
   channel_.m_socket = -1;
   return socket;

@@ -13,6 +13,7 @@
 #include <csignal>
 #include <filesystem>
 #include <optional>
+#include <stdexcept>
 #include <string_view>
 
 namespace fs = std::filesystem;
@@ -25,6 +26,7 @@ constexpr std::string_view infix = ".mailbox-";
 constexpr int first_keyid = 2;
 constexpr int keyids = 254;  // a key has room for eight bits
 constexpr int attempts = 3;
+constexpr std::size_t longest_base_path = 120;  // of 194 bytes for a whole name
 constexpr int semaphore_count = 1;
 
 std::atomic<unsigned> made{0};
@@ -78,14 +80,27 @@ void remove_object(const fs::path& key_file, int keyid) {
 
 }  // namespace
 
+void Mailbox::remove_objects() const {
+  for (const Cztshamem* const box : {&channel->m_shmem_r, &channel->m_shmem_a}) {
+    shmctl(box->m_shamemid, IPC_RMID, nullptr);
+    unlink(box->m_name);
+  }
+  for (const Cztsema* const semaphore : {&channel->m_sema_r, &channel->m_sema_a}) {
+    semctl(semaphore->m_sempid, 0, IPC_RMID);
+    unlink(semaphore->m_name.c_str());
+  }
+}
+
 Mailboxes::Mailboxes(std::string base_path)
     : base_path_(std::move(base_path)),
-      stem_(base_path_ + std::string(infix) + std::to_string(getpid()) + "-" + std::to_string(now_ns())) {}
+      stem_(base_path_ + std::string(infix) + std::to_string(getpid()) + "-" + std::to_string(now_ns())) {
+  if (base_path_.size() > longest_base_path) throw std::length_error("the directory's path is too long");
+}
 
 Mailbox Mailboxes::make() const {
   for (int attempt = 0; attempt < attempts; ++attempt) {
     const unsigned number = made++;
-    const int keyid = first_keyid + static_cast<int>(number % keyids);
+    const int keyid = first_keyid + static_cast<int>((static_cast<unsigned>(getpid()) + number) % keyids);
     Mailbox mailbox{stem_ + "-" + std::to_string(number) + "-" + std::to_string(keyid), keyid,
                     std::make_unique<Cztmemchanel>()};
     if (mailbox.channel->Create(mailbox.name.c_str(), keyid, VEMRO_FRAME_BYTES, semaphore_count))

@@ -15,6 +15,10 @@
 namespace manager {
 
 struct Mailbox {
+  // Takes the objects out of the system under the feet of whoever uses the channel: a sleep there ends, and the memory
+  // stays until it is detached.
+  void remove_objects() const;
+
   std::string name;
   int keyid = 0;
   std::unique_ptr<Cztmemchanel> channel;
@@ -23,6 +27,7 @@ struct Mailbox {
 // One for each process; used by many threads.
 class Mailboxes {
  public:
+  // Throws std::length_error for a path that leaves no room for the names.
   explicit Mailboxes(std::string base_path);
 
   // A new one, with room for every frame; without a channel when it could not be made.

@@ -2,8 +2,8 @@
 // clients ask for. docs/operations.md says how it is run, docs/protocol.md what it understands.
 //
 // Status 0: ended by a signal, with nothing left behind. 1: it could not begin, or something was still in use at the end.
-#include <spdlog/spdlog.h>
 #include <spdlog/sinks/stdout_color_sinks.h>
+#include <spdlog/spdlog.h>
 #include <sys/resource.h>
 #include <unistd.h>
 

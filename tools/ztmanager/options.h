@@ -15,8 +15,8 @@ struct Options {
   std::string folder;  // of the files that clients may name; none when empty
   int max_clients = 128;
   std::chrono::milliseconds login_time{5000};
-  std::chrono::milliseconds clear_interval{10000};
-  std::chrono::milliseconds shutdown_time{10000};
+  std::chrono::milliseconds clear_interval{1000};
+  std::chrono::milliseconds shutdown_time{30000};
 };
 
 }  // namespace manager

@@ -23,6 +23,9 @@ enum : std::size_t { signals_at, notice_at, listener_at, logins_at };
 // A worker has two: its connection and its process.
 constexpr std::size_t descriptors_of_seat = 2;
 
+// Connections that have not logged in. Who says nothing does not keep others out: beyond this the oldest one goes.
+constexpr std::size_t most_logins = 256;
+
 constexpr auto pause_after_failed_accept = std::chrono::milliseconds(100);
 
 [[noreturn]] void fail(const char* what, int error = errno) {
@@ -93,8 +96,7 @@ void Server::listen() {
 }
 
 bool Server::run() {
-  housekeeper_ =
-      std::make_unique<Housekeeper>(service_.database, options_.clear_interval, notify(notice_));
+  housekeeper_ = std::make_unique<Housekeeper>(service_.database, options_.clear_interval, notify(notice_));
   housekeeper_->StartRun();
   spdlog::info("serving {} on port {}", service_.database.base_path(), port_);
   sd_notifyf(0, "READY=1\nSTATUS=Serving on port %d", port_);
@@ -148,10 +150,12 @@ void Server::accept() {
     }
   } else if (!is_loopback(address)) {
     spdlog::warn("turned {} away, which is not this host", address);
-  } else if (static_cast<int>(logins_.size()) >= options_.max_clients) {
-    spdlog::warn("turned a connection away: too many have not logged in yet");
   } else {
     logins_.emplace_back(std::move(socket), Clock::now() + options_.login_time);
+  }
+  if (logins_.size() > most_logins) {
+    spdlog::warn("turned a connection away that had not logged in, for a newer one");
+    logins_.pop_front();
   }
 }
 
@@ -180,8 +184,8 @@ void Server::admit(Login& login, const _CONNECT& request) {
     send_refusal(login.channel(), ZT_ERR_GENERAL, "too many clients");
     return;
   }
-  seats_.push_back({std::make_unique<ClientWorker>(next_number_++, service_, login.release(), request,
-                                                   notify(notice_))});
+  seats_.push_back(
+      {std::make_unique<ClientWorker>(next_number_++, service_, login.release(), request, notify(notice_))});
   try {
     seats_.back().worker->StartRun();
   } catch (const boost::thread_resource_error& error) {

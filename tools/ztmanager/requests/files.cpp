@@ -57,8 +57,7 @@ bool load_folder(Client& client, const Request& request, Answer&) {
 bool load_table(Client& client, const Request& request, Answer&) {
   const auto body = request.body<_BCPIN>();
   return with_file(client, body.filename, [&](const char* path) {
-    return client.session.change(
-        [&] { return ZtReadDbTable(client.session.handle(), body.tableid, path); });
+    return client.session.change([&] { return ZtReadDbTable(client.session.handle(), body.tableid, path); });
   });
 }
 

@@ -119,7 +119,8 @@ bool table_data(Client& client, const Request& request, Answer& answer) {
   if (body.fetchcount < 1) return session.refuse(ZT_ERR_GENERAL, "no records are wanted");
   const auto length = static_cast<std::size_t>(table->recordlength);
   const std::size_t entry_bytes = offsetof(_QUERYTABLEDATARESULT, data) + length;
-  if (entry_bytes > VEMRO_BODY_BYTES) return session.refuse(ZT_ERR_GENERAL, "a record does not fit an answer");
+  if (entry_bytes > VEMRO_BODY_BYTES)
+    return session.refuse(ZT_ERR_GENERAL, "a record does not fit an answer");
   const std::size_t most =
       std::min(VEMRO_BODY_BYTES / entry_bytes, static_cast<std::size_t>(body.fetchcount)) * entry_bytes;
 

@@ -34,7 +34,8 @@ bool store(const Session& session, int tableid, std::string_view data, const Row
 // A value in a place of its own with as much room as the library reads.
 class Value {
  public:
-  Value(const ZtDataField& field, std::string_view bytes) : room_(std::size_t{field.length} + sizeof(double)) {
+  Value(const ZtDataField& field, std::string_view bytes)
+      : room_(std::size_t{field.length} + sizeof(double)) {
     bytes.copy(room_.data(), bytes.size());
   }
   const char* data() const { return room_.data(); }
