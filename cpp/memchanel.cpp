@@ -6,7 +6,6 @@
 #include <sys/shm.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -186,9 +185,9 @@ int Cztmemchanel::GetAnswer(_VEMROMSG* msg, int ms) {
 }
 
 bool Cztmemchanel::OtherSideLeft() {
-  const int users = std::max(m_shmem_r.usercount(), m_shmem_a.usercount());
-  if (users > 1) m_seen_other.store(true, std::memory_order_relaxed);
-  return users <= 1 && m_seen_other.load(std::memory_order_relaxed);
+  const bool is_here = m_shmem_r.usercount() > 1 || m_shmem_a.usercount() > 1;
+  if (is_here) m_seen_other.store(true, std::memory_order_relaxed);
+  return !is_here && m_seen_other.load(std::memory_order_relaxed);
 }
 
 // Without removing anything.

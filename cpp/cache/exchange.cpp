@@ -25,10 +25,10 @@ Taken take_answer(Cztmemchanel& mailbox, _VEMROMSG& message, int ms) {
 
 // Waits for as long as the manager is there, or has yet to come.
 bool await_answer(Cztmemchanel& mailbox, _VEMROMSG& message) {
-  Taken taken = Taken::nothing_yet;
-  while (taken == Taken::nothing_yet && !mailbox.OtherSideLeft()) {
+  Taken taken;
+  do {
     taken = take_answer(mailbox, message, slice_ms);
-  }
+  } while (taken == Taken::nothing_yet && !mailbox.OtherSideLeft());
   // It may have answered with its last breath.
   if (taken != Taken::frame) taken = take_answer(mailbox, message, 0);
   return taken == Taken::frame;
