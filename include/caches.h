@@ -127,7 +127,7 @@ struct ZtCondition {
   std::int64_t precord = 0;
   int tableid = 0;
   int indexid = 0;
-  bool overfull = false;  // key fields were dropped; the next find refuses
+  bool overfull = false;                 // key fields were dropped; the next find refuses
 };
 
 /* ---- rollback copies ---- */
@@ -188,6 +188,7 @@ struct ZtDb {
   // The handle's own state, behind the documented fields.
   std::string lock_name;                         // base path of the lock's and the store's key files
   int creator_pid = 0;                           // who made the handle; a forked child is somebody else
+  std::set<long long>::node_type spare_lock;     // of `locks`, for the next position
   std::vector<int> tables_to_unmark;             // marked tables whose copies a reset dropped
   std::vector<cachet::IndexPlace> index_places;  // scratch of an insert
 };
