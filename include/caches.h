@@ -12,6 +12,7 @@
 #include "rwlock.h"
 #include "rwspinlock.h"
 #include "shmrecordcopyset.h"
+#include "undo_array.h"
 
 /* ---- descriptors: process-local, index = id ---- */
 
@@ -188,6 +189,8 @@ struct ZtDb {
   // The handle's own state, behind the documented fields.
   std::string lock_name;                         // base path of the lock's and the store's key files
   int creator_pid = 0;                           // who made the handle; a forked child is somebody else
+  cachet::UndoArray undo;                        // in place of `recordcopy`
+  cachet::AddressSet shared_undo;                // in place of `shmrcset_index`
   std::set<long long>::node_type spare_lock;     // of `locks`, for the next position
   std::vector<int> tables_to_unmark;             // marked tables whose copies a reset dropped
   std::vector<cachet::IndexPlace> index_places;  // scratch of an insert
