@@ -118,6 +118,14 @@ struct ZtRecordRow {
   int copied_bytes = 0;  // room of `record` when it is a private copy of a stored record, owned by this row
 };
 
+namespace cachet {
+// Heap memory for one value of a condition's key.
+struct ValueBlock {
+  char* data = nullptr;
+  std::size_t bytes = 0;
+};
+}  // namespace cachet
+
 struct ZtCondition {
   int op = 0;
   ZtIndexItem indexitem = {};
@@ -129,6 +137,7 @@ struct ZtCondition {
   int tableid = 0;
   int indexid = 0;
   bool overfull = false;                 // key fields were dropped; the next find refuses
+  cachet::ValueBlock* blocks = nullptr;  // one for each field that the key has room for
 };
 
 /* ---- rollback copies ---- */
