@@ -1,15 +1,13 @@
 #include "dbsessions.h"
 
-#include <array>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <span>
 #include <string>
 
-#include "base/thread_identity.h"
+#include "dbsessions/session_texts.h"
 #include "shared_word.h"
 
 namespace {
@@ -20,9 +18,6 @@ constexpr std::size_t entries_per_type = 1024;
 constexpr int in_use = 1;
 constexpr std::size_t sid_digits = 24;
 constexpr std::size_t slot_byte = sizeof(TransInfo::info) - 1;  // behind the time's own terminator
-
-using SidText = std::array<char, 49>;
-using TimeText = std::array<char, sizeof(TransInfo::info)>;
 
 std::string container_name(const char* name) {
   return std::string(name) + "_session_shmname";
@@ -43,40 +38,12 @@ bool is_used(const MemBlock& entry) {
   return cachet::load_acquire<int>(&entry.status) == in_use;
 }
 
-SidText sid_of(const cachet::ThreadIdentity& thread) {
-  SidText sid{};
-  std::snprintf(sid.data(), sid.size(), "%024lu%024lu", static_cast<unsigned long>(thread.pid),
-                static_cast<unsigned long>(thread.tid));
-  return sid;
-}
-
-// The text of the calling thread, made once: every lock and unlock needs it.
-const SidText& sid_of_caller() {
-  thread_local SidText sid{};
-  thread_local int made_for = 0;
-  const cachet::ThreadIdentity& caller = cachet::this_thread();
-  if (made_for != caller.tid) {
-    sid = sid_of(caller);
-    made_for = caller.tid;
-  }
-  return sid;
-}
-
 bool has_sid(const MemBlock& entry, const char* sid) {
   return std::memcmp(entry.trans.sid, sid, sizeof entry.trans.sid) == 0;
 }
 
 std::atomic_ref<int> status_of(MemBlock& entry) {
   return cachet::shared_word<int>(&entry.status);
-}
-
-TimeText local_time() {
-  TimeText text{};
-  const time_t now = std::time(nullptr);
-  tm parts{};
-  localtime_r(&now, &parts);
-  std::strftime(text.data(), text.size(), "%Y%m%d%H%M%S", &parts);
-  return text;
 }
 
 void bind_areas(DBSessions& sessions) {
@@ -137,8 +104,9 @@ bool DBSessions::ClaimEntry(int entry, int slot) {
   MemBlock& block = wtread_ssions_[entry];
   int free = 0;
   if (!status_of(block).compare_exchange_strong(free, -cachet::this_thread().tid)) return false;
-  std::memcpy(block.trans.sid, sid_of_caller().data(), sizeof block.trans.sid);
-  const TimeText now = local_time();
+  const cachet::SidText& sid = cachet::sid_of(cachet::this_thread());
+  std::memcpy(block.trans.sid, sid.data(), sid.size());
+  const cachet::TimeText& now = cachet::local_time();
   std::memcpy(block.trans.info, now.data(), now.size());
   block.trans.info[slot_byte] = static_cast<char>(slot);
   status_of(block).store(in_use, std::memory_order_release);
@@ -146,7 +114,7 @@ bool DBSessions::ClaimEntry(int entry, int slot) {
 }
 
 int DBSessions::EntryOf(SessionType type, const cachet::ThreadIdentity& owner, int slot) const {
-  const SidText sid = sid_of(owner);
+  const cachet::SidText& sid = cachet::sid_of(owner);
   const auto area = area_of(*this, type);
   for (std::size_t index = 0; index < area.size(); ++index) {
     if (is_used(area[index]) && has_sid(area[index], sid.data()) && SlotOf(area[index].trans) == slot) {
@@ -160,7 +128,7 @@ void DBSessions::ClearEntry(int entry, const cachet::ThreadIdentity& owner, int 
   if (entry < 0 || shm_base_addr_ == nullptr) return;
   MemBlock& block = wtread_ssions_[entry];
   int status = cachet::load_acquire<int>(&block.status);
-  if (status == in_use && has_sid(block, sid_of(owner).data()) && SlotOf(block.trans) == slot &&
+  if (status == in_use && has_sid(block, cachet::sid_of(owner).data()) && SlotOf(block.trans) == slot &&
       status_of(block).compare_exchange_strong(status, -mover)) {
     status = -mover;
   }
@@ -198,7 +166,8 @@ bool DBSessions::InsertSession(SessionType type) {
 
 bool DBSessions::EraseSession(SessionType type, char* sid) {
   if (db_session_mode_ == 0) return true;
-  const char* const wanted = sid != nullptr ? sid : sid_of_caller().data();
+  const cachet::SidText& own_sid = cachet::sid_of(cachet::this_thread());
+  const char* const wanted = sid != nullptr ? sid : own_sid.data();
   for (MemBlock& entry : area_of(*this, type)) {
     if (!is_used(entry) || !has_sid(entry, wanted)) continue;
     entry.trans = TransInfo{};
@@ -218,7 +187,8 @@ bool DBSessions::GetSessions(std::vector<TransInfo>& sessions, int stype) {
 }
 
 void DBSessions::GetCurSid(char* sid) {
-  std::memcpy(sid, sid_of_caller().data(), sizeof TransInfo::sid);
+  const cachet::SidText& own_sid = cachet::sid_of(cachet::this_thread());
+  std::memcpy(sid, own_sid.data(), own_sid.size());
 }
 
 void DBSessions::PrintSession() {

@@ -105,6 +105,7 @@ class SlotWork {
   SlotWork(Crwspinlock& lock, int lockid)
       : lock_(lock),
         lockid_(lockid),
+        self_(this_thread()),
         words_(page_of(lock).slots[lockid]),
         heir_(lock),
         section_(page_of(lock), lockid, lock.m_lock[lockid], heir_) {}
@@ -131,7 +132,7 @@ class SlotWork {
 
   // Takes one holder or waiter off, with its session (48 characters; null: the calling thread's).
   void take_off(SessionType type, char* sid) {
-    const ThreadIdentity owner = sid != nullptr ? DBSessions::OwnerOf(sid) : this_thread();
+    const ThreadIdentity owner = sid != nullptr ? DBSessions::OwnerOf(sid) : self_;
     int entry = no_entry;
     const bool tracks = lock_.m_dbsessions.Tracks();
     if (tracks || sid != nullptr) entry = lock_.m_dbsessions.EntryOf(type, owner, lockid_);
@@ -167,9 +168,11 @@ class SlotWork {
     return load_acquire<std::int32_t>(&page_of(lock_).reader_releases[lockid_]);
   }
 
-  // The counts as they are, and no entry of anybody's.
+  // The caller's record: the counts as they are, and no entry of anybody's.
   SectionRecord as_now() const {
     SectionRecord record{};
+    record.pid = self_.pid;
+    record.tid = self_.tid;
     record.writers_holding = words_.writers_holding;
     record.writers_waiting = words_.writers_waiting;
     record.readers_holding = words_.readers_holding;
@@ -205,7 +208,7 @@ class SlotWork {
     record.erased_tid = owner.tid;
     section_.announce(record);
     store_release<std::int32_t>(&count, after);
-    lock_.m_dbsessions.ClearEntry(entry, owner, lockid_, this_thread().tid);
+    lock_.m_dbsessions.ClearEntry(entry, owner, lockid_, self_.tid);
     if (type == INWRITE) post(lock_, lockid_);
     section_.done();
   }
@@ -230,6 +233,7 @@ class SlotWork {
 
   Crwspinlock& lock_;
   int lockid_;
+  ThreadIdentity self_;
   SlotWords& words_;
   Heir heir_;
   Section section_;

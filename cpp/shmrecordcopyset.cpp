@@ -11,7 +11,6 @@
 #include "shmrecordcopyset.h"
 
 #include <sys/shm.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -19,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "base/thread_identity.h"
 #include "shared_word.h"
 
 namespace {
@@ -121,9 +121,14 @@ bool keep_name(char (&kept)[128], const char* name) {
   return true;
 }
 
+// Without a system call, which every transaction would pay.
+unsigned long current_pid() {
+  return static_cast<unsigned long>(cachet::this_thread().pid);
+}
+
 // Whether another process created this set, and a fork handed it down.
 bool is_inherited(unsigned long creator_pid) {
-  return creator_pid != 0 && creator_pid != static_cast<unsigned long>(getpid());
+  return creator_pid != 0 && creator_pid != current_pid();
 }
 
 }  // namespace
@@ -182,9 +187,7 @@ bool ShmRecordcopySet::Open(const char* name, unsigned long pid) {
 }
 
 bool ShmRecordcopySet::Reserve(int length) {
-  // Whose set it is costs a system call: asked once per transaction, which in a forked child is early enough,
-  // since it cannot go on with its parent's.
-  if (creator_pid_ == 0 || (tail_off_ == 0 && is_inherited(creator_pid_))) return false;
+  if (creator_pid_ == 0 || is_inherited(creator_pid_)) return false;
   const long size = entry_bytes(length);
   if (length < 0 || size > max_entry_bytes) return false;
   const StorePosition end = write_pos_of(copyset_header);
@@ -296,7 +299,7 @@ char* ShmRecordcopySet::GetRaw(long offset) {
 }
 
 unsigned long ShmRecordcopySet::GetCurPid() {
-  return static_cast<unsigned long>(getpid());
+  return current_pid();
 }
 
 void ShmRecordcopySet::PrintSetInfo() {

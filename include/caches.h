@@ -12,6 +12,7 @@
 #include "rwlock.h"
 #include "rwspinlock.h"
 #include "shmrecordcopyset.h"
+#include "undo_array.h"
 
 /* ---- descriptors: process-local, index = id ---- */
 
@@ -117,6 +118,14 @@ struct ZtRecordRow {
   int copied_bytes = 0;  // room of `record` when it is a private copy of a stored record, owned by this row
 };
 
+namespace cachet {
+// Heap memory for one value of a condition's key.
+struct ValueBlock {
+  char* data = nullptr;
+  std::size_t bytes = 0;
+};
+}  // namespace cachet
+
 struct ZtCondition {
   int op = 0;
   ZtIndexItem indexitem = {};
@@ -127,7 +136,8 @@ struct ZtCondition {
   std::int64_t precord = 0;
   int tableid = 0;
   int indexid = 0;
-  bool overfull = false;  // key fields were dropped; the next find refuses
+  bool overfull = false;                 // key fields were dropped; the next find refuses
+  cachet::ValueBlock* blocks = nullptr;  // one for each field that the key has room for
 };
 
 /* ---- rollback copies ---- */
@@ -188,6 +198,9 @@ struct ZtDb {
   // The handle's own state, behind the documented fields.
   std::string lock_name;                         // base path of the lock's and the store's key files
   int creator_pid = 0;                           // who made the handle; a forked child is somebody else
+  cachet::UndoArray undo;                        // in place of `recordcopy`
+  cachet::AddressSet shared_undo;                // in place of `shmrcset_index`
+  std::set<long long>::node_type spare_lock;     // of `locks`, for the next position
   std::vector<int> tables_to_unmark;             // marked tables whose copies a reset dropped
   std::vector<cachet::IndexPlace> index_places;  // scratch of an insert
 };

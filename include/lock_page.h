@@ -41,7 +41,7 @@ struct SlotWords {
 // never held or waited there. Written before the first change, published by `active`.
 struct SectionRecord {
   std::int32_t active;
-  std::int32_t word_state;  // WordState
+  std::int32_t unused;
   std::int32_t pid;
   std::int32_t tid;
   std::int32_t writers_holding;  // the counts the heir leaves

@@ -1,16 +1,7 @@
 // The critical section of a slot: its robust mutex, then its documented spin word.
 //
-// The word is taken with a mark on top, 0 -> 1 + mark, the state "held" is recorded, the mark comes off; it
-// is given back the other way round. Mark and state together tell the heir of a dead holder whether the word
-// still holds the dead's 1, whatever processes that know only the word add and take off meanwhile:
-//
-//   state     mark   the word holds the dead's
-//   none      no     nothing
-//   none      yes    1 + mark
-//   held      no     1
-//   held      yes    1 + mark
-//   leaving   yes    1 + mark
-//   leaving   no     nothing
+// The word goes from 0 to 1 + mark in one step, and back in one. The mark tells the heir of a dead holder that the word
+// still holds the dead's 1, whatever processes that know only the word add and take off meanwhile.
 #ifndef CACHET_LOCK_SECTION_H
 #define CACHET_LOCK_SECTION_H
 

@@ -7,6 +7,7 @@ namespace cachet {
 struct ThreadIdentity {
   int pid;
   int tid;
+  bool operator==(const ThreadIdentity&) const = default;
 };
 
 const ThreadIdentity& this_thread();

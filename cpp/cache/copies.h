@@ -17,12 +17,23 @@ struct Copy {
 // Keeps the record's bytes, the first time only. False, reported, when the store has no room for them.
 bool keep_before_image(ZtDbHandle database, int tableid, ZtRecord* record, int length);
 
+// Whether the handle keeps any.
+inline bool has_copies(const ZtDb* database) {
+  const ShmRecordcopySet* const store = database->shm_recordcopyset;
+  return !database->undo.empty() || !database->recordcopy.m_index.empty() ||
+         (store != nullptr && store->tail_off_ != 0);
+}
+
 // Makes sure that the next before-image of this length can be kept. False, reported, when not.
 bool reserve_before_image(ZtDbHandle database, int length);
 
-// Calls `each(Copy)` for every copy in the handle's local set, by address.
+// Calls `each(Copy)` for every copy that the handle has in this process, by address.
 template <class Each>
 void for_each_local_copy(ZtDbHandle database, const Each& each) {
+  for (const UndoArray::Entry& entry : database->undo.in_order()) {
+    each(Copy{reinterpret_cast<ZtRecord*>(entry.record), reinterpret_cast<const ZtRecord*>(entry.image),
+              entry.length, entry.tableid});
+  }
   for (const ZtRecordCopy& copy : database->recordcopy.m_index) {
     each(Copy{reinterpret_cast<ZtRecord*>(copy.offset), reinterpret_cast<const ZtRecord*>(copy.data),
               copy.length, copy.tableid});

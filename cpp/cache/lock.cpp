@@ -1,4 +1,5 @@
 // The two locks of a handle: positions of the cross-process lock page, and the file lock.
+#include <utility>
 
 #include "cache/file_lock.h"
 #include "caches.h"
@@ -25,6 +26,16 @@ void give_back(ZtDbHandle database, int position) {
   }
 }
 
+// Every transaction takes a position and gives it back: a node of the set goes with it both times.
+void add_position(ZtDbHandle database, long long position) {
+  if (database->spare_lock.empty()) {
+    database->locks.insert(position);
+  } else {
+    database->spare_lock.value() = position;
+    database->locks.insert(std::move(database->spare_lock));
+  }
+}
+
 }  // namespace
 
 bool ZtLockPosition(ZtDbHandle database, int p) {
@@ -36,7 +47,7 @@ bool ZtLockPosition(ZtDbHandle database, int p) {
   } else if (!database->lock.Lock(p, level_of(database))) {
     return false;
   }
-  database->locks.insert(p);
+  add_position(database, p);
   return true;
 }
 
@@ -45,8 +56,10 @@ void ZtUnLockPosition(ZtDbHandle database, int p) {
 }
 
 void ZtUnLock(ZtDbHandle database) {
-  for (const long long position : database->locks) give_back(database, static_cast<int>(position));
-  database->locks.clear();
+  while (!database->locks.empty()) {
+    database->spare_lock = database->locks.extract(database->locks.begin());
+    give_back(database, static_cast<int>(database->spare_lock.value()));
+  }
 }
 
 bool ZtLockDb(ZtDbHandle database, int mode) {

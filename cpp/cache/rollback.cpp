@@ -45,11 +45,13 @@ void clear_mark(ZtDbHandle database, const Copy& copy, bool duty) {
 }
 
 void forget_copies(ZtDbHandle database) {
-  for_each_local_copy(database, [](const Copy& copy) { std::free(const_cast<ZtRecord*>(copy.image)); });
+  for (const ZtRecordCopy& copy : database->recordcopy.m_index) std::free(copy.data);
   database->recordcopy.Clear();
+  database->undo.clear();
   if (database->shm_recordcopyset == nullptr) return;
   database->shm_recordcopyset->Clear();
   database->shmrcset_index.clear();
+  database->shared_undo.clear();
 }
 
 void drop_copies_of_abandoned_records(ZtDbHandle database) {

@@ -26,6 +26,7 @@ void unmark_other_tables(ZtDbHandle database) {
 }
 
 void make_own_changes_final(ZtDbHandle database) {
+  if (!has_copies(database) && database->tables_to_unmark.empty()) return;
   const Work work(database, work_commit);
   make_final(database, copies_of(database));
   unmark_other_tables(database);

@@ -2,16 +2,14 @@
 
 #include <cerrno>
 
-#include "base/thread_identity.h"
 #include "lock_section.h"
 
 namespace cachet {
 
 namespace {
 
-enum WordState : std::int32_t { word_none = 0, word_held = 1, word_leaving = 2 };
-
 constexpr std::int32_t mark = 1 << 29;
+constexpr std::int32_t taken = mark + 1;
 constexpr int tries_before_sleep = 100;
 constexpr int pauses_before_yield = 64;
 
@@ -19,36 +17,26 @@ std::atomic_ref<std::int32_t> word_of(LockPage& page, int lockid) {
   return shared_word<std::int32_t>(&page.slots[lockid].spin);
 }
 
-void set_state(LockPage& page, int lockid, WordState state) {
-  store_release<std::int32_t>(&page.sections[lockid].record.word_state, state);
-}
-
 void take_word(LockPage& page, int lockid, Cspinlock& yielding) {
   const auto word = word_of(page, lockid);
   for (int pauses = 1;; ++pauses) {
     std::int32_t free = 0;
     if (word.load(std::memory_order_relaxed) == 0 &&
-        word.compare_exchange_strong(free, 1 + mark, std::memory_order_acquire)) {
-      break;
+        word.compare_exchange_strong(free, taken, std::memory_order_acquire)) {
+      return;
     }
     _mm_pause();
     if (pauses % pauses_before_yield == 0) yielding.Snap();
   }
-  set_state(page, lockid, word_held);
-  word.fetch_sub(mark, std::memory_order_relaxed);
 }
 
 void give_word_back(LockPage& page, int lockid) {
-  const auto word = word_of(page, lockid);
-  if ((word.load(std::memory_order_relaxed) & mark) == 0) word.fetch_add(mark, std::memory_order_relaxed);
-  set_state(page, lockid, word_leaving);
-  word.fetch_sub(mark + 1, std::memory_order_release);
-  set_state(page, lockid, word_none);
+  word_of(page, lockid).fetch_sub(taken, std::memory_order_release);
 }
 
+// Others, who know only the word, add 1 and take it off again while they try: that leaves the mark alone.
 bool dead_holds_word(LockPage& page, int lockid) {
-  const bool marked = (word_of(page, lockid).load() & mark) != 0;
-  return marked || page.sections[lockid].record.word_state == word_held;
+  return word_of(page, lockid).load() >= mark;
 }
 
 // The next holder of the mutex finishes what the dead one began. Every step may be repeated: if this process
@@ -60,11 +48,7 @@ void inherit(LockPage& page, int lockid, SlotHeir& heir) {
     store_release<std::int32_t>(&section.record.active, 0);
   }
   heir.wake(lockid);
-  if (dead_holds_word(page, lockid)) {
-    give_word_back(page, lockid);
-  } else {
-    set_state(page, lockid, word_none);
-  }
+  if (dead_holds_word(page, lockid)) give_word_back(page, lockid);
   pthread_mutex_consistent(&section.mutex);
 }
 
@@ -109,8 +93,8 @@ void Section::leave() {
 void Section::announce(const SectionRecord& record) {
   SectionRecord& target = page_.sections[lockid_].record;
   store_release<std::int32_t>(&target.active, 0);
-  target.pid = this_thread().pid;
-  target.tid = this_thread().tid;
+  target.pid = record.pid;
+  target.tid = record.tid;
   target.writers_holding = record.writers_holding;
   target.writers_waiting = record.writers_waiting;
   target.readers_holding = record.readers_holding;
