@@ -12,6 +12,7 @@
 
 #include "support/bank.h"
 #include "support/files.h"
+#include "support/settings.h"
 #include "support/shared.h"
 #include "support/texts.h"
 
@@ -28,7 +29,7 @@ class ManagerTest : public DatabaseTest {
   void SetUp() override {
     bank::Balances balances;
     for (int id = 0; id < base_accounts; ++id) balances[id] = opening_balance;
-    owner_ = bank::create(directory, balances);
+    owner_ = bank::create(directory, balances, 16 << 20);
     silence(owner_);
   }
   void TearDown() override {
@@ -193,6 +194,31 @@ TEST_F(ManagerTest, ThatIsKilledEndsTheRequestsUnderWayAndIsReplaced) {
   manager.emplace(directory);
   EXPECT_EQ(settled_amount(3), opening_balance) << "its transaction is rolled back by the next one";
   EXPECT_EQ(manager->terminate(), 0);
+}
+
+TEST_F(ManagerTest, MayBeKilledAtAnyMoment) {
+  std::minstd_rand random(announced_seed());
+  for (long kills = setting("CACHET_KILLS", 6); kills > 0; --kills) {
+    Manager manager(directory);
+    const auto client = [&](unsigned seed) {
+      return [&, seed](Gate& gate) {
+        Database db = manager.open();
+        gate.tell('o');
+        for (unsigned next = seed;; ++next) transact(db, next);
+        return 1;
+      };
+    };
+    Child first(client(static_cast<unsigned>(random())), Child::Output::captured);
+    Child second(client(static_cast<unsigned>(random())), Child::Output::captured);
+    ASSERT_TRUE(first.wait_for('o') && second.wait_for('o'));
+    for (auto looks = random() % 1000; looks > 0; --looks) sched_yield();
+    manager.process().kill();
+    EXPECT_EQ(first.exit_status(), 0);
+    EXPECT_EQ(second.exit_status(), 0);
+    ASSERT_TRUE(ZtClearDBWildTrans(owner_));
+    ASSERT_EQ(bank::total(bank::check_everything(owner_)), base_accounts * opening_balance);
+  }
+  Manager(directory).terminate();
 }
 
 TEST_F(ManagerTest, LeavesNothingWhenItIsTerminated) {
