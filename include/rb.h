@@ -150,7 +150,13 @@ struct Rb_keyfile {
 
 namespace cachet {
 struct StageLog;
-}
+
+// Addresses of this process that are kept for one database.
+struct AddressRange {
+  char* begin = nullptr;
+  std::int64_t bytes = 0;
+};
+}  // namespace cachet
 
 // One process's view of one database. Tree and allocator calls need nothing else of a handle.
 struct CACHET_API Rb_base {
@@ -173,6 +179,8 @@ struct CACHET_API Rb_base {
 
   // This process's own knowledge, behind the documented fields.
   ZTINT8 attached_bytes = 0;           // size of the flat space when it was attached
+  char* flat_begin = nullptr;          // of all segments, when they lie side by side
+  cachet::AddressRange range;          // where they lie, as far as there was room
   std::string absolute_path;           // base path of the key files, for their removal
   std::vector<Rb_keyfile> key_files;   // the file that each segment was attached through
   cachet::StageLog* stages = nullptr;  // while this handle's work is to survive its death (rb_stage.h)

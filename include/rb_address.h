@@ -14,6 +14,7 @@ inline constexpr std::int64_t segment_bytes = std::int64_t{1} << segment_bits;
 inline constexpr int slot_bits = 5;
 inline constexpr std::int64_t slot_bytes = std::int64_t{1} << slot_bits;
 inline constexpr std::int64_t page_bytes = 4096;
+inline constexpr std::int64_t huge_page_bytes = std::int64_t{1} << 21;
 
 constexpr std::int64_t value_of(FlatOffset offset) noexcept {
   return static_cast<std::int64_t>(offset);
@@ -30,8 +31,8 @@ constexpr std::int64_t round_up(std::int64_t value, std::int64_t step) noexcept 
 
 inline char* address_of(const Rb_base* base, FlatOffset offset) noexcept {
   const std::int64_t position = value_of(offset);
-  if (base->segmentcount == 1) [[likely]] {
-    return base->share_memory_begin[0] + position;
+  if (base->flat_begin != nullptr) [[likely]] {
+    return base->flat_begin + position;
   }
   return base->share_memory_begin[segment_of(position)] + (position & (segment_bytes - 1));
 }
@@ -44,13 +45,13 @@ inline Rb_node node_at(const Rb_base* base, std::uint32_t number) noexcept {
   return reinterpret_cast<Rb_node>(address_of(base, NodeNumber{number}));
 }
 
-// The offset of an address in several segments; 0 when it lies in none of them.
+// The offset of an address in segments that lie anywhere; 0 when it lies in none of them.
 CACHET_API FlatOffset offset_in_segments(const Rb_base* base, const char* address) noexcept;
 
 inline FlatOffset offset_of(const Rb_base* base, const void* address) noexcept {
   const char* const byte = static_cast<const char*>(address);
-  if (base->segmentcount == 1) [[likely]] {
-    return FlatOffset{byte - base->share_memory_begin[0]};
+  if (base->flat_begin != nullptr) [[likely]] {
+    return FlatOffset{byte - base->flat_begin};
   }
   return offset_in_segments(base, byte);
 }

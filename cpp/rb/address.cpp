@@ -1,6 +1,6 @@
-// Addresses to flat offsets in a database of several segments.
+// Addresses to flat offsets in a database whose segments do not lie side by side in their order.
 //
-// Segments may be mapped side by side in any order, so the byte behind one segment can be the first byte of
+// They may still lie side by side in another one, so the byte behind one segment can be the first byte of
 // another: an address strictly inside a segment is resolved first, the inclusive end of a segment only when
 // none contains it.
 #include "rb.h"

@@ -17,19 +17,6 @@ Rb_keyfile identity(const struct stat& status) {
   return {status.st_dev, status.st_ino};
 }
 
-// The base path in the header of a segment 0 that is not attached; none when it does not look like one.
-std::optional<std::string> base_path_in(int id) {
-  const auto status = segment_status(id);
-  if (!status || status->bytes < static_cast<std::int64_t>(sizeof(Rb_memory))) return std::nullopt;
-  void* const address = shmat(id, nullptr, SHM_RDONLY);
-  if (address == reinterpret_cast<void*>(-1)) return std::nullopt;
-  std::array<char, sizeof(Rb_memory::name)> name{};
-  std::memcpy(name.data(), address, name.size());
-  shmdt(address);
-  if (std::memchr(name.data(), 0, name.size()) == nullptr || name[0] == 0) return std::nullopt;
-  return std::string(name.data());
-}
-
 }  // namespace
 
 std::string key_file_path(const std::string& base_path, int index) {
@@ -61,12 +48,41 @@ bool remove_if_unattached(int id) {
   return status && status->attachments == 0 && shmctl(id, IPC_RMID, nullptr) == 0;
 }
 
-bool belongs_to_other_file(int id, key_t key, const Rb_keyfile& own_file) {
-  const auto base_path = base_path_in(id);
-  if (!base_path) return false;
-  const std::string path = key_file_path(*base_path, 0);
+HeaderProbe::HeaderProbe(int id) {
+  const auto status = segment_status(id);
+  if (!status || status->bytes < static_cast<std::int64_t>(sizeof(Rb_memory))) return;
+  void* const address = shmat(id, nullptr, SHM_RDONLY);
+  if (address != reinterpret_cast<void*>(-1)) header_ = static_cast<const Rb_memory*>(address);
+}
+
+HeaderProbe::~HeaderProbe() {
+  let_go();
+}
+
+void HeaderProbe::let_go() {
+  if (header_ != nullptr) shmdt(header_);
+  header_ = nullptr;
+}
+
+std::int64_t HeaderProbe::flat_bytes() const {
+  return header_ != nullptr ? load_relaxed<ZTINT8>(&header_->size) : 0;
+}
+
+bool HeaderProbe::belongs_to_other_file(key_t key, const Rb_keyfile& own_file) const {
+  const auto other_path = base_path();
+  if (!other_path) return false;
+  const std::string path = key_file_path(*other_path, 0);
   const auto file = key_file_at(path);
   return file && *file != own_file && ftok(path.c_str(), segment_key_id) == key;
+}
+
+// None when the segment does not look like a header.
+std::optional<std::string> HeaderProbe::base_path() const {
+  if (header_ == nullptr) return std::nullopt;
+  std::array<char, sizeof(Rb_memory::name)> name{};
+  std::memcpy(name.data(), header_->name, name.size());
+  if (std::memchr(name.data(), 0, name.size()) == nullptr || name[0] == 0) return std::nullopt;
+  return std::string(name.data());
 }
 
 bool clear_leftover(key_t key, int index, const Rb_keyfile& own_file) {
@@ -75,7 +91,7 @@ bool clear_leftover(key_t key, int index, const Rb_keyfile& own_file) {
   const auto status = segment_status(id);
   if (!status) return true;
   if (status->attachments != 0) return false;
-  if (index == 0 && belongs_to_other_file(id, key, own_file)) return false;
+  if (index == 0 && HeaderProbe(id).belongs_to_other_file(key, own_file)) return false;
   return remove_if_unattached(id);
 }
 

@@ -32,8 +32,28 @@ std::optional<SegmentStatus> segment_status(int id);
 // Removes the segment if nobody is attached to it; true when it did.
 bool remove_if_unattached(int id);
 
-// Whether segment 0 belongs to another database, one whose key file is a different file with this very key.
-bool belongs_to_other_file(int id, key_t key, const Rb_keyfile& own_file);
+// What the header in a segment 0 says, before it is attached for good. Attached read-only and anywhere until it is
+// destroyed: whoever wants to keep the segment attaches it before, since a segment that nobody is attached to may be
+// removed at any moment.
+class HeaderProbe {
+ public:
+  explicit HeaderProbe(int id);
+  ~HeaderProbe();
+  HeaderProbe(const HeaderProbe&) = delete;
+  HeaderProbe& operator=(const HeaderProbe&) = delete;
+  // Detaches early; there is no header behind it.
+  void let_go();
+
+  // The size of the whole database as it stands there, unchecked; 0 when the segment cannot be looked at.
+  std::int64_t flat_bytes() const;
+  // Whether it belongs to another database, one whose key file is a different file with this very key.
+  bool belongs_to_other_file(key_t key, const Rb_keyfile& own_file) const;
+
+ private:
+  std::optional<std::string> base_path() const;
+
+  const Rb_memory* header_ = nullptr;
+};
 
 // Clears the way for a new segment with this key: removes an unattached leftover, whatever its size. False
 // when it is in use, or when segment 0 belongs to another database, one whose key file is a different file

@@ -14,6 +14,7 @@
 #include "base/file.h"
 #include "base/messages.h"
 #include "rb.h"
+#include "rb/address_range.h"
 #include "rb/attachments.h"
 #include "rb/key_file.h"
 
@@ -56,18 +57,25 @@ bool is_valid_size(std::int64_t size_bytes) {
          size_bytes <= RB_MAX_SEGMENTS * segment_bytes;
 }
 
+// In the handle's range if that goes, else wherever the system puts it.
+char* attach_anyhow(Rb_base* base, int id, int flags) {
+  if (char* const address = attach_in_range(base->range, base->segmentcount, id, flags)) return address;
+  void* const address = shmat(id, nullptr, flags);
+  return address == reinterpret_cast<void*>(-1) ? nullptr : static_cast<char*>(address);
+}
+
 // Attaches segment `id` as the handle's next one.
 std::optional<Failed> attach(const Attempt& attempt, int id, const std::string& path,
                              const Rb_keyfile& file) {
   Rb_base* const base = attempt.base;
   base->mshid.push_back(id);
   base->key_files.push_back(file);
-  void* const address = shmat(id, nullptr, attempt.writable ? 0 : SHM_RDONLY);
-  if (address == reinterpret_cast<void*>(-1)) {
+  char* const address = attach_anyhow(base, id, attempt.writable ? 0 : SHM_RDONLY);
+  if (address == nullptr) {
     return attempt.fail(CleanUp::always, message::map_file_failed, path.c_str(), errno);
   }
-  base->share_memory_begin[base->segmentcount++] = static_cast<char*>(address);
-  attachments::add(static_cast<char*>(address), id, base->absolute_path, file, attempt.writable);
+  base->share_memory_begin[base->segmentcount++] = address;
+  attachments::add(address, id, base->absolute_path, file, attempt.writable);
   return std::nullopt;
 }
 
@@ -116,9 +124,16 @@ std::optional<Failed> open_segment(const Attempt& attempt, int index, std::int64
   const int id = shmget(key, 0, 0666);
   if (id < 0) return attempt.fail(CleanUp::unless_first, message::open_segment_failed_2, path.c_str(), errno);
   const auto status = segment_status(id);
-  if (!status || status->bytes < least_bytes || (index == 0 && belongs_to_other_file(id, key, *file))) {
+  const auto refused = [&] {
     return attempt.fail(CleanUp::unless_first, message::open_segment_failed_2, path.c_str(), EINVAL);
-  }
+  };
+  if (!status || status->bytes < least_bytes) return refused();
+  if (index != 0) return attach(attempt, id, path, *file);
+  HeaderProbe header(id);
+  if (header.belongs_to_other_file(key, *file)) return refused();
+  if (is_valid_size(header.flat_bytes())) attempt.base->range = reserve_addresses(header.flat_bytes());
+  // Addresses are scarce then: there may not be enough for the segment twice.
+  if (attempt.base->range.bytes == 0) header.let_go();
   return attach(attempt, id, path, *file);
 }
 
@@ -150,11 +165,33 @@ std::optional<Failed> open_first_segment(const Attempt& attempt) {
   return std::nullopt;
 }
 
+// Notes whether one base leads to every position.
+void settle_addresses(Rb_base* base) {
+  char* const begin = base->share_memory_begin[0];
+  bool side_by_side = true;
+  for (int index = 1; index < base->segmentcount; ++index) {
+    side_by_side = side_by_side && base->share_memory_begin[index] == begin + index * segment_bytes;
+  }
+  base->flat_begin = side_by_side ? begin : nullptr;
+}
+
 bool give_up(const Attempt& attempt, int index, const Failed& failed) {
   const bool close =
       failed.clean_up == CleanUp::always || (failed.clean_up == CleanUp::unless_first && index > 0);
   if (close) Rb_closesharememory(attempt.base, 0);
+  if (attempt.base->segmentcount == 0) give_back(attempt.base->range);
   return false;
+}
+
+void detach_all(Rb_base* base) {
+  const AddressRange range = base->range;
+  const bool given_back = give_back(base->range);
+  for (int index = 0; index < base->segmentcount; ++index) {
+    char* const address = base->share_memory_begin[index];
+    if (!given_back || !contains(range, address)) shmdt(address);
+    attachments::forget(address);
+  }
+  base->flat_begin = nullptr;
 }
 
 // Takes over the process's first attachments. They are this handle's to read, not to detach.
@@ -178,6 +215,7 @@ bool reuse_segments(const Attempt& attempt) {
     return false;
   }
   for (int index = 1; index < count; ++index) take(index);
+  settle_addresses(base);
   return true;
 }
 
@@ -203,6 +241,7 @@ bool Rb_createsharememory(Rb_base* base, const char* name, const char* version, 
   base->mode = mode;
   base->attached_bytes = size;
   base->absolute_path = absolute_path(name);
+  base->range = reserve_addresses(size);
   const int count = segments_for(size);
   for (int index = 0; index < count; ++index) {
     if (const auto failed = create_segment(attempt, index, size)) return give_up(attempt, index, *failed);
@@ -211,6 +250,7 @@ bool Rb_createsharememory(Rb_base* base, const char* name, const char* version, 
       write_header(base, attempt.name, version, size);
     }
   }
+  settle_addresses(base);
   return true;
 }
 
@@ -227,15 +267,13 @@ bool Rb_opensharememory(Rb_base* base, const char* name, int mode, int reuse_shm
     const auto failed = open_segment(attempt, index, bytes_of_segment(base->attached_bytes, index));
     if (failed) return give_up(attempt, index, *failed);
   }
+  settle_addresses(attempt.base);
   return true;
 }
 
 void Rb_closesharememory(Rb_base* base, int reuse_shmmap) {
   if (reuse_shmmap != 0) return;
-  for (int index = 0; index < base->segmentcount; ++index) {
-    shmdt(base->share_memory_begin[index]);
-    attachments::forget(base->share_memory_begin[index]);
-  }
+  detach_all(base);
   // Decided after the own detach, segment by segment; a name may belong to somebody else's file by now.
   for (std::size_t index = 0; index < base->mshid.size(); ++index) {
     if (!remove_if_unattached(base->mshid[index])) continue;

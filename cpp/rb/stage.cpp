@@ -35,12 +35,12 @@ void Stage::publish(StageLog& log, std::uint32_t resume_at) const {
   record.count = static_cast<std::uint16_t>(count_);
   record.step = base_->stage_step;
   record.resume_at = resume_at;
-  const bool one_segment = base_->segmentcount == 1;  // asked once for all stores
-  const char* const first_byte = base_->share_memory_begin[0];
+  const char* const flat_begin = base_->flat_begin;  // asked once for all stores
   for (int index = 0; index < count_; ++index) {
     const Change& change = changes_[index];
     const auto* const address = static_cast<const char*>(change.address);
-    record.stores[index].offset = one_segment ? address - first_byte : value_of(offset_of(base_, address));
+    record.stores[index].offset =
+        flat_begin != nullptr ? address - flat_begin : value_of(offset_of(base_, address));
     record.stores[index].value = change.value;
     record.stores[index].width_bytes = change.width_bytes;
   }
