@@ -9,6 +9,7 @@
 
 #include "cachet.h"
 #include "rb.h"
+#include "rb_insert.h"
 #include "rwlock.h"
 #include "rwspinlock.h"
 #include "shmrecordcopyset.h"
@@ -176,6 +177,7 @@ namespace cachet {
 struct IndexPlace {
   Rb_node node = nullptr;
   bool found = false;
+  Separator separator;  // for the internal node that is made when the key enters there
 };
 }  // namespace cachet
 

@@ -2,6 +2,7 @@
 // differ in which of its neighbours the walk begins and ends at.
 #include "cache/cursor.h"
 #include "cache/error.h"
+#include "cache/index_search.h"
 #include "cache/snapshot.h"
 
 using namespace cachet;
@@ -13,16 +14,19 @@ namespace {
 class Search {
  public:
   Search(ZtDbHandle database, ZtConditionHandle condition)
-      : base_(&database->base),
+      : database_(database),
+        base_(&database->base),
         condition_(condition),
-        head_(database->database[static_cast<std::size_t>(condition->tableid)]
-                  .indexs[static_cast<std::size_t>(condition->indexid)]) {}
+        table_(database->database[static_cast<std::size_t>(condition->tableid)]),
+        head_(table_.indexs[static_cast<std::size_t>(condition->indexid)]) {}
 
   // False when no key satisfies the operator.
   bool run() {
-    int found = 0;
-    node_ = rb_find_gkey_n(base_, head_, &condition_->indexitem, ZtComp, &found);
-    found_ = found != 0;
+    const auto indexid = static_cast<std::size_t>(condition_->indexid);
+    const SearchKey key(table_, indexid, &condition_->indexitem);
+    const IndexPlace place = find_in_index(database_, table_, indexid, key);
+    node_ = place.node;
+    found_ = place.found;
     switch (condition_->op) {
       case ZT_OP_LESS:
         return up_to(found_ ? neighbour(base_, flink_of(node_)) : node_);
@@ -66,8 +70,10 @@ class Search {
     return true;
   }
 
+  ZtDbHandle database_;
   Rb_base* base_;
   ZtConditionHandle condition_;
+  const ZtTable& table_;
   Rb_node head_;
   Rb_node node_ = nullptr;
   bool found_ = false;

@@ -1,0 +1,156 @@
+#include "cache/index_search.h"
+
+#include "accelerate/descent.h"
+#include "cache/key_fields.h"
+
+namespace cachet {
+
+namespace {
+
+// The keys of an index's tree, compared with one searched key.
+template <bool checked>
+class StoredKeys {
+ public:
+  StoredKeys(Rb_base* base, const SearchKey& key) : base_(base), key_(&key) {}
+
+  Comparison compare(Rb_node external) const {
+    const KeyBytes& searched = key_->bytes();
+    KeyBytes stored;
+    if (searched.size() == 0 || !bytes_of(external, stored)) return {compare_fields(external), 0};
+    const unsigned shared = searched.mismatch(stored);
+    if (shared < searched.size() && shared < stored.size()) {
+      return {searched[shared] < stored[shared] ? 1 : -1, shared};
+    }
+    const bool is_equal = shared == searched.size() && searched.is_whole();
+    return {is_equal ? 0 : compare_fields(external), shared};
+  }
+
+  // False when a writer has overtaken this handle there.
+  bool bytes_of(Rb_node external, KeyBytes& bytes) const {
+    const std::int64_t offset = key_offset_of(external);
+    if (checked && !is_data(base_, offset, 1)) return false;
+    const KeyFields fields(base_, address_of(base_, FlatOffset{offset}));
+    if (!fields.readable()) return false;
+    bool whole = true;
+    for (int index = 0; whole && index < fields.count(); ++index) {
+      const Value value = fields.value(index);
+      if (value.data == nullptr) return false;
+      whole = bytes.append(fields.type(index), value.data, value.length);
+    }
+    bytes.finish(whole);
+    return true;
+  }
+
+ private:
+  int compare_fields(Rb_node external) const {
+    const std::int64_t offset = key_offset_of(external);
+    if (checked && !is_data(base_, offset, 1)) return -1;
+    return ZtComp(base_, key_->item(), address_of(base_, FlatOffset{offset}));
+  }
+
+  Rb_base* base_;
+  const SearchKey* key_;
+};
+
+// The keys of a record-id tree.
+template <bool checked>
+class StoredIds {
+ public:
+  StoredIds(Rb_base* base, ZtListItem* searched) : base_(base), searched_(searched) {}
+
+  Comparison compare(Rb_node external) const {
+    const std::int64_t offset = key_offset_of(external);
+    if (checked && !is_data(base_, offset, sizeof(ZtListItem))) return {-1, 0};
+    return {ZtComp2(base_, searched_, address_of(base_, FlatOffset{offset})), 0};
+  }
+  // No separator of this tree skips a byte.
+  static bool bytes_of(Rb_node, KeyBytes&) { return false; }
+
+ private:
+  Rb_base* base_;
+  ZtListItem* searched_;
+};
+
+KeyBytes bytes_of_id(ZTINT8 recordid) {
+  KeyBytes bytes;
+  bytes.finish(bytes.append(FIELD_INT8, reinterpret_cast<const char*>(&recordid), sizeof recordid));
+  return bytes;
+}
+
+template <bool checked>
+using IndexDescent = Descent<checked, StoredKeys<checked>>;
+
+template <class Descent>
+IndexPlace go_down(Descent& descent) {
+  if (descent.begin()) {
+    while (descent.step()) {
+    }
+  }
+  return {descent.node(), descent.found(), {}};
+}
+
+template <bool checked>
+IndexPlace search(Rb_base* base, Rb_node head, const SearchKey& key, bool for_entry) {
+  IndexDescent<checked> descent(base, head, key.bytes(), StoredKeys<checked>(base, key));
+  IndexPlace place = go_down(descent);
+  if (for_entry && !place.found) place.separator = descent.separator_for_entry();
+  return place;
+}
+
+template <bool checked>
+IndexPlace search_id(Rb_base* base, Rb_node head, ZtListItem* wanted) {
+  const KeyBytes bytes = bytes_of_id(wanted->recordid);
+  Descent<checked, StoredIds<checked>> descent(base, head, bytes, StoredIds<checked>(base, wanted));
+  return go_down(descent);
+}
+
+IndexPlace search_plainly(Rb_base* base, Rb_node head, void* key, Rb_compare compare) {
+  int found = 0;
+  const Rb_node node = rb_find_gkey_n(base, head, key, compare, &found);
+  return {node, found != 0, {}};
+}
+
+}  // namespace
+
+SearchKey::SearchKey(const ZtTable& table, std::size_t indexid, ZtIndexItem* item) : item_(item) {
+  if constexpr (!features::separators) return;
+  const std::vector<int>& fields = table.indexdescrible[indexid].indexdescrible;
+  bool whole = true;
+  for (std::size_t index = 0; whole && static_cast<int>(index) < item->point; ++index) {
+    const ZtIndexField& given = item->index[index];
+    whole = index < fields.size() &&
+            given.type == table.fielddescrible[static_cast<std::size_t>(fields[index])].type &&
+            bytes_.append(given.type, given.data, static_cast<unsigned short>(given.length));
+  }
+  bytes_.finish(whole);
+}
+
+IndexPlace find_in_index(ZtDb* database, const ZtTable& table, std::size_t indexid, const SearchKey& key) {
+  Rb_base* const base = &database->base;
+  const Rb_node head = table.indexs[indexid];
+  if constexpr (!features::separators) return search_plainly(base, head, key.item(), ZtComp);
+  constexpr bool for_entry = false;
+  return checks_links(base) ? search<true>(base, head, key, for_entry)
+                            : search<false>(base, head, key, for_entry);
+}
+
+IndexPlace find_place_in_index(ZtDb* database, const ZtTable& table, std::size_t indexid,
+                               const SearchKey& key) {
+  const Rb_node head = table.indexs[indexid];
+  if constexpr (!features::separators) return search_plainly(&database->base, head, key.item(), ZtComp);
+  return search<false>(&database->base, head, key, true);
+}
+
+IndexPlace find_record_id(ZtDb* database, const ZtTable& table, ZTINT8 recordid) {
+  Rb_base* const base = &database->base;
+  ZtListItem wanted{recordid, 0};
+  if constexpr (!features::separators) return search_plainly(base, table.listindex, &wanted, ZtComp2);
+  return checks_links(base) ? search_id<true>(base, table.listindex, &wanted)
+                            : search_id<false>(base, table.listindex, &wanted);
+}
+
+Separator separator_of(ZTINT8 recordid) {
+  return bytes_of_id(recordid).separator(0);
+}
+
+}  // namespace cachet
