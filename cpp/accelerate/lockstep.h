@@ -15,7 +15,8 @@ inline constexpr std::size_t lockstep_width = 16;
 
 // Runs the first `count` descents to their ends.
 template <class Descent>
-void go_down_together(std::array<std::optional<Descent>, lockstep_width>& descents, std::size_t count) noexcept {
+void go_down_together(std::array<std::optional<Descent>, lockstep_width>& descents,
+                      std::size_t count) noexcept {
   std::array<Descent*, lockstep_width> active;
   std::size_t left = 0;
   for (std::size_t index = 0; index < count; ++index) {

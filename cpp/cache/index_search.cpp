@@ -1,6 +1,7 @@
 #include "cache/index_search.h"
 
 #include "accelerate/descent.h"
+#include "cache/key.h"
 #include "cache/key_fields.h"
 
 namespace cachet {
@@ -97,6 +98,44 @@ IndexPlace search(Rb_base* base, Rb_node head, const SearchKey& key, bool for_en
   return place;
 }
 
+// The search keys of one round, and the searches for them.
+template <bool checked>
+class Round {
+ public:
+  explicit Round(Rb_base* base) : base_(base) {}
+
+  void add(const ZtTable& table, std::size_t indexid, ZtIndexItem* item) {
+    const SearchKey& key = keys_[count_].emplace(table, indexid, item);
+    descents_[count_++].emplace(base_, table.indexs[indexid], key.bytes(), StoredKeys<checked>(base_, key));
+  }
+  void run() { go_down_together(descents_, count_); }
+  IndexPlace place(std::size_t index) const {
+    return {descents_[index]->node(), descents_[index]->found(), {}};
+  }
+  IndexPlace place_for_entry(std::size_t index) {
+    IndexPlace found = place(index);
+    if (features::separators && !found.found) found.separator = descents_[index]->separator_for_entry();
+    return found;
+  }
+
+ private:
+  Rb_base* base_;
+  std::size_t count_ = 0;
+  std::array<std::optional<SearchKey>, lockstep_width> keys_;
+  std::array<std::optional<IndexDescent<checked>>, lockstep_width> descents_;
+};
+
+template <bool checked>
+void search_all(Rb_base* base, const ZtTable& table, const ZtConditionHandle* conditions, std::size_t count,
+                std::array<IndexPlace, lockstep_width>& places) {
+  Round<checked> round(base);
+  for (std::size_t index = 0; index < count; ++index) {
+    round.add(table, static_cast<std::size_t>(conditions[index]->indexid), &conditions[index]->indexitem);
+  }
+  round.run();
+  for (std::size_t index = 0; index < count; ++index) places[index] = round.place(index);
+}
+
 template <bool checked>
 IndexPlace search_id(Rb_base* base, Rb_node head, ZtListItem* wanted) {
   const KeyBytes bytes = bytes_of_id(wanted->recordid);
@@ -139,6 +178,43 @@ IndexPlace find_place_in_index(ZtDb* database, const ZtTable& table, std::size_t
   const Rb_node head = table.indexs[indexid];
   if constexpr (!features::separators) return search_plainly(&database->base, head, key.item(), ZtComp);
   return search<false>(&database->base, head, key, true);
+}
+
+void find_in_indexes(ZtDb* database, const ZtTable& table, const ZtConditionHandle* conditions,
+                     std::size_t count, std::array<IndexPlace, lockstep_width>& places) {
+  if constexpr (features::interleaving) {
+    checks_links(&database->base) ? search_all<true>(&database->base, table, conditions, count, places)
+                                  : search_all<false>(&database->base, table, conditions, count, places);
+  } else {
+    for (std::size_t index = 0; index < count; ++index) {
+      const auto indexid = static_cast<std::size_t>(conditions[index]->indexid);
+      const SearchKey key(table, indexid, &conditions[index]->indexitem);
+      places[index] = find_in_index(database, table, indexid, key);
+    }
+  }
+}
+
+void find_places_in_indexes(ZtDb* database, const ZtTable& table, ZtRecord* row,
+                            std::vector<IndexPlace>& places) {
+  places.resize(table.indexs.size());
+  constexpr std::size_t width = features::interleaving ? 4 : 1;
+  for (std::size_t first = 0; first < places.size(); first += width) {
+    std::array<std::optional<RowKey>, width> fields;
+    const std::size_t count = std::min(places.size() - first, width);
+    if constexpr (features::interleaving) {
+      Round<false> round(&database->base);
+      for (std::size_t index = 0; index < count; ++index) {
+        const std::size_t id = first + index;
+        round.add(table, id, fields[index].emplace(table, table.indexdescrible[id], row).item());
+      }
+      round.run();
+      for (std::size_t index = 0; index < count; ++index)
+        places[first + index] = round.place_for_entry(index);
+    } else {
+      ZtIndexItem* const item = fields[0].emplace(table, table.indexdescrible[first], row).item();
+      places[first] = find_place_in_index(database, table, first, SearchKey(table, first, item));
+    }
+  }
 }
 
 IndexPlace find_record_id(ZtDb* database, const ZtTable& table, ZTINT8 recordid) {

@@ -3,6 +3,7 @@
 #define CACHET_CPP_CACHE_INDEX_SEARCH_H
 
 #include "accelerate/key_bytes.h"
+#include "accelerate/lockstep.h"
 #include "base/features.h"
 #include "caches.h"
 
@@ -31,6 +32,14 @@ IndexPlace find_in_index(ZtDb* database, const ZtTable& table, std::size_t index
 // The same for a key that is about to enter the tree: `separator` is set.
 IndexPlace find_place_in_index(ZtDb* database, const ZtTable& table, std::size_t indexid,
                                const SearchKey& key);
+
+// find_in_index for the keys of up to lockstep_width conditions, at the same time.
+void find_in_indexes(ZtDb* database, const ZtTable& table, const ZtConditionHandle* conditions,
+                     std::size_t count, std::array<IndexPlace, lockstep_width>& places);
+
+// find_place_in_index of a row's keys in all indexes of its table, at the same time.
+void find_places_in_indexes(ZtDb* database, const ZtTable& table, ZtRecord* row,
+                            std::vector<IndexPlace>& places);
 
 // The same for the record-id tree of a table: like rb_find_gkey_n with ZtComp2.
 IndexPlace find_record_id(ZtDb* database, const ZtTable& table, ZTINT8 recordid);

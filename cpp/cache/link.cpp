@@ -108,10 +108,7 @@ bool take_for_index(Fronts& fronts, Rb_base* base, const ZtTable& table, std::si
 }  // namespace
 
 void find_places(ZtDbHandle database, ZtTable& table, ZtRecord* row) {
-  database->index_places.resize(table.indexs.size());
-  for (std::size_t id = 0; id < table.indexs.size(); ++id) {
-    database->index_places[id] = place_in_index(database, table, id, row);
-  }
+  find_places_in_indexes(database, table, row, database->index_places);
 }
 
 bool conflicts(ZtDbHandle database, const ZtTable& table) {
