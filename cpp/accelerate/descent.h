@@ -40,8 +40,9 @@ class Descent {
         stored_(stored),
         head_(head),
         node_(head),
-        window_(key.window(0)),
-        tracks_(key.ordered() > Separator::window_bytes) {}
+        tracks_(key.ordered() > Separator::window_bytes) {
+    expect(0);
+  }
 
   // Looks at the tree's ends. False when the search has ended already.
   bool begin() noexcept {
@@ -58,16 +59,20 @@ class Descent {
   }
 
   // Goes down one level. False when the search has ended.
-  bool step() noexcept {
+  [[gnu::always_inline]] bool step() noexcept {
     if (!is(node_, RB_INTERNAL)) return false;
-    const std::uint32_t lext = lext_of(node_);
-    if (checked && (depth_++ == max_depth || !reach_.node(lext))) return false;
-    const int order = order_at(lext);
-    if (order == 0) return end(node_at(base_, lext), true);
-    const std::uint32_t child = child_of(node_, order < 0);
-    if (!may_follow(child)) return false;
-    node_ = node_at(base_, child);
-    return true;
+    int order = 0;
+    if (const SeparatorBytes separator(node_); features::separators && separator.header() == header_)
+        [[likely]] {
+      const std::uint64_t window = separator.window();
+      if (window == window_) return step_at_equal_window();
+      order = window_ < window ? 1 : -1;
+      if (tracks_) note(order, skip_ + static_cast<unsigned>(std::countl_zero(window_ ^ window)) / 8);
+    } else {
+      order = order_at_other_separator(separator);
+      if (order == 0) return false;
+    }
+    return go_to_child(order);
   }
 
   // Where it has got to: the result, when it has ended.
@@ -94,25 +99,70 @@ class Descent {
     return false;
   }
 
-  int order_at(std::uint32_t lext) noexcept {
-    if (const SeparatorBytes separator(node_); features::separators && separator.is_for(key_.first_type())) {
+  // Separators with this header can be compared window by window: they skip what is known to be shared, and have as
+  // many bytes of their key as there are of the searched one.
+  void expect(unsigned skip) noexcept {
+    skip_ = skip;
+    window_ = key_.window(skip);
+    const Separator own = key_.separator(skip);
+    header_ = own.count == 0 ? no_header : SeparatorBytes::header_of(own);
+    equal_windows_decide_ = key_.is_whole() && key_.size() == skip + own.count;
+  }
+
+  [[gnu::noinline]] bool step_at_equal_window() noexcept {
+    const int order = equal_windows_decide_ ? 0 : order_of_greatest_left();
+    return order == 0 ? end_at_greatest_left() : go_to_child(order);
+  }
+
+  // 0 when the search has ended, which is noted already.
+  [[gnu::noinline]] int order_at_other_separator(const SeparatorBytes& separator) noexcept {
+    if (features::separators && separator.is_for(key_.first_type()) && shares(separator.skip())) {
       const unsigned skip = separator.skip();
-      if (skip == 0 || shares(skip)) {
-        const std::uint64_t window = skip == 0 ? window_ : key_.window(skip);
-        const std::uint64_t different = window ^ separator.window();
-        const unsigned valid = std::min(separator.count(), key_.size() - skip);
-        // Both windows end in zeros, but a byte that only one of them has does not decide.
-        if (valid != 0 && different >> (64 - 8 * valid) != 0) {
-          const int order = window < separator.window() ? 1 : -1;
-          if (tracks_) note(order, skip + static_cast<unsigned>(std::countl_zero(different)) / 8);
-          return order;
-        }
-        if (key_.is_whole() && key_.size() != 0 && key_.size() <= skip + separator.count()) return 0;
+      if (skip > skip_ && skip < key_.size()) expect(skip);
+      const std::uint64_t searched = key_.window(skip);
+      const std::uint64_t different = searched ^ separator.window();
+      const unsigned valid = std::min(separator.count(), key_.size() - skip);
+      // A byte that only one of the two has does not decide.
+      if (valid != 0 && different >> (64 - 8 * valid) != 0) {
+        const int order = searched < separator.window() ? 1 : -1;
+        note(order, skip + static_cast<unsigned>(std::countl_zero(different)) / 8);
+        return order;
+      }
+      if (key_.is_whole() && key_.size() != 0 && key_.size() <= skip + separator.count()) {
+        end_at_greatest_left();
+        return 0;
       }
     }
+    const int order = order_of_greatest_left();
+    if (order == 0) end_at_greatest_left();
+    return order;
+  }
+
+  // Compares with the key itself. A link that leads nowhere ends the search at this node.
+  int order_of_greatest_left() noexcept {
+    const std::uint32_t lext = lext_of(node_);
+    if (checked && !reach_.node(lext)) return give_up();
     const Comparison comparison = stored_.compare(node_at(base_, lext));
-    if (tracks_) note(comparison.order, comparison.shared);
+    if (tracks_ && comparison.order != 0) note(comparison.order, comparison.shared);
     return comparison.order;
+  }
+
+  int give_up() noexcept {
+    has_given_up_ = true;
+    return 0;
+  }
+
+  bool end_at_greatest_left() noexcept {
+    const std::uint32_t lext = lext_of(node_);
+    if (has_given_up_ || (checked && !reach_.node(lext))) return false;
+    return end(node_at(base_, lext), true);
+  }
+
+  [[gnu::always_inline]] bool go_to_child(int order) noexcept {
+    const std::uint32_t child = child_of(node_, order < 0);
+    if (checked && (depth_++ == max_depth || !reach_.node(child))) return false;
+    node_ = node_at(base_, child);
+    return true;
   }
 
   // A key that the searched one belongs behind (`order` > 0) or before is the nearest one to its left or right now.
@@ -129,6 +179,7 @@ class Descent {
 
   // Whether everything below this node shares `skip` bytes with the searched key.
   bool shares(unsigned skip) noexcept {
+    if (skip == 0) return true;
     if (skip > right_shared_) return false;
     if (!left_is_known_) note(1, shared_with_first());
     return skip <= left_shared_;
@@ -153,6 +204,7 @@ class Descent {
   }
 
   static constexpr unsigned longest_seen = 63;
+  static constexpr std::uint32_t no_header = ~std::uint32_t{0};
 
   const Rb_base* base_;
   Reach reach_;
@@ -160,7 +212,9 @@ class Descent {
   Stored stored_;
   Rb_node head_;
   Rb_node node_;
-  std::uint64_t window_;
+  std::uint64_t window_ = 0;  // of the searched key, behind `skip_` bytes of it
+  std::uint32_t header_ = 0;  // of the separators it compares with directly
+  unsigned skip_ = 0;
   std::uint64_t lengths_seen_ = 0;  // bit n: some key on the way shares n bytes with the searched one
   unsigned left_shared_ = 0;
   unsigned right_shared_ = 0;
@@ -168,6 +222,8 @@ class Descent {
   int depth_ = 0;
   bool tracks_;  // the searched key is long enough for separators that skip bytes
   bool left_is_known_ = false;
+  bool equal_windows_decide_ = false;
+  bool has_given_up_ = false;
   bool found_ = false;
 };
 

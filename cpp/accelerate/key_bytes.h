@@ -61,12 +61,16 @@ class KeyBytes {
   unsigned char operator[](unsigned at) const noexcept { return bytes_[at]; }
 
  private:
+  static std::uint8_t reversed(std::uint8_t number) noexcept { return number; }
+  static std::uint16_t reversed(std::uint16_t number) noexcept { return __builtin_bswap16(number); }
+  static std::uint32_t reversed(std::uint32_t number) noexcept { return __builtin_bswap32(number); }
+  static std::uint64_t reversed(std::uint64_t number) noexcept { return __builtin_bswap64(number); }
+
   template <class T>
   bool put(T number) noexcept {
     if (size_ + sizeof(T) > capacity) return false;
-    for (std::size_t byte = 0; byte < sizeof(T); ++byte) {
-      bytes_[size_ + byte] = static_cast<unsigned char>(number >> 8 * (sizeof(T) - 1 - byte));
-    }
+    const auto most_significant_first = reversed(number);
+    std::memcpy(bytes_ + size_, &most_significant_first, sizeof number);
     size_ += sizeof(T);
     return true;
   }

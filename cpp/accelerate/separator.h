@@ -10,7 +10,7 @@
 //
 //   window   bytes `skip` to `skip` + 7 of the key, most significant first
 //   type     type code of the key's first field, in the upper half of its byte
-//   count    how many bytes of the window are the key's, 1 to 8, in the lower half
+//   count    how many bytes of the window are the key's, 1 to 8, in the lower half; the others are zeros
 //   tag      version of this encoding; every other value (0 is what a plain writer leaves) means: no separator
 //
 // What must stay true:
@@ -42,6 +42,12 @@ class SeparatorBytes {
   bool is_for(unsigned type) const noexcept {
     return ((rest_ >> 28) & 0xfff) == (separator_version << 4 | type) && count() - 1U < 8U;
   }
+  // Skip, type, count and tag, as one number.
+  std::uint32_t header() const noexcept { return (rest_ >> 16) & 0xffffff; }
+  static std::uint32_t header_of(const Separator& separator) noexcept {
+    return separator.skip | static_cast<std::uint32_t>(separator.type << 4 | separator.count) << 8 |
+           static_cast<std::uint32_t>(separator_version << 16);
+  }
   unsigned skip() const noexcept { return static_cast<std::uint8_t>(rest_ >> 16); }
   unsigned count() const noexcept { return (rest_ >> 24) & 0xf; }
   std::uint64_t window() const noexcept {
@@ -59,11 +65,9 @@ inline void write_separator(Rb_node node, const Separator& separator) noexcept {
   char* const bytes = reinterpret_cast<char*>(node);
   const std::uint64_t window = __builtin_bswap64(separator.window);
   const std::uint64_t kept = load_unaligned<std::uint64_t>(bytes + 24) & 0xff;
-  const std::uint64_t type_and_count = separator.type << 4 | separator.count;
+  const std::uint64_t header = SeparatorBytes::header_of(separator);
   store_unaligned<std::uint32_t>(bytes + 17, static_cast<std::uint32_t>(window));
-  store_unaligned<std::uint64_t>(bytes + 24, kept | window >> 56 << 8 | std::uint64_t{separator.skip} << 16 |
-                                                 type_and_count << 24 | separator_version << 32 |
-                                                 (window >> 32 & 0xffffff) << 40);
+  store_unaligned<std::uint64_t>(bytes + 24, kept | window >> 56 << 8 | header << 16 | (window >> 32) << 40);
 }
 
 }  // namespace cachet

@@ -30,7 +30,7 @@ class StoredKeys {
   bool bytes_of(Rb_node external, KeyBytes& bytes) const {
     const std::int64_t offset = key_offset_of(external);
     if (checked && !is_data(base_, offset, 1)) return false;
-    const KeyFields fields(base_, address_of(base_, FlatOffset{offset}));
+    const KeyFields fields(base_, address_of(base_, FlatOffset{offset}), checked);
     if (!fields.readable()) return false;
     bool whole = true;
     for (int index = 0; whole && index < fields.count(); ++index) {
@@ -99,36 +99,36 @@ IndexPlace search(Rb_base* base, Rb_node head, const SearchKey& key, bool for_en
 }
 
 // The search keys of one round, and the searches for them.
-template <bool checked>
+template <bool checked, std::size_t width>
 class Round {
  public:
   explicit Round(Rb_base* base) : base_(base) {}
 
   void add(const ZtTable& table, std::size_t indexid, ZtIndexItem* item) {
-    const SearchKey& key = keys_[count_].emplace(table, indexid, item);
-    descents_[count_++].emplace(base_, table.indexs[indexid], key.bytes(), StoredKeys<checked>(base_, key));
+    const SearchKey& key = keys_[count_].make(table, indexid, item);
+    descents_[count_++].make(base_, table.indexs[indexid], key.bytes(), StoredKeys<checked>(base_, key));
   }
   void run() { go_down_together(descents_, count_); }
   IndexPlace place(std::size_t index) const {
-    return {descents_[index]->node(), descents_[index]->found(), {}};
+    return {descents_[index].value.node(), descents_[index].value.found(), {}};
   }
   IndexPlace place_for_entry(std::size_t index) {
     IndexPlace found = place(index);
-    if (features::separators && !found.found) found.separator = descents_[index]->separator_for_entry();
+    if (features::separators && !found.found) found.separator = descents_[index].value.separator_for_entry();
     return found;
   }
 
  private:
   Rb_base* base_;
   std::size_t count_ = 0;
-  std::array<std::optional<SearchKey>, lockstep_width> keys_;
-  std::array<std::optional<IndexDescent<checked>>, lockstep_width> descents_;
+  std::array<Later<SearchKey>, width> keys_;
+  std::array<Later<IndexDescent<checked>>, width> descents_;
 };
 
 template <bool checked>
 void search_all(Rb_base* base, const ZtTable& table, const ZtConditionHandle* conditions, std::size_t count,
                 std::array<IndexPlace, lockstep_width>& places) {
-  Round<checked> round(base);
+  Round<checked, lockstep_width> round(base);
   for (std::size_t index = 0; index < count; ++index) {
     round.add(table, static_cast<std::size_t>(conditions[index]->indexid), &conditions[index]->indexitem);
   }
@@ -199,19 +199,19 @@ void find_places_in_indexes(ZtDb* database, const ZtTable& table, ZtRecord* row,
   places.resize(table.indexs.size());
   constexpr std::size_t width = features::interleaving ? 4 : 1;
   for (std::size_t first = 0; first < places.size(); first += width) {
-    std::array<std::optional<RowKey>, width> fields;
+    std::array<Later<RowKey>, width> fields;
     const std::size_t count = std::min(places.size() - first, width);
     if constexpr (features::interleaving) {
-      Round<false> round(&database->base);
+      Round<false, width> round(&database->base);
       for (std::size_t index = 0; index < count; ++index) {
         const std::size_t id = first + index;
-        round.add(table, id, fields[index].emplace(table, table.indexdescrible[id], row).item());
+        round.add(table, id, fields[index].make(table, table.indexdescrible[id], row).item());
       }
       round.run();
       for (std::size_t index = 0; index < count; ++index)
         places[first + index] = round.place_for_entry(index);
     } else {
-      ZtIndexItem* const item = fields[0].emplace(table, table.indexdescrible[first], row).item();
+      ZtIndexItem* const item = fields[0].make(table, table.indexdescrible[first], row).item();
       places[first] = find_place_in_index(database, table, first, SearchKey(table, first, item));
     }
   }

@@ -24,12 +24,15 @@ int compare_numbers(const Value& a, const Value& b) {
   return left == right ? 0 : -1;
 }
 
+// Neither text is longer than its length. Of two that agree as far as both go, the one that goes on is the larger.
 int compare_texts(const Value& a, const Value& b) {
-  const std::size_t left = strnlen(a.data, a.length);
-  const std::size_t right = strnlen(b.data, b.length);
-  const int order = std::memcmp(a.data, b.data, std::min(left, right));
-  if (order != 0) return -order;
-  return (left < right) - (left > right);
+  const std::size_t both = std::min(a.length, b.length);
+  const int order = std::strncmp(a.data, b.data, both);
+  if (order != 0 || a.length == b.length) return -order;
+  if (std::memchr(a.data, 0, both) != nullptr) return 0;
+  const bool a_goes_on = a.length > both && a.data[both] != 0;
+  const bool b_goes_on = b.length > both && b.data[both] != 0;
+  return static_cast<int>(b_goes_on) - static_cast<int>(a_goes_on);
 }
 
 int compare_values(signed char type, const Value& a, const Value& b) {
@@ -59,6 +62,22 @@ int compare_values(signed char type, const Value& a, const Value& b) {
 
 constexpr int undecided_by_unreadable = -1;
 
+template <bool checked>
+int compare_keys(const Rb_base* base, const void* key1, const void* key2) {
+  const KeyFields first(base, key1, checked);
+  const KeyFields second(base, key2, checked);
+  const int count = std::min(first.count(), second.count());
+  if (!first.readable() || !second.readable()) return undecided_by_unreadable;
+  for (int index = 0; index < count; ++index) {
+    const Value a = first.value(index);
+    const Value b = second.value(index);
+    if (a.data == nullptr || b.data == nullptr) return undecided_by_unreadable;
+    const int order = compare_values(first.type(index), a, b);
+    if (order != 0) return order;
+  }
+  return 0;
+}
+
 }  // namespace
 
 RowKey::RowKey(const ZtTable& table, const ZtIndexDescrible& index, ZtRecord* row) : item_{} {
@@ -85,7 +104,7 @@ ZtListItem* stored_list_item(const Rb_base* base, Rb_node node) {
 }
 
 Value stored_value(const Rb_base* base, const ZtIndexItem* item, int index) {
-  const KeyFields fields(base, item);
+  const KeyFields fields(base, item, checks_links(base));
   if (!fields.readable() || index >= fields.count()) return {nullptr, 0};
   return fields.value(index);
 }
@@ -93,18 +112,8 @@ Value stored_value(const Rb_base* base, const ZtIndexItem* item, int index) {
 }  // namespace cachet
 
 int ZtComp(Rb_base* base, void* key1, void* key2) {
-  const cachet::KeyFields first(base, key1);
-  const cachet::KeyFields second(base, key2);
-  const int count = std::min(first.count(), second.count());
-  if (!first.readable() || !second.readable()) return cachet::undecided_by_unreadable;
-  for (int index = 0; index < count; ++index) {
-    const cachet::Value a = first.value(index);
-    const cachet::Value b = second.value(index);
-    if (a.data == nullptr || b.data == nullptr) return cachet::undecided_by_unreadable;
-    const int order = cachet::compare_values(first.type(index), a, b);
-    if (order != 0) return order;
-  }
-  return 0;
+  return cachet::checks_links(base) ? cachet::compare_keys<true>(base, key1, key2)
+                                    : cachet::compare_keys<false>(base, key1, key2);
 }
 
 int ZtComp2(Rb_base* /*base*/, void* key1, void* key2) {

@@ -12,8 +12,9 @@ namespace cachet {
 // were checked.
 class KeyFields {
  public:
-  KeyFields(const Rb_base* base, const void* key)
-      : base_(base), item_(static_cast<const char*>(key)), checked_(checks_links(base)) {
+  // `checked` is checks_links(base), asked once for many keys.
+  KeyFields(const Rb_base* base, const void* key, bool checked)
+      : base_(base), item_(static_cast<const char*>(key)), checked_(checked) {
     if (checked_ && runs_out(base, key, sizeof(ZtIndexItem))) return;
     stored_ = load_unaligned<unsigned char>(item_ + offsetof(ZtIndexItem, sharememory)) == 1;
     // What a writer is about to make a key has no addresses of this process in it.
