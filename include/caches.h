@@ -3,12 +3,14 @@
 #ifndef CACHET_CACHES_H
 #define CACHET_CACHES_H
 
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "cachet.h"
 #include "rb.h"
+#include "rb_insert.h"
 #include "rwlock.h"
 #include "rwspinlock.h"
 #include "shmrecordcopyset.h"
@@ -176,7 +178,10 @@ namespace cachet {
 struct IndexPlace {
   Rb_node node = nullptr;
   bool found = false;
+  Separator separator;  // for the internal node that is made when the key enters there
 };
+
+class LeavesAhead;
 }  // namespace cachet
 
 struct ZtDb {
@@ -196,13 +201,15 @@ struct ZtDb {
   int reuse_shmmap = 0;
 
   // The handle's own state, behind the documented fields.
-  std::string lock_name;                         // base path of the lock's and the store's key files
-  int creator_pid = 0;                           // who made the handle; a forked child is somebody else
-  cachet::UndoArray undo;                        // in place of `recordcopy`
-  cachet::AddressSet shared_undo;                // in place of `shmrcset_index`
-  std::set<long long>::node_type spare_lock;     // of `locks`, for the next position
-  std::vector<int> tables_to_unmark;             // marked tables whose copies a reset dropped
-  std::vector<cachet::IndexPlace> index_places;  // scratch of an insert
+  std::string lock_name;                              // base path of the lock's and the store's key files
+  int creator_pid = 0;                                // who made the handle; a forked child is somebody else
+  cachet::UndoArray undo;                             // in place of `recordcopy`
+  cachet::AddressSet shared_undo;                     // in place of `shmrcset_index`
+  std::set<long long>::node_type spare_lock;          // of `locks`, for the next position
+  std::vector<int> tables_to_unmark;                  // marked tables whose copies a reset dropped
+  std::vector<cachet::IndexPlace> index_places;       // scratch of an insert
+  std::vector<signed char> standings;                 // scratch of a search for many keys
+  std::shared_ptr<cachet::LeavesAhead> leaves_ahead;  // of the last walk, once there was one
 };
 
 /* ---- internal calls ---- */

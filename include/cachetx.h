@@ -28,6 +28,22 @@ extern "C" {
 CACHET_API bool ZtxEnableRecovery(ZtDbHandle database);
 
 /* ------------------------------------------------------------------------------------------------------- */
+/* Search                                                                                                  */
+/* ------------------------------------------------------------------------------------------------------- */
+
+/*
+ * ZtFindRecord for `count` conditions of one table, each with its own index and key: every cursor is placed as
+ * ZtFindRecord(database, tableid, conditions[i], op) would place it, and found[i] is what that would return. 16
+ * searches go down the trees at a time, so that a program which needs many rows waits for memory once where it would
+ * wait 16 times. On a read-only handle all searches see the table in one state; `count` searches are repeated when a
+ * writer interferes, so some dozens are better than some thousands. A condition may stand in `conditions` once.
+ * True also when nothing was found. Errors: those of ZtFindRecord, for any of the conditions; no cursor has moved then,
+ * and `found` is as it was.
+ */
+CACHET_API bool ZtxFindRecords(ZtDbHandle database, int tableid, const ZtConditionHandle* conditions,
+                               int count, int op, bool* found);
+
+/* ------------------------------------------------------------------------------------------------------- */
 /* Image files                                                                                             */
 /* ------------------------------------------------------------------------------------------------------- */
 

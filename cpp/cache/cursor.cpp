@@ -1,6 +1,10 @@
 #include "cache/cursor.h"
 
+#include <utility>
+
+#include "base/features.h"
 #include "cache/error.h"
+#include "cache/fetch_ahead.h"
 #include "cache/key.h"
 #include "cache/record.h"
 #include "cache/snapshot.h"
@@ -63,7 +67,8 @@ Step step_to_next_key(ZtDbHandle database, ZtConditionHandle condition) {
   if (condition->point == nullptr || condition->point == Direction::limit(condition)) return step_exhausted;
   const Rb_node next = Direction::next_key(&database->base, condition->point);
   if (next == nullptr || (status_of(next) & RB_HEAD) != 0) return step_exhausted;
-  condition->point = next;
+  const Rb_node from = std::exchange(condition->point, next);
+  if constexpr (features::read_ahead) fetch_ahead(database, condition, from, Direction::is_leftward);
   if (!walks_index(condition)) {
     return step_for<Direction>(database, condition, stand_on_list_item(database, condition));
   }

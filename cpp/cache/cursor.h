@@ -34,6 +34,7 @@ inline Rb_node neighbour(const Rb_base* base, std::uint32_t link) {
 
 struct Forward {
   using Records = CurrentList;
+  static constexpr bool is_leftward = true;  // in the tree
   static constexpr Step skip = step_skip_forward;
   static constexpr Step unlink = step_unlink_forward;
   static Rb_node limit(const ZtCondition* condition) { return condition->end; }
@@ -42,6 +43,7 @@ struct Forward {
 
 struct Backward {
   using Records = CurrentList::Reversed;
+  static constexpr bool is_leftward = false;
   static constexpr Step skip = step_skip_backward;
   static constexpr Step unlink = step_unlink_backward;
   static Rb_node limit(const ZtCondition* condition) { return condition->begin; }

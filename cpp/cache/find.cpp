@@ -1,7 +1,10 @@
 // Index search. The tree search finds the largest key that is not above the searched one; the operators
 // differ in which of its neighbours the walk begins and ends at.
+#include "cache/find.h"
+
 #include "cache/cursor.h"
 #include "cache/error.h"
+#include "cache/index_search.h"
 #include "cache/snapshot.h"
 
 using namespace cachet;
@@ -10,19 +13,12 @@ namespace {
 
 // Places `begin`, `point` and `end` for one operator. Tree order is falling: next = smaller, previous =
 // larger.
-class Search {
+class Placement {
  public:
-  Search(ZtDbHandle database, ZtConditionHandle condition)
-      : base_(&database->base),
-        condition_(condition),
-        head_(database->database[static_cast<std::size_t>(condition->tableid)]
-                  .indexs[static_cast<std::size_t>(condition->indexid)]) {}
+  Placement(const Rb_base* base, Rb_node head, ZtConditionHandle condition, const IndexPlace& place)
+      : base_(base), condition_(condition), head_(head), node_(place.node), found_(place.found) {}
 
-  // False when no key satisfies the operator.
   bool run() {
-    int found = 0;
-    node_ = rb_find_gkey_n(base_, head_, &condition_->indexitem, ZtComp, &found);
-    found_ = found != 0;
     switch (condition_->op) {
       case ZT_OP_LESS:
         return up_to(found_ ? neighbour(base_, flink_of(node_)) : node_);
@@ -66,11 +62,11 @@ class Search {
     return true;
   }
 
-  Rb_base* base_;
+  const Rb_base* base_;
   ZtConditionHandle condition_;
   Rb_node head_;
-  Rb_node node_ = nullptr;
-  bool found_ = false;
+  Rb_node node_;
+  bool found_;
 };
 
 struct Outcome {
@@ -78,7 +74,11 @@ struct Outcome {
   Standing standing;
 };
 
-bool accepts(ZtDbHandle database, int tableid, const ZtCondition* condition, int op) {
+}  // namespace
+
+namespace cachet {
+
+bool accepts_search(ZtDbHandle database, int tableid, const ZtCondition* condition, int op) {
   const ZtTable* const table = table_at(database, tableid);
   if (table == nullptr) return false;
   if (op < ZT_OP_LESS || op > ZT_OP_GREATER) {
@@ -87,19 +87,32 @@ bool accepts(ZtDbHandle database, int tableid, const ZtCondition* condition, int
   if (!require_table(database, tableid, condition)) return false;
   if (!walks_index(condition))
     return report(database, ZT_ERR_GENERAL, message::bad_index, condition->indexid);
-  if (condition->overfull) return report(database, ZT_ERR_GENERAL, message::condition_overfull);
-  return true;
+  return !condition->overfull || report(database, ZT_ERR_GENERAL, message::condition_overfull);
 }
 
-}  // namespace
-
-bool ZtFindRecord(ZtDbHandle database, int tableid, ZtConditionHandle condition, int op) {
-  if (!accepts(database, tableid, condition, op)) return false;
+void begin_search(int tableid, ZtConditionHandle condition, int op) {
   condition->tableid = tableid;
   condition->indexitem.sharememory = 0;
   condition->op = op;
+}
+
+bool place_cursor(const Rb_base* base, Rb_node head, ZtConditionHandle condition, const IndexPlace& place) {
+  return Placement(base, head, condition, place).run();
+}
+
+}  // namespace cachet
+
+bool ZtFindRecord(ZtDbHandle database, int tableid, ZtConditionHandle condition, int op) {
+  if (!accepts_search(database, tableid, condition, op)) return false;
+  begin_search(tableid, condition, op);
+  const ZtTable& table = database->database[static_cast<std::size_t>(tableid)];
+  const auto indexid = static_cast<std::size_t>(condition->indexid);
+  const SearchKey key(table, indexid, &condition->indexitem);
   const Outcome outcome = read_table(database, tableid, [&]() -> Outcome {
-    if (!Search(database, condition).run()) return {false, Standing::unreadable};
+    const IndexPlace place = find_in_index(database, table, indexid, key);
+    if (!place_cursor(&database->base, table.indexs[indexid], condition, place)) {
+      return {false, Standing::unreadable};
+    }
     return {true, stand_on_key<Forward>(database, condition)};
   });
   if (!outcome.found) return end_read(database, false);

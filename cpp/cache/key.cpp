@@ -9,7 +9,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "cache/value.h"
+#include "cache/key_fields.h"
 
 namespace cachet {
 
@@ -24,12 +24,15 @@ int compare_numbers(const Value& a, const Value& b) {
   return left == right ? 0 : -1;
 }
 
+// Neither text is longer than its length. Of two that agree as far as both go, the one that goes on is the larger.
 int compare_texts(const Value& a, const Value& b) {
-  const std::size_t left = strnlen(a.data, a.length);
-  const std::size_t right = strnlen(b.data, b.length);
-  const int order = std::memcmp(a.data, b.data, std::min(left, right));
-  if (order != 0) return -order;
-  return (left < right) - (left > right);
+  const std::size_t both = std::min(a.length, b.length);
+  const int order = std::strncmp(a.data, b.data, both);
+  if (order != 0 || a.length == b.length) return -order;
+  if (std::memchr(a.data, 0, both) != nullptr) return 0;
+  const bool a_goes_on = a.length > both && a.data[both] != 0;
+  const bool b_goes_on = b.length > both && b.data[both] != 0;
+  return static_cast<int>(b_goes_on) - static_cast<int>(a_goes_on);
 }
 
 int compare_values(signed char type, const Value& a, const Value& b) {
@@ -57,57 +60,23 @@ int compare_values(signed char type, const Value& a, const Value& b) {
   }
 }
 
-// A key's fields, wherever they lie. Offsets in a stored key are turned into addresses; on a handle that a
-// writer may overtake only after their bounds were checked.
-class KeyFields {
- public:
-  KeyFields(const Rb_base* base, const void* key)
-      : base_(base), item_(static_cast<const char*>(key)), checked_(checks_links(base)) {
-    if (checked_ && runs_out(base, key, sizeof(ZtIndexItem))) return;
-    stored_ = load_unaligned<unsigned char>(item_ + offsetof(ZtIndexItem, sharememory)) == 1;
-    // What a writer is about to make a key has no addresses of this process in it.
-    if (checked_ && !stored_ && is_shared(base, key)) return;
-    count_ = load_unaligned<signed char>(item_ + offsetof(ZtIndexItem, point));
-    fields_ = load_unaligned<char*>(item_ + offsetof(ZtIndexItem, index));
-    if (stored_) fields_ = resolve(fields_, count_ * static_cast<std::int64_t>(sizeof(ZtIndexField)));
-    readable_ = fields_ != nullptr || count_ <= 0;
-  }
-
-  int count() const { return count_; }
-  bool readable() const { return readable_; }
-  signed char type(int index) const {
-    return load_unaligned<signed char>(field(index) + offsetof(ZtIndexField, type));
-  }
-
-  // No address: the value cannot be read.
-  Value value(int index) const {
-    const auto length = load_unaligned<unsigned short>(field(index) + offsetof(ZtIndexField, length));
-    char* data = load_unaligned<char*>(field(index) + offsetof(ZtIndexField, data));
-    if (stored_) data = resolve(data, length);
-    return {data, length};
-  }
-
- private:
-  const char* field(int index) const {
-    return fields_ + static_cast<std::size_t>(index) * sizeof(ZtIndexField);
-  }
-
-  char* resolve(const char* offset, std::int64_t length) const {
-    const auto position = reinterpret_cast<std::int64_t>(offset);
-    if (checked_ && !is_data(base_, position, length)) return nullptr;
-    return address_of(base_, FlatOffset{position});
-  }
-
-  const Rb_base* base_;
-  const char* item_;
-  bool checked_;
-  bool stored_ = false;
-  bool readable_ = false;
-  int count_ = 0;
-  const char* fields_ = nullptr;
-};
-
 constexpr int undecided_by_unreadable = -1;
+
+template <bool checked>
+int compare_keys(const Rb_base* base, const void* key1, const void* key2) {
+  const KeyFields first(base, key1, checked);
+  const KeyFields second(base, key2, checked);
+  const int count = std::min(first.count(), second.count());
+  if (!first.readable() || !second.readable()) return undecided_by_unreadable;
+  for (int index = 0; index < count; ++index) {
+    const Value a = first.value(index);
+    const Value b = second.value(index);
+    if (a.data == nullptr || b.data == nullptr) return undecided_by_unreadable;
+    const int order = compare_values(first.type(index), a, b);
+    if (order != 0) return order;
+  }
+  return 0;
+}
 
 }  // namespace
 
@@ -135,7 +104,7 @@ ZtListItem* stored_list_item(const Rb_base* base, Rb_node node) {
 }
 
 Value stored_value(const Rb_base* base, const ZtIndexItem* item, int index) {
-  const KeyFields fields(base, item);
+  const KeyFields fields(base, item, checks_links(base));
   if (!fields.readable() || index >= fields.count()) return {nullptr, 0};
   return fields.value(index);
 }
@@ -143,18 +112,8 @@ Value stored_value(const Rb_base* base, const ZtIndexItem* item, int index) {
 }  // namespace cachet
 
 int ZtComp(Rb_base* base, void* key1, void* key2) {
-  const cachet::KeyFields first(base, key1);
-  const cachet::KeyFields second(base, key2);
-  const int count = std::min(first.count(), second.count());
-  if (!first.readable() || !second.readable()) return cachet::undecided_by_unreadable;
-  for (int index = 0; index < count; ++index) {
-    const cachet::Value a = first.value(index);
-    const cachet::Value b = second.value(index);
-    if (a.data == nullptr || b.data == nullptr) return cachet::undecided_by_unreadable;
-    const int order = cachet::compare_values(first.type(index), a, b);
-    if (order != 0) return order;
-  }
-  return 0;
+  return cachet::checks_links(base) ? cachet::compare_keys<true>(base, key1, key2)
+                                    : cachet::compare_keys<false>(base, key1, key2);
 }
 
 int ZtComp2(Rb_base* /*base*/, void* key1, void* key2) {

@@ -1,6 +1,7 @@
 #include "cache/link.h"
 
 #include "cache/entry.h"
+#include "cache/index_search.h"
 #include "cache/key.h"
 #include "cache/record.h"
 #include "cache/work.h"
@@ -76,24 +77,23 @@ void enter_into_index(Rb_base* base, const ZtTable& table, std::size_t id, const
   ZtIndexNode* const entry = store_entry(base, record_offset);
   item->originhead = item->origintail = number_of(base, entry);
   item->curenthead = item->curenttail = number_of(base, entry);
-  rb_insert_b(base, place.node, item, item);
+  insert_before(base, place.node, item, item, place.separator);
 }
 
 // Record ids rise, and the tree's first node holds the largest: nearly always the new one goes before it.
 void enter_into_list(Rb_base* base, Rb_node head, ZtListItem* list_item) {
   const Rb_node first = rb_first(base, head);
   if (first == head || ZtComp2(base, stored_list_item(base, first), list_item) > 0) {
-    rb_insert_b(base, first, list_item, list_item);
+    insert_before(base, first, list_item, list_item, separator_of(list_item->recordid));
   } else {
     rb_insertg(base, head, list_item, list_item, ZtComp2);
   }
 }
 
-IndexPlace place_in_index(Rb_base* base, const ZtTable& table, std::size_t id, ZtRecord* row) {
-  RowKey key(table, table.indexdescrible[id], row);
-  int found = 0;
-  const Rb_node node = rb_find_gkey_n(base, table.indexs[id], key.item(), ZtComp, &found);
-  return {node, found != 0};
+IndexPlace place_in_index(ZtDbHandle database, const ZtTable& table, std::size_t id, ZtRecord* row) {
+  RowKey fields(table, table.indexdescrible[id], row);
+  const SearchKey key(table, id, fields.item());
+  return find_place_in_index(database, table, id, key);
 }
 
 // Takes from the fronts what entering one index takes.
@@ -108,10 +108,7 @@ bool take_for_index(Fronts& fronts, Rb_base* base, const ZtTable& table, std::si
 }  // namespace
 
 void find_places(ZtDbHandle database, ZtTable& table, ZtRecord* row) {
-  database->index_places.resize(table.indexs.size());
-  for (std::size_t id = 0; id < table.indexs.size(); ++id) {
-    database->index_places[id] = place_in_index(&database->base, table, id, row);
-  }
+  find_places_in_indexes(database, table, row, database->index_places);
 }
 
 bool conflicts(ZtDbHandle database, const ZtTable& table) {
@@ -173,7 +170,7 @@ void resume_entering(ZtDbHandle database, ZtTable& table, ZtRecord* record, int 
                             take_nodes(fronts, nodes_for_new_key(base, table.listindex));
       if (has_room) enter_into_list(base, table.listindex, store_list_item(base, record));
     } else {
-      const IndexPlace place = place_in_index(base, table, step, record);
+      const IndexPlace place = place_in_index(database, table, step, record);
       if (take_for_index(fronts, base, table, step, place)) {
         enter_into_index(base, table, step, place, record, record_offset);
       }

@@ -5,6 +5,7 @@
 #include "base/fatal.h"
 #include "cache/cursor.h"
 #include "cache/error.h"
+#include "cache/index_search.h"
 #include "cache/key.h"
 #include "cache/row.h"
 #include "cache/snapshot.h"
@@ -106,16 +107,14 @@ bool ZtGotoRecord(ZtDbHandle database, int tableid, int rowid, ZtConditionHandle
   if (table->listindex == nullptr) return report(database, ZT_ERR_GENERAL, message::database_not_open);
   const ZtCondition place = *condition;
   const Placed placed = read_table(database, tableid, [&]() -> Placed {
-    ZtListItem wanted{rowid, 0};
-    int found = 0;
-    const Rb_node node = rb_find_gkey_n(&database->base, table->listindex, &wanted, ZtComp2, &found);
+    const IndexPlace found = find_record_id(database, *table, rowid);
     *condition = place;
-    if (found == 0) return {false, Standing::unreadable};
+    if (!found.found) return {false, Standing::unreadable};
     condition->nodepoint = nullptr;
     condition->tableid = tableid;
     condition->indexid = -1;
     if (!span_tree(database, condition, table->listindex)) return {true, Standing::unreadable};
-    condition->point = node;
+    condition->point = found.node;
     return {true, stand_on_list_item(database, condition)};
   });
   if (!placed.found) return end_read(database, false);

@@ -10,6 +10,7 @@
 
 #include "cache/entry.h"
 #include "cache/error.h"
+#include "cache/index_search.h"
 #include "cache/key.h"
 #include "cache/record.h"
 #include "cache/work.h"
@@ -94,11 +95,10 @@ bool put_back(ZtDbHandle database, const Missing* first, const Missing* last) {
 void add_keys_of(ZtDbHandle database, const RevivedRecord& revived, std::vector<Missing>& all) {
   ZtTable& table = database->database[static_cast<std::size_t>(revived.tableid)];
   for (std::size_t id = 0; id < table.indexs.size(); ++id) {
-    RowKey key(table, table.indexdescrible[id], revived.record);
-    int found = 0;
-    const Rb_node node = rb_find_gkey_n(&database->base, table.indexs[id], key.item(), ZtComp, &found);
-    if (found == 0) continue;
-    all.push_back({stored_item(&database->base, node), id_of(revived.record), revived.record});
+    RowKey fields(table, table.indexdescrible[id], revived.record);
+    const IndexPlace place = find_in_index(database, table, id, SearchKey(table, id, fields.item()));
+    if (!place.found) continue;
+    all.push_back({stored_item(&database->base, place.node), id_of(revived.record), revived.record});
   }
 }
 

@@ -5,8 +5,11 @@
 //   2. the predecessor's flink, then the successor's blink: the leaf is in the list;
 //   3. the new internal node, complete, then the link in its parent: the leaf is in the tree;
 //   4. recolouring and rotations, each link one store; a search that races them may end at a wrong place.
+#include "accelerate/separator.h"
+#include "base/features.h"
 #include "rb.h"
 #include "rb/node.h"
+#include "rb_insert.h"
 #include "rb_stage.h"
 
 namespace cachet {
@@ -121,7 +124,8 @@ Rb_node ancestor_before(const Rb_base* base, Rb_node leaf) {
 
 // A red internal node over (left, right), complete but not reachable yet, for the place where `replaced`
 // hangs.
-Rb_node make_internal(Rb_base* base, Rb_node left, Rb_node right, Rb_node replaced) {
+Rb_node make_internal(Rb_base* base, Rb_node left, Rb_node right, Rb_node replaced,
+                      const Separator& separator) {
   const Rb_node node = reinterpret_cast<Rb_node>(Rb_node_malloc(base));
   const Rb_node parent = parent_node(base, replaced);
   set_bits(node, RB_INTERNAL | RB_RED, true);
@@ -131,15 +135,17 @@ Rb_node make_internal(Rb_base* base, Rb_node left, Rb_node right, Rb_node replac
   set_lext(node, number_of(base, left));
   set_rext(node, number_of(base, right));
   set_parent(node, number_of(base, parent));
+  if constexpr (features::separators) write_separator(node, separator);
   return node;
 }
 
 // Puts the leaf and its neighbour, the leaf that the search ended at, under a new internal node.
-void link_beside(Rb_base* base, Stage& stage, Rb_node leaf, Rb_node neighbour, bool leaf_first) {
+void link_beside(Rb_base* base, Stage& stage, Rb_node leaf, Rb_node neighbour, bool leaf_first,
+                 const Separator& separator) {
   const Rb_node parent = parent_node(base, neighbour);
   const bool neighbour_was_left = is(neighbour, RB_LEFT);
-  const Rb_node internal = leaf_first ? make_internal(base, leaf, neighbour, neighbour)
-                                      : make_internal(base, neighbour, leaf, neighbour);
+  const Rb_node internal = leaf_first ? make_internal(base, leaf, neighbour, neighbour, separator)
+                                      : make_internal(base, neighbour, leaf, neighbour, separator);
   const std::uint32_t number = number_of(base, internal);
   set_bits(leaf, RB_LEFT, leaf_first);
   set_parent(leaf, number);
@@ -158,7 +164,8 @@ void link_beside(Rb_base* base, Stage& stage, Rb_node leaf, Rb_node neighbour, b
   recolour(base, internal);
 }
 
-Rb_node insert_leaf(Rb_base* base, Rb_node successor, std::int64_t key, std::int64_t value) {
+Rb_node insert_leaf(Rb_base* base, Rb_node successor, std::int64_t key, std::int64_t value,
+                    const Separator& separator) {
   const Rb_node leaf = reinterpret_cast<Rb_node>(Rb_node_malloc(base));
   store_unaligned<std::int64_t>(bytes_of(leaf) + offsetof(srb_node, v), value);
   store_unaligned<std::int64_t>(bytes_of(leaf) + offsetof(srb_node, k), key);
@@ -177,7 +184,7 @@ Rb_node insert_leaf(Rb_base* base, Rb_node successor, std::int64_t key, std::int
     stage.link(parent_link(successor), number);  // the head's root
     stage.run();
   } else {
-    link_beside(base, stage, leaf, at_end ? predecessor : successor, !at_end);
+    link_beside(base, stage, leaf, at_end ? predecessor : successor, !at_end, separator);
   }
   return leaf;
 }
@@ -191,10 +198,16 @@ void cachet::resume_recolouring(Rb_base* base, std::uint32_t node_number, bool i
   recolour(base, in_round ? pass_red_up(base, node) : node);
 }
 
+Rb_node cachet::insert_before(Rb_base* base, Rb_node node, void* key, void* value,
+                              const Separator& separator) {
+  return insert_leaf(base, node, value_of(offset_of(base, key)), value_of(offset_of(base, value)), separator);
+}
+
 using namespace cachet;
 
+// Keys of any order of their own: no separator.
 Rb_node rb_insert_b(Rb_base* base, Rb_node node, void* key, void* value) {
-  return insert_leaf(base, node, value_of(offset_of(base, key)), value_of(offset_of(base, value)));
+  return insert_before(base, node, key, value, Separator{});
 }
 
 Rb_node rb_insert_a(Rb_base* base, Rb_node node, void* key, void* value) {
@@ -212,5 +225,5 @@ Rb_node rb_insert(Rb_base* base, Rb_node head, char* key, void* value) {
 // The integer itself is the key, in the first 4 of the 8 key bytes.
 Rb_node rb_inserti(Rb_base* base, Rb_node head, int key, void* value) {
   return insert_leaf(base, rb_find_ikey(base, head, key), static_cast<std::uint32_t>(key),
-                     value_of(offset_of(base, value)));
+                     value_of(offset_of(base, value)), Separator{});
 }

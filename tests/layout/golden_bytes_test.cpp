@@ -8,6 +8,7 @@
 #include <array>
 #include <optional>
 
+#include "base/features.h"
 #include "support/raw_memory.h"
 #include "support/schema.h"
 
@@ -151,8 +152,33 @@ TEST_F(GoldenBytes, NodesHoldTheTreesAndTheirThreads) {
               (std::array{node.words[0], node.words[1], node.words[2]}));
     EXPECT_EQ(memory->at<std::uint8_t>(at + 12), node.words[3]) << "status";
     if (node.words[3] == head) continue;
-    EXPECT_EQ(memory->i64(at + 13), node.key);
-    EXPECT_EQ(memory->i64(at + 21), node.value);
+    if ((node.words[3] & internal) != 0) {
+      EXPECT_EQ(memory->at<std::uint32_t>(at + 13), node.key);
+      EXPECT_EQ(memory->at<std::uint32_t>(at + 21), node.value);
+    } else {
+      EXPECT_EQ(memory->i64(at + 13), node.key);
+      EXPECT_EQ(memory->i64(at + 21), node.value);
+    }
+  }
+}
+
+// What an internal node keeps, in bytes that its layout leaves unused, of the key it compares with.
+TEST_F(GoldenBytes, InternalNodesHoldTheirSeparators) {
+  const struct {
+    std::int64_t number;
+    std::array<std::uint8_t, 4> front;  // bytes 17 to 20
+    std::array<std::uint8_t, 7> rest;   // bytes 25 to 31
+  } nodes[] = {{47, {0x80, 0, 0, 20}, {0, 0, FIELD_INT << 4 | 4, 1}},
+               {53, {0x80, 0, 0, 10}, {0, 0, FIELD_INT << 4 | 4, 1}},
+               {50, {0x80, 0, 0, 0}, {1, 0, FIELD_INT8 << 4 | 8, 1}},
+               {58, {0x80, 0, 0, 0}, {2, 0, FIELD_INT8 << 4 | 8, 1}}};
+  for (const auto& node : nodes) {
+    const std::int64_t at = node.number * 32;
+    const bool here = features::separators;
+    EXPECT_EQ((memory->at<decltype(node.front)>(at + 17)), here ? node.front : decltype(node.front){})
+        << node.number;
+    EXPECT_EQ((memory->at<decltype(node.rest)>(at + 25)), here ? node.rest : decltype(node.rest){})
+        << node.number;
   }
 }
 

@@ -1,0 +1,52 @@
+// The one way into an index's tree: a search key made ready, and the search for its place.
+#ifndef CACHET_CPP_CACHE_INDEX_SEARCH_H
+#define CACHET_CPP_CACHE_INDEX_SEARCH_H
+
+#include "accelerate/key_bytes.h"
+#include "accelerate/lockstep.h"
+#include "base/features.h"
+#include "caches.h"
+
+namespace cachet {
+
+// A key in process memory, for searches of one index. Its bytes end before a field that is not of the index's type
+// or is shorter than a value of that type: such a key is compared as it is.
+class SearchKey {
+ public:
+  SearchKey(const ZtTable& table, std::size_t indexid, ZtIndexItem* item);
+  SearchKey(const SearchKey&) = delete;
+  SearchKey& operator=(const SearchKey&) = delete;
+
+  ZtIndexItem* item() const { return item_; }
+  const KeyBytes& bytes() const { return bytes_; }
+
+ private:
+  ZtIndexItem* item_;
+  KeyBytes bytes_;
+};
+
+// The largest key that is not above the searched one (`found`: it is equal), or the head. Reads like
+// rb_find_gkey_n with ZtComp, whose decisions it takes.
+IndexPlace find_in_index(ZtDb* database, const ZtTable& table, std::size_t indexid, const SearchKey& key);
+
+// The same for a key that is about to enter the tree: `separator` is set.
+IndexPlace find_place_in_index(ZtDb* database, const ZtTable& table, std::size_t indexid,
+                               const SearchKey& key);
+
+// find_in_index for the keys of up to lockstep_width conditions, at the same time.
+void find_in_indexes(ZtDb* database, const ZtTable& table, const ZtConditionHandle* conditions,
+                     std::size_t count, std::array<IndexPlace, lockstep_width>& places);
+
+// find_place_in_index of a row's keys in all indexes of its table, at the same time.
+void find_places_in_indexes(ZtDb* database, const ZtTable& table, ZtRecord* row,
+                            std::vector<IndexPlace>& places);
+
+// The same for the record-id tree of a table: like rb_find_gkey_n with ZtComp2.
+IndexPlace find_record_id(ZtDb* database, const ZtTable& table, ZTINT8 recordid);
+
+// For the node that is made when this record id enters in front of all others.
+Separator separator_of(ZTINT8 recordid);
+
+}  // namespace cachet
+
+#endif
