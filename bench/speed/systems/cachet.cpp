@@ -10,6 +10,7 @@
 #include "../clock.h"
 #include "../module.h"
 #include "../system.h"
+#include "cachetx.h"
 
 namespace bench {
 namespace {
@@ -27,17 +28,20 @@ class Cachet final : public System {
  public:
   Cachet() {
     ZtCreateCondition(1, &condition_);
+    for (ZtConditionHandle& condition : batch_) ZtCreateCondition(1, &condition);
     ZtCreateRecord(&row_);
   }
   ~Cachet() override {
     ZtDeleteDb(tracked_);
     if (db_ != nullptr) ZtCloseRecord(db_, row_);
     ZtCloseCondition(condition_);
+    for (const ZtConditionHandle condition : batch_) ZtCloseCondition(condition);
     ZtDeleteDb(db_);
   }
 
   bool shared() const override { return true; }
   bool rolls_back() const override { return true; }
+  bool batches() const override { return true; }
 
   void create(const Place& place) override;
   void attach(const Place& place, Access access) override {
@@ -85,6 +89,16 @@ class Cachet final : public System {
     find(by_id, FIELD_INT8, sizeof from, &from, ZT_OP_GREATER_EQUAL);
     return sum<double>(field_price, count);
   }
+  void get_ids(std::span<const std::int64_t> ids, double* prices) override {
+    for (std::size_t i = 0; i < ids.size(); ++i)
+      set_key(batch_[i], by_id, FIELD_INT8, sizeof ids[i], &ids[i]);
+    find_batch(ids.size(), prices);
+  }
+  void get_names(std::span<const Name> names, double* prices) override {
+    for (std::size_t i = 0; i < names.size(); ++i)
+      set_key(batch_[i], by_name, FIELD_STRING, name_bytes, names[i].text);
+    find_batch(names.size(), prices);
+  }
 
  private:
   void open(ZtDbHandle* db, Access access) const {
@@ -98,12 +112,27 @@ class Cachet final : public System {
     ZtUnLockDb(*db);
   }
 
+  static void set_key(ZtConditionHandle condition, Index index, int type, int length, const void* key) {
+    ZtSetConditionIndex(condition, index);
+    ZtAddConditionIndexItem(condition, type, length, key);
+  }
+
   // Stands on the first match, with its row in the handle.
   void find(Index index, int type, int length, const void* key, int op) {
-    ZtSetConditionIndex(condition_, index);
-    ZtAddConditionIndexItem(condition_, type, length, key);
+    set_key(condition_, index, type, length, key);
     require(ZtFindRecord(db_, table, condition_, op) && ZtGetRecord(db_, condition_, row_),
             "cachet: not found");
+  }
+
+  // The prices of the rows with the keys in the first `count` conditions of the batch.
+  void find_batch(std::size_t count, double* prices) {
+    bool found[batch_size];
+    require(ZtxFindRecords(db_, table, batch_, static_cast<int>(count), ZT_OP_EQUAL, found),
+            "cachet: no batch");
+    for (std::size_t i = 0; i < count; ++i) {
+      require(found[i] && ZtGetRecord(db_, batch_[i], row_), "cachet: not found");
+      prices[i] = value<double>(field_price);
+    }
   }
 
   template <typename T>
@@ -129,6 +158,7 @@ class Cachet final : public System {
   ZtDbHandle db_ = nullptr;
   ZtDbHandle tracked_ = nullptr;  // for lock_unlock
   ZtConditionHandle condition_ = nullptr;
+  ZtConditionHandle batch_[batch_size] = {};
   ZtRecordHandle row_ = nullptr;
 };
 
