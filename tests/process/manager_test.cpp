@@ -448,8 +448,8 @@ TEST_F(ManagerTest, AnswersEveryRequestOnceWhateverItHolds) {
   Peer peer(manager, ZT_MODE_READ_WRITE);
   std::mt19937 random(1);
   for (int command = 0; command < 256; ++command) {
-    for (const std::size_t length : {0, 1, 4, 8, 12, 16, 24, 44, 81, 88, 96, 256, 260, 8192}) {
-      std::string body(length, '\xff');
+    for (const int length : {0, 1, 4, 8, 12, 16, 24, 44, 81, 88, 96, 256, 260, 8192}) {
+      std::string body(static_cast<std::size_t>(length), '\xff');
       if (random() % 2 == 0) {
         for (char& byte : body) byte = static_cast<char>(random() % 3 == 0 ? random() % 8 : 0);
       }

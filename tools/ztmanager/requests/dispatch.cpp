@@ -97,7 +97,7 @@ bool carry_out(Client& client, const _VEMROMSG& message, _VEMROMSG& answer_messa
     if (!client.session.has_failed()) client.session.refuse(ZT_ERR_GENERAL, "the request failed");
     answer.set_error(client.session.handle()->lasterrno, client.session.handle()->lasterrmsg);
   }
-  std::memcpy(&answer_message, &result, static_cast<std::size_t>(VEMRO_HEAD_BYTES + result.head.length));
+  std::memcpy(&answer_message, &result, sizeof result.head + static_cast<std::size_t>(result.head.length));
   return done;
 }
 

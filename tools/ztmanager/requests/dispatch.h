@@ -15,8 +15,8 @@ struct Client {
 };
 
 // Carries a request out and writes its one answer: CMD_ERROR with the database's own code and text when it is refused.
-// Returns whether it was carried out. `answer` may be the message that the request lies in.
-bool carry_out(Client& client, const _VEMROMSG& request, _VEMROMSG& answer);
+// Returns whether it was carried out. `answer_message` may be the one that the request lies in.
+bool carry_out(Client& client, const _VEMROMSG& message, _VEMROMSG& answer_message);
 
 }  // namespace manager
 
