@@ -28,6 +28,18 @@ std::string text_in(const char* room, std::size_t bytes) {
   return {room, strnlen(room, bytes)};
 }
 
+std::unique_ptr<Rb_base> checked_view(const Rb_base& handle) {
+  auto view = std::make_unique<Rb_base>();
+  std::copy_n(handle.share_memory_begin, handle.segmentcount, view->share_memory_begin);
+  view->segmentcount = handle.segmentcount;
+  view->attached_bytes = handle.attached_bytes;
+  view->memory = handle.memory;
+  view->table = handle.table;
+  view->mode = ZT_MODE_READ_ONLY;
+  view->exist = true;
+  return view;
+}
+
 RawDatabase::RawDatabase(BasePath path) : path_(std::move(path)), view_(std::make_unique<Rb_base>()) {
   try {
     segments_.emplace_back(path_.segment_file(0));

@@ -32,6 +32,9 @@ Fill fill_of(const Rb_memory& header);
 // A text that fills a fixed room, with or without its NUL.
 std::string text_in(const char* room, std::size_t bytes);
 
+// A view with checks over what a handle of this process has attached; as long-lived as the handle.
+std::unique_ptr<Rb_base> checked_view(const Rb_base& handle);
+
 class RawDatabase {
  public:
   // Attaches every segment. Throws NotFound without the first one, Unreadable when it may not be attached, Damaged

@@ -7,6 +7,7 @@ namespace zt {
 namespace {
 
 constexpr char looking[] = "Look at databases (zt-look(1))";
+constexpr char health[] = "Health (zt-check(1))";
 constexpr char processes[] = "Processes and locks (zt-locks(1))";
 
 constexpr auto table = std::to_array<CommandEntry>({
@@ -15,6 +16,7 @@ constexpr auto table = std::to_array<CommandEntry>({
     {"schema", looking, "Show tables, fields and indexes", make_schema},
     {"tables", looking, "Count records, live and deleted, and the keys of each index", make_tables},
     {"ps", processes, "List the processes and sessions of a database", make_ps},
+    {"verify", health, "Check every tree, list and counter of a database", make_verify},
 });
 
 }  // namespace

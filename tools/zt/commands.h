@@ -11,6 +11,7 @@ std::unique_ptr<Command> make_info();
 std::unique_ptr<Command> make_schema();
 std::unique_ptr<Command> make_tables();
 std::unique_ptr<Command> make_ps();
+std::unique_ptr<Command> make_verify();
 
 }  // namespace zt
 

@@ -11,8 +11,10 @@ namespace zt {
 namespace {
 
 Format format_of(const Settings& settings) {
-  const int chosen = settings.box + settings.tabs + settings.json + settings.csv + settings.markdown + settings.line;
-  if (chosen > 1) throw UsageError("only one of --box, --tsv, --json, --csv, --md and --line can be asked for");
+  const int chosen =
+      settings.box + settings.tabs + settings.json + settings.csv + settings.markdown + settings.line;
+  if (chosen > 1)
+    throw UsageError("only one of --box, --tsv, --json, --csv, --md and --line can be asked for");
   if (settings.box) return Format::box;
   if (settings.tabs) return Format::tabs;
   if (settings.json) return Format::json;
