@@ -1,8 +1,5 @@
 #include "inspect/lock_state.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -103,19 +100,6 @@ const char* work_name(std::int32_t kind) {
                                                     "a commit", "a reset",   "a load"};
   return kind >= 0 && kind < static_cast<std::int32_t>(names.size()) ? names[static_cast<std::size_t>(kind)]
                                                                      : "unknown work";
-}
-
-std::optional<int> exclusive_file_lock_holder(const BasePath& path) {
-  const int file = open(path.text().c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NOFOLLOW);
-  if (file < 0) return std::nullopt;
-  struct flock question {};
-  question.l_type = F_RDLCK;
-  question.l_whence = SEEK_SET;
-  question.l_start = 1;
-  question.l_len = 1;
-  const bool asked = fcntl(file, F_GETLK, &question) == 0;
-  close(file);
-  return asked && question.l_type == F_WRLCK ? std::optional(static_cast<int>(question.l_pid)) : std::nullopt;
 }
 
 }  // namespace cachet::inspect

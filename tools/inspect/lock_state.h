@@ -3,7 +3,6 @@
 #define CACHET_TOOLS_INSPECT_LOCK_STATE_H
 
 #include <ctime>
-#include <optional>
 #include <vector>
 
 #include "dbsessions.h"
@@ -34,10 +33,6 @@ bool holds(SessionType type);
 // "writes", "reads", "waits to write", "waits to read".
 const char* state_name(SessionType type);
 const char* work_name(std::int32_t kind);
-
-// Whoever holds the lock file's lock so that nobody can open the database: a process id; none when nobody does, or
-// when the file cannot be asked.
-std::optional<int> exclusive_file_lock_holder(const BasePath& path);
 
 }  // namespace cachet::inspect
 

@@ -73,13 +73,13 @@ int mappings_of(int pid, const std::string& segment_id) {
   return count;
 }
 
-ino_t ipc_namespace_of(const std::string& pid) {
+ino_t namespace_of(const std::string& pid, const char* kind) {
   struct stat status;
-  return stat(("/proc/" + pid + "/ns/ipc").c_str(), &status) == 0 ? status.st_ino : 0;
+  return stat(("/proc/" + pid + "/ns/" + kind).c_str(), &status) == 0 ? status.st_ino : 0;
 }
 
 std::map<int, int> seen_attachments(int segment_id) {
-  const ino_t own_namespace = ipc_namespace_of("self");
+  const ino_t own_namespace = namespace_of("self", "ipc");
   const std::string id = std::to_string(segment_id);
   std::map<int, int> times_by_pid;
   std::error_code error;
@@ -87,17 +87,22 @@ std::map<int, int> seen_attachments(int segment_id) {
     const std::string name = entry.path().filename();
     int pid = 0;
     const auto [end, fault] = std::from_chars(name.data(), name.data() + name.size(), pid);
-    if (fault != std::errc{} || *end != '\0' || ipc_namespace_of(name) != own_namespace) continue;
+    if (fault != std::errc{} || *end != '\0' || namespace_of(name, "ipc") != own_namespace) continue;
     if (const int times = mappings_of(pid, id); times > 0) times_by_pid[pid] = times;
   }
   return times_by_pid;
 }
 
 Attached look(int segment_id) {
-  Attached attached{seen_attachments(segment_id), 0};
+  Attached attached;
+  attached.times_by_pid = seen_attachments(segment_id);
   const auto status = status_of_segment(segment_id);
   attached.unseen = status ? static_cast<long>(status->shm_nattch) : 0;
-  for (const auto& [pid, times] : attached.times_by_pid) attached.unseen -= times;
+  const ino_t own_namespace = namespace_of("self", "pid");
+  for (const auto& [pid, times] : attached.times_by_pid) {
+    attached.unseen -= times;
+    if (namespace_of(std::to_string(pid), "pid") != own_namespace) ++attached.renumbered;
+  }
   attached.unseen = std::max(0L, attached.unseen);
   attached.times_by_pid.erase(getpid());
   return attached;

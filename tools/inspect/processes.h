@@ -32,6 +32,9 @@ std::string user_name(uid_t uid);
 struct Attached {
   std::map<int, int> times_by_pid;  // without this process
   long unseen = 0;
+  // Processes that are seen, and have another number in their own pid namespace: what they enter in a session table
+  // means nobody here.
+  long renumbered = 0;
 };
 
 // Processes come and go meanwhile: looks again, a few times, while something seems to be unseen.

@@ -12,6 +12,12 @@ std::unique_ptr<Command> make_schema();
 std::unique_ptr<Command> make_tables();
 std::unique_ptr<Command> make_ps();
 std::unique_ptr<Command> make_verify();
+std::unique_ptr<Command> make_top();
+std::unique_ptr<Command> make_stat();
+std::unique_ptr<Command> make_doctor();
+std::unique_ptr<Command> make_rm();
+std::unique_ptr<Command> make_reap();
+std::unique_ptr<Command> make_locks();
 
 }  // namespace zt
 

@@ -19,6 +19,7 @@ Participants participants_of(const Context& context, const BasePath& path, int s
   }
   Attached attached = attached_to(segment_id);
   all.unseen = attached.unseen;
+  all.renumbered = attached.renumbered;
   std::set<int> with_session;
   if (all.locks) {
     for (const Session& session : all.locks->sessions) {

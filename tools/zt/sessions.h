@@ -21,8 +21,9 @@ struct Participant {
 };
 
 struct Participants {
-  std::vector<Participant> list;                    // sessions first, holders before waiters
-  long unseen = 0;                                  // attachments of processes that cannot be seen from here
+  std::vector<Participant> list;  // sessions first, holders before waiters
+  long unseen = 0;                // attachments of processes that cannot be seen from here
+  long renumbered = 0;            // processes with another number in their own pid namespace
   std::optional<cachet::inspect::LockState> locks;  // none when the lock page cannot be read
 };
 
