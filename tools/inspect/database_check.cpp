@@ -12,7 +12,7 @@ namespace cachet::inspect {
 namespace {
 
 constexpr int most_passes = 6;
-constexpr useconds_t first_pause_us = 10'000;
+constexpr useconds_t first_pause_us = 3000;
 
 // What a writer moves; equal before and after a pass, and nothing was inserted, rolled back or reset meanwhile.
 struct Movement {
