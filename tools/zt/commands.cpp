@@ -1,0 +1,34 @@
+// The table of commands. The help, the completion and the dispatch read it, and nothing else knows what there is.
+#include "zt/commands.h"
+
+#include <array>
+
+namespace zt {
+namespace {
+
+constexpr char looking[] = "Look at databases (zt-look(1))";
+constexpr char health[] = "Health (zt-check(1))";
+constexpr char processes[] = "Processes and locks (zt-locks(1))";
+
+constexpr auto table = std::to_array<CommandEntry>({
+    {"ls", looking, "List the databases of this host", make_ls},
+    {"info", looking, "Show sizes, fill, version and creator of a database", make_info},
+    {"schema", looking, "Show tables, fields and indexes", make_schema},
+    {"tables", looking, "Count records, live and deleted, and the keys of each index", make_tables},
+    {"stat", looking, "Show what is done in a database, second by second", make_stat},
+    {"top", looking, "Watch a database on the full screen", make_top},
+    {"ps", processes, "List the processes and sessions of a database", make_ps},
+    {"locks", processes, "Show who holds the locks, and who waits for whom", make_locks},
+    {"reap", processes, "Clear what dead processes left", make_reap},
+    {"verify", health, "Check every tree, list and counter of a database", make_verify},
+    {"doctor", health, "Say what is wrong with this host or a database, and how to mend it", make_doctor},
+    {"rm", health, "Remove a database that nobody uses", make_rm},
+});
+
+}  // namespace
+
+std::span<const CommandEntry> commands() {
+  return table;
+}
+
+}  // namespace zt

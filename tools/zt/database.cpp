@@ -1,0 +1,133 @@
+#include "zt/database.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "inspect/database_check.h"
+#include "inspect/file_lock.h"
+#include "inspect/host.h"
+#include "zt/status.h"
+
+namespace zt {
+
+using namespace cachet::inspect;
+
+namespace {
+
+// Opening calls print their errors on standard output, and keep them to be asked for.
+class Quiet {
+ public:
+  Quiet() {
+    std::fflush(stdout);
+    kept_ = dup(STDOUT_FILENO);
+    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    dup2(nowhere, STDOUT_FILENO);
+    close(nowhere);
+  }
+  ~Quiet() {
+    std::fflush(stdout);
+    dup2(kept_, STDOUT_FILENO);
+    close(kept_);
+  }
+  Quiet(const Quiet&) = delete;
+  Quiet& operator=(const Quiet&) = delete;
+
+ private:
+  int kept_;
+};
+
+// What the handle would trust: it is not given a frame that contradicts itself.
+std::string version_of_sound(const RawDatabase& database) {
+  Findings findings;
+  check_frame(database, read_schema(*database.view()), findings);
+  if (findings.has(Severity::damage)) {
+    throw Damaged(fmt::format("{} is damaged ({}: {}); to see more: zt verify {}", database.path().shown(),
+                              findings.list().front().where, findings.list().front().what,
+                              database.path().shown()));
+  }
+  const Rb_memory header = database.header();
+  return text_in(header.version, sizeof header.version);
+}
+
+}  // namespace
+
+Hold::Hold(const BasePath& path) {
+  for (const Object& each : objects_of(path)) {
+    if (each.kind == ObjectKind::semaphores || each.kind == ObjectKind::store || each.id < 0) continue;
+    try {
+      attachments_.emplace_back(each.id);
+    } catch (const std::runtime_error&) {
+      continue;  // gone, or not to be attached: then it is not ours to keep
+    }
+  }
+}
+
+bool Hold::release() noexcept {
+  bool left_alone = false;
+  for (Attachment& each : attachments_) left_alone = each.detach() || left_alone;
+  return left_alone;
+}
+
+Database::Database(const Context& context, const std::string& path, Access access)
+    : context_(context), path_(BasePath::parse(path)) {
+  Look look(context, path);
+  const std::string version = version_of_sound(*look);
+  was_orphan_ = look->others() == 0;
+  look.close();
+  if (const auto holder = exclusive_file_lock_holder(path_)) {
+    throw Refused(
+        fmt::format("process {} holds the file lock of {}: it makes the database, or keeps others out",
+                    *holder, path_.shown()));
+  }
+  open(access, version);
+}
+
+void Database::open(Access access, const std::string& version) {
+  const int mode = access == Access::write ? ZT_MODE_READ_WRITE : ZT_MODE_READ_ONLY;
+  bool opened = false;
+  {
+    const Quiet quiet;
+    opened = ZtOpenDb(&handle_, path_.directory.c_str(), path_.name.c_str(), version.c_str(), mode, 0, false,
+                      0, 0, 1);
+    if (opened) {
+      ZtSetErrorHandle(handle_, [](int, const char*) { return true; });
+      ZtLoadDbInfo(handle_);
+      ZtLoadDb(handle_);
+      ZtUnLockDb(handle_);
+    }
+  }
+  if (opened) return;
+  try {
+    fail("cannot open " + path_.shown());
+  } catch (...) {
+    end();
+    throw;
+  }
+}
+
+void Database::fail(const std::string& doing) const {
+  int code = 0;
+  char text[ZT_ERRMSG_SIZE] = {};
+  ZtGetError(handle_, &code, text);
+  throw Failure(fmt::format("{}: {} ({})", doing, context_.from_stored(text), code));
+}
+
+Database::~Database() {
+  end();
+}
+
+void Database::end() {
+  if (handle_ == nullptr) return;
+  Hold hold(path_);
+  {
+    const Quiet quiet;
+    ZtDeleteDb(handle_);
+  }
+  handle_ = nullptr;
+  if (hold.release() && !was_orphan_) context_.say_left_alone(path_.shown());
+}
+
+}  // namespace zt

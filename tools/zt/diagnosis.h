@@ -1,0 +1,28 @@
+// The diagnoses of zt doctor: what it looked at, how it stands, and what mends it.
+#ifndef CACHET_TOOLS_ZT_DIAGNOSIS_H
+#define CACHET_TOOLS_ZT_DIAGNOSIS_H
+
+#include <string>
+#include <vector>
+
+#include "zt/context.h"
+
+namespace zt {
+
+struct Diagnosis {
+  std::string check;
+  std::string state;  // "ok", "warning", "fault"
+  std::string detail;
+  std::string remedy;
+};
+
+using Diagnoses = std::vector<Diagnosis>;
+
+// Limits and settings of this host.
+void examine_host(Diagnoses& diagnoses);
+// One database: key files, objects, locks, marks, room. False when there is none.
+bool examine_database(const Context& context, const std::string& path, Diagnoses& diagnoses);
+
+}  // namespace zt
+
+#endif

@@ -1,0 +1,48 @@
+#include "zt/stop.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <ctime>
+#include <initializer_list>
+
+namespace zt {
+namespace {
+
+volatile std::sig_atomic_t asked = 0;
+
+void ask(int /*signal*/) {
+  asked = 1;
+}
+
+}  // namespace
+
+void catch_stop_signals() {
+  struct sigaction action {};
+  action.sa_handler = ask;  // without SA_RESTART: a wait ends
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaction(signal, &action, nullptr);
+}
+
+bool stop_asked() {
+  return asked != 0;
+}
+
+Wait wait_for(double seconds, bool keys) {
+  // Signals come in only during the wait, so that none is missed just before it.
+  sigset_t stops, before;
+  sigemptyset(&stops);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&stops, signal);
+  sigprocmask(SIG_BLOCK, &stops, &before);
+  const auto whole = static_cast<std::time_t>(seconds);
+  const timespec limit{whole, static_cast<long>((seconds - static_cast<double>(whole)) * 1e9)};
+  pollfd input{STDIN_FILENO, POLLIN, 0};
+  int ready = 0;
+  if (!stop_asked()) ready = ppoll(&input, keys ? 1 : 0, &limit, &before);
+  sigprocmask(SIG_SETMASK, &before, nullptr);
+  if (stop_asked()) return Wait::stop;
+  return ready > 0 ? Wait::key : Wait::over;
+}
+
+}  // namespace zt

@@ -1,0 +1,17 @@
+// Commands that go on until they are stopped: SIGINT, SIGTERM and SIGHUP end a wait instead of the process, so that
+// what was begun (a JSON array, a full screen) is brought to its end.
+#ifndef CACHET_TOOLS_ZT_STOP_H
+#define CACHET_TOOLS_ZT_STOP_H
+
+namespace zt {
+
+void catch_stop_signals();
+bool stop_asked();
+
+// Waits; ends early when asked to stop, or, with `keys`, when a key was pressed on standard input.
+enum class Wait { over, key, stop };
+Wait wait_for(double seconds, bool keys);
+
+}  // namespace zt
+
+#endif
