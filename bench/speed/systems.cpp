@@ -36,6 +36,7 @@ struct Entry {
 
 constexpr Entry entries[] = {
     {"cachet", [] { return from_module(cachet_module, WarmUp::yes); }},
+    {"cachet-unwarmed", [] { return from_module(cachet_module, WarmUp::no); }},
     {"cachet-plain", [] { return from_module(plain_module, WarmUp::no); }},
 #ifdef BENCH_WITH_LMDB
     {"lmdb", make_lmdb},

@@ -26,7 +26,7 @@ constexpr ZTINT8 spare_bytes = ZTINT8{32} << 20;
 
 class Cachet final : public System {
  public:
-  Cachet() {
+  explicit Cachet(WarmUp warm_up) : warm_up_(warm_up) {
     ZtCreateCondition(1, &condition_);
     for (ZtConditionHandle& condition : batch_) ZtCreateCondition(1, &condition);
     ZtCreateRecord(&row_);
@@ -54,6 +54,8 @@ class Cachet final : public System {
     ZtMemoryInfo(db_, &size, &used);
     return used;
   }
+
+  double warm_up_ns() const override { return warm_up_ns_; }
 
   void begin() override { ZtBeginTransaction(db_); }
   void commit() override { ZtCommitTransaction(db_); }
@@ -154,6 +156,8 @@ class Cachet final : public System {
     }
   }
 
+  WarmUp warm_up_;
+  double warm_up_ns_ = 0;
   Place place_;
   ZtDbHandle db_ = nullptr;
   ZtDbHandle tracked_ = nullptr;  // for lock_unlock
@@ -181,6 +185,10 @@ void Cachet::create(const Place& place) {
   ZtSaveDbInfo(db_);
   ZtLoadDb(db_);
   ZtUnLockDb(db_);
+  if (warm_up_ == WarmUp::no) return;
+  const Stopwatch stopwatch;
+  require(ZtxWarmUp(db_), "cachet: no warm-up");
+  warm_up_ns_ = stopwatch.elapsed_ns();
 }
 
 void Cachet::insert(const Row& row) {
@@ -194,6 +202,6 @@ void Cachet::insert(const Row& row) {
 }  // namespace
 }  // namespace bench
 
-bench::System* bench_make_system(bench::WarmUp) {
-  return new bench::Cachet;
+bench::System* bench_make_system(bench::WarmUp warm_up) {
+  return new bench::Cachet(warm_up);
 }
