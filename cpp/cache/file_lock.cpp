@@ -40,6 +40,7 @@ struct Registry {
   std::mutex mutex;
   std::map<FileId, LockFile> files;
   pid_t owner = getpid();
+  const Registry* inherited = nullptr;  // the parent's; kept in sight of leak checkers, and never touched
 };
 
 // Never destroyed: a program may delete its handles from the destructors of its own globals. A forked child starts with
@@ -49,6 +50,7 @@ Registry& registry() {
   Registry* all = current.load();
   if (all->owner != getpid()) {
     auto* const fresh = new Registry;
+    fresh->inherited = all;
     if (current.compare_exchange_strong(all, fresh)) return *fresh;
     delete fresh;
   }

@@ -262,7 +262,7 @@ TEST_F(ManagerTest, LimitsClientsAndTheTimeOfALogin) {
   std::optional<Peer> second(std::in_place, manager, ZT_MODE_READ_WRITE);
   Peer third(manager);
   EXPECT_FALSE(third.log_in(ZT_MODE_READ_WRITE));
-  EXPECT_EQ(third.message.head.cmd, CMD_ERROR);
+  EXPECT_EQ(int{third.message.head.cmd}, CMD_ERROR);
   second.reset();
   EXPECT_TRUE(eventually([&] { return Peer(manager).log_in(ZT_MODE_READ_WRITE); })) << "there is room again";
   EXPECT_FALSE(silent.chanel.Recv()) << "closed in the meantime";
@@ -286,7 +286,7 @@ TEST_F(ManagerTest, TurnsAwayWhatIsNoLogin) {
   for (const int mode : {-1, 0, 3}) {
     Peer peer(manager);
     EXPECT_FALSE(peer.log_in(mode));
-    EXPECT_EQ(peer.message.head.cmd, CMD_ERROR);
+    EXPECT_EQ(int{peer.message.head.cmd}, CMD_ERROR);
   }
   Peer peer(manager, ZT_MODE_READ_WRITE);
   EXPECT_TRUE(peer.chanel.Send(const_cast<char*>("x"), 1));
@@ -375,14 +375,14 @@ TEST_F(ManagerTest, CarriesOutTheRemoteRequests) {
   EXPECT_STREQ(peer.message.body.querytableresult.name, "accounts");
   EXPECT_EQ(peer.refusal(CMD_QUERYTABLERESULT, ints({1})), failure(text::bad_table, 1));
   EXPECT_EQ(peer.ask(CMD_QUERYCOLRESULT, ints({0, bank::f_name})), CMD_QUERYCOLRESULT);
-  EXPECT_EQ(peer.message.body.querycolresult.length, bank::name_width);
+  EXPECT_EQ(+peer.message.body.querycolresult.length, bank::name_width);
   EXPECT_EQ(peer.refusal(CMD_QUERYCOLRESULT, ints({0, 5})).code, ZT_ERR_GENERAL);
   EXPECT_EQ(peer.ask(CMD_QUERYINDEXRESULT, ints({0, bank::i_id})), CMD_QUERYINDEXRESULT);
-  EXPECT_EQ(peer.message.body.queryindexresult.type, ZT_INDEX_UNIQUE);
+  EXPECT_EQ(+peer.message.body.queryindexresult.type, ZT_INDEX_UNIQUE);
   EXPECT_EQ(peer.ask(CMD_QUERYINDEXCOLRESULT, ints({0, bank::i_team, 0})), CMD_QUERYINDEXCOLRESULT);
-  EXPECT_EQ(peer.message.body.queryindexcolresult.colid, bank::f_team);
+  EXPECT_EQ(+peer.message.body.queryindexcolresult.colid, bank::f_team);
   EXPECT_EQ(peer.ask(CMD_QUERYTABLESUMMARY, ints({0})), CMD_QUERYTABLESUMMARY);
-  EXPECT_EQ(peer.message.body.querytablesummary.recordcount, id + 1);
+  EXPECT_EQ(+peer.message.body.querytablesummary.recordcount, id + 1);
   EXPECT_EQ(peer.refusal(CMD_ADD_TABLE, padded("t", 81)).code, ZT_ERR_GENERAL);
 }
 

@@ -93,7 +93,7 @@ bool ClientWorker::log_in() {
     mailbox_ = std::move(mailbox);
     in_use_ = true;
   }
-  spdlog::info("client {}: process {} logged in with mode {}", number_, login_.pid, login_.mode);
+  spdlog::info("client {}: process {} logged in with mode {}", number_, int{login_.pid}, int{login_.mode});
   return channel_.Send(&message);
 }
 
@@ -108,8 +108,8 @@ void ClientWorker::serve() {
   while (take_request(message)) {
     const char command = message.head.cmd;
     if (!carry_out(client, message, message)) {
-      spdlog::debug("client {}: request {} refused: {} {}", number_, int{command}, message.body.error.errcode,
-                    for_log(message.body.error.errmsg));
+      spdlog::debug("client {}: request {} refused: {} {}", number_, int{command},
+                    int{message.body.error.errcode}, for_log(message.body.error.errmsg));
     }
     if (!answer(message)) return;
   }

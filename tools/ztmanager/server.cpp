@@ -180,7 +180,7 @@ bool Server::is_finished(Login& login, const pollfd& event) {
 
 void Server::admit(Login& login, const _CONNECT& request) {
   if (static_cast<int>(seats_.size()) >= options_.max_clients) {
-    spdlog::warn("process {} refused: {} clients are there", request.pid, seats_.size());
+    spdlog::warn("process {} refused: {} clients are there", int{request.pid}, seats_.size());
     send_refusal(login.channel(), ZT_ERR_GENERAL, "too many clients");
     return;
   }
@@ -189,7 +189,7 @@ void Server::admit(Login& login, const _CONNECT& request) {
   try {
     seats_.back().worker->StartRun();
   } catch (const boost::thread_resource_error& error) {
-    spdlog::error("no thread for process {}: {}", request.pid, error.what());
+    spdlog::error("no thread for process {}: {}", int{request.pid}, error.what());
     seats_.pop_back();
   }
 }

@@ -128,7 +128,7 @@ bool table_data(Client& client, const Request& request, Answer& answer) {
     const Place place;
     const Row row(session.handle());
     std::size_t bytes = 0;
-    const int first = std::max(body.recordid, 0);
+    const int first = std::max(int{body.recordid}, 0);
     bool more = ZtGotoRecord(session.handle(), body.tableid, first, place);
     while (more && bytes < most && ZtGetRecord(session.handle(), place, row)) {
       const int id = ZtGetRecordId(session.handle(), row);
