@@ -38,6 +38,7 @@ class SeparatorBytes {
       : front_(load_unaligned<std::uint32_t>(reinterpret_cast<const char*>(node) + 17)),
         rest_(load_relaxed<std::uint64_t>(reinterpret_cast<const char*>(node) + 24)) {}
 
+  bool is_there() const noexcept { return static_cast<std::uint8_t>(rest_ >> 32) == separator_version; }
   // Whether there is one, for keys that begin with a field of this type.
   bool is_for(unsigned type) const noexcept {
     return ((rest_ >> 28) & 0xfff) == (separator_version << 4 | type) && count() - 1U < 8U;
@@ -68,6 +69,13 @@ inline void write_separator(Rb_node node, const Separator& separator) noexcept {
   const std::uint64_t header = SeparatorBytes::header_of(separator);
   store_unaligned<std::uint32_t>(bytes + 17, static_cast<std::uint32_t>(window));
   store_unaligned<std::uint64_t>(bytes + 24, kept | window >> 56 << 8 | header << 16 | (window >> 32) << 40);
+}
+
+// Takes away whatever a node holds there.
+inline void clear_separator(Rb_node node) noexcept {
+  char* const bytes = reinterpret_cast<char*>(node);
+  store_unaligned<std::uint32_t>(bytes + 17, 0);
+  store_unaligned<std::uint64_t>(bytes + 24, load_unaligned<std::uint64_t>(bytes + 24) & 0xff);
 }
 
 }  // namespace cachet

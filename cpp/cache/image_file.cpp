@@ -5,12 +5,14 @@
 #include <algorithm>
 #include <cstring>
 
+#include "base/features.h"
 #include "base/transfer.h"
 #include "cache/catalog.h"
 #include "cache/each_record.h"
 #include "cache/heads.h"
 #include "cache/image.h"
 #include "cache/image_check.h"
+#include "cache/separators.h"
 #include "cache/transaction.h"
 #include "cache/work.h"
 #include "cachetx.h"
@@ -80,6 +82,21 @@ void clear_record_marks(const Rb_base& base, const CatalogCounts& counts) {
   }
 }
 
+// A wrong one would mislead every search that comes by; the trees themselves are taken as they are.
+void drop_wrong_separators(const Rb_base& base, const CatalogCounts& counts) {
+  std::int64_t offset = first_head_offset(*base.memory);
+  const Catalog catalog = Catalog::behind(base.share_memory_begin[0], counts);
+  for (std::int64_t table = 0; table < counts.tables; ++table) {
+    const auto indexes = std::ranges::count(catalog.indexes, table, &Rb_indexname::tableid);
+    for (std::ptrdiff_t tree = 0; tree <= indexes; ++tree) {
+      const std::int64_t end = end_of_heads(offset, 1);
+      const auto head = reinterpret_cast<Rb_node>(address_of(&base, FlatOffset{end - slot_bytes}));
+      drop_wrong_separators(&base, head, tree == 0 ? TreeKind::record_ids : TreeKind::index);
+      offset = end;
+    }
+  }
+}
+
 }  // namespace
 
 bool ZtWriteDbFile(ZtDbHandle database, const char* filename) {
@@ -122,6 +139,7 @@ bool ZtReadDbFile(ZtDbHandle database, const char* filename) {
   database->lock.MakeEpochOdd();
   const bool loaded = load(base, image);
   if (loaded) clear_record_marks(base, counts);
+  if (loaded && features::separators) drop_wrong_separators(base, counts);
   database->lock.MakeEpochEven();
   if (!loaded) return report(database, ZT_ERR_GENERAL, message::read_failed, filename);
   // The image brought the tables and their trees: also a creator's handle has to look for them now.

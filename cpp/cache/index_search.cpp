@@ -8,6 +8,23 @@ namespace cachet {
 
 namespace {
 
+// False when a writer has overtaken this handle there.
+template <bool checked>
+bool read_stored_key(const Rb_base* base, Rb_node external, KeyBytes& bytes) {
+  const std::int64_t offset = key_offset_of(external);
+  if (checked && !is_data(base, offset, 1)) return false;
+  const KeyFields fields(base, address_of(base, FlatOffset{offset}), checked);
+  if (!fields.readable()) return false;
+  bool whole = true;
+  for (int index = 0; whole && index < fields.count(); ++index) {
+    const Value value = fields.value(index);
+    if (value.data == nullptr) return false;
+    whole = bytes.append(fields.type(index), value.data, value.length);
+  }
+  bytes.finish(whole);
+  return true;
+}
+
 // The keys of an index's tree, compared with one searched key.
 template <bool checked>
 class StoredKeys {
@@ -26,20 +43,8 @@ class StoredKeys {
     return {is_equal ? 0 : compare_fields(external), shared};
   }
 
-  // False when a writer has overtaken this handle there.
   bool bytes_of(Rb_node external, KeyBytes& bytes) const {
-    const std::int64_t offset = key_offset_of(external);
-    if (checked && !is_data(base_, offset, 1)) return false;
-    const KeyFields fields(base_, address_of(base_, FlatOffset{offset}), checked);
-    if (!fields.readable()) return false;
-    bool whole = true;
-    for (int index = 0; whole && index < fields.count(); ++index) {
-      const Value value = fields.value(index);
-      if (value.data == nullptr) return false;
-      whole = bytes.append(fields.type(index), value.data, value.length);
-    }
-    bytes.finish(whole);
-    return true;
+    return read_stored_key<checked>(base_, external, bytes);
   }
 
  private:
@@ -71,12 +76,6 @@ class StoredIds {
   Rb_base* base_;
   ZtListItem* searched_;
 };
-
-KeyBytes bytes_of_id(ZTINT8 recordid) {
-  KeyBytes bytes;
-  bytes.finish(bytes.append(FIELD_INT8, reinterpret_cast<const char*>(&recordid), sizeof recordid));
-  return bytes;
-}
 
 template <bool checked>
 using IndexDescent = Descent<checked, StoredKeys<checked>>;
@@ -223,6 +222,16 @@ IndexPlace find_record_id(ZtDb* database, const ZtTable& table, ZTINT8 recordid)
   if constexpr (!features::separators) return search_plainly(base, table.listindex, &wanted, ZtComp2);
   return checks_links(base) ? search_id<true>(base, table.listindex, &wanted)
                             : search_id<false>(base, table.listindex, &wanted);
+}
+
+KeyBytes bytes_of_id(ZTINT8 recordid) {
+  KeyBytes bytes;
+  bytes.finish(bytes.append(FIELD_INT8, reinterpret_cast<const char*>(&recordid), sizeof recordid));
+  return bytes;
+}
+
+bool bytes_of_stored_key(const Rb_base* base, Rb_node external, KeyBytes& bytes) {
+  return read_stored_key<true>(base, external, bytes);
 }
 
 Separator separator_of(ZTINT8 recordid) {

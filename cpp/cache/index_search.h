@@ -47,6 +47,10 @@ IndexPlace find_record_id(ZtDb* database, const ZtTable& table, ZTINT8 recordid)
 // For the node that is made when this record id enters in front of all others.
 Separator separator_of(ZTINT8 recordid);
 
+// The bytes of what lies in the trees. False when there is no key at the node; checks every link.
+KeyBytes bytes_of_id(ZTINT8 recordid);
+bool bytes_of_stored_key(const Rb_base* base, Rb_node external, KeyBytes& bytes);
+
 }  // namespace cachet
 
 #endif
