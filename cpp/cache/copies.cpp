@@ -16,7 +16,7 @@ bool no_room(ZtDbHandle database) {
   return report(database, ZT_ERR_GENERAL, message::create_copies_failed, database->lock_name.c_str());
 }
 
-void keep_in_set(ZtDbHandle database, int tableid, ZtRecord* record, int length) {
+[[maybe_unused]] void keep_in_set(ZtDbHandle database, int tableid, ZtRecord* record, int length) {
   ZtRecordCopy copy{reinterpret_cast<ZTINT8>(record), length, tableid, nullptr};
   if (database->recordcopy.Find(copy)) return;
   copy.data = static_cast<char*>(std::malloc(static_cast<std::size_t>(length)));
