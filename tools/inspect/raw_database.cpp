@@ -33,6 +33,7 @@ std::unique_ptr<Rb_base> checked_view(const Rb_base& handle) {
   std::copy_n(handle.share_memory_begin, handle.segmentcount, view->share_memory_begin);
   view->segmentcount = handle.segmentcount;
   view->attached_bytes = handle.attached_bytes;
+  view->flat_begin = handle.flat_begin;
   view->memory = handle.memory;
   view->table = handle.table;
   view->mode = ZT_MODE_READ_ONLY;
@@ -74,6 +75,7 @@ void RawDatabase::attach_rest(std::int64_t size_bytes) {
     view_->share_memory_begin[view_->segmentcount++] = const_cast<char*>(segment.data());
     view_->attached_bytes += segment.bytes();
   }
+  if (view_->segmentcount == 1) view_->flat_begin = view_->share_memory_begin[0];
   if (view_->attached_bytes != size_bytes) {
     faults_.push_back("the header says " + std::to_string(size_bytes) + " bytes, the segments have " +
                       std::to_string(view_->attached_bytes));
