@@ -126,7 +126,7 @@ bool ClientWorker::take_request(_VEMROMSG& message) {
   const std::lock_guard guard(mutex_);
   in_use_ = false;
   if (gone_ || (result != 1 && !is_spoilt)) return false;
-  if (is_spoilt) Answer(message).set(0, 0);
+  if (is_spoilt) Answer(message).set_head(0, 0);
   return true;
 }
 

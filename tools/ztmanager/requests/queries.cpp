@@ -137,7 +137,7 @@ bool table_data(Client& client, const Request& request, Answer& answer) {
       bytes += entry_bytes;
       more = bytes < most && ZtNextRecord(session.handle(), place);
     }
-    answer.set(CMD_QUERYTABLEDATARESULT, bytes);
+    answer.set_head(CMD_QUERYTABLEDATARESULT, bytes);
     return !session.has_failed();
   });
 }

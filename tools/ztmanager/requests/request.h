@@ -41,9 +41,10 @@ class Request {
 
 class Answer {
  public:
-  explicit Answer(_VEMROMSG& message) : message_(message) { set(CMD_OK, 0); }
+  explicit Answer(_VEMROMSG& message) : message_(message) { set_head(CMD_OK, 0); }
 
-  void set(char command, std::size_t body_bytes) {
+  // For a body that is already in its place.
+  void set_head(char command, std::size_t body_bytes) {
     message_.head = {};
     message_.head.cmd = command;
     message_.head.length = static_cast<int>(body_bytes);
@@ -51,8 +52,9 @@ class Answer {
 
   template <class Body>
   void set(char command, const Body& body) {
-    static_assert(std::is_trivially_copyable_v<Body> && sizeof(Body) <= VEMRO_BODY_BYTES);
-    set(command, sizeof body);
+    static_assert(std::is_class_v<Body> && std::is_trivially_copyable_v<Body>);
+    static_assert(sizeof(Body) <= VEMRO_BODY_BYTES);
+    set_head(command, sizeof body);
     std::memcpy(message_.body.buffer, &body, sizeof body);
   }
 
