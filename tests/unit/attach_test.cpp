@@ -51,6 +51,11 @@ constexpr ZTINT8 gibibyte = 1LL << 30;
 
 struct Attach : DatabaseTest {};
 
+bool has_item(const Database& db, int id) {
+  Row row(db);
+  return find_item(db, id, row);
+}
+
 long address_space_bytes() {
   long pages = 0;
   std::ifstream("/proc/self/statm") >> pages;
@@ -92,9 +97,7 @@ TEST_F(Attach, OfManyHandlesIsCountedOnceEachAndGivesAllAddressesBack) {
     }
     std::shuffle(handles.begin(), handles.end(), random);
     while (!handles.empty()) {
-      Row row(handles.back());
-      EXPECT_TRUE(find_item(handles.back(), 7, row));
-      handles.back().close();
+      EXPECT_TRUE(has_item(handles.back(), 7));
       handles.pop_back();
       ASSERT_EQ(attachments(directory.base()), static_cast<int>(handles.size()) + 1);
     }
@@ -137,8 +140,7 @@ TEST_F(Attach, PutsSegmentsSideBySide) {
       EXPECT_EQ(address, base->share_memory_begin[offset / gibibyte] + offset % gibibyte);
       EXPECT_EQ(value_of(offset_of(base, address)), offset);
     }
-    Row row(db);
-    EXPECT_TRUE(find_item(db, 1, row));
+    EXPECT_TRUE(has_item(db, 1));
   }
 }
 
@@ -171,8 +173,7 @@ TEST_F(Attach, OfAChildEndsWithoutTheParents) {
     EXPECT_EQ(attachments(directory.base()), 2) << "the system counts the child";
     gate.tell('a');
     gate.wait_for('b');
-    Row row(db);
-    EXPECT_TRUE(find_item(db, 5, row));
+    EXPECT_TRUE(has_item(db, 5));
     db.close();
     EXPECT_EQ(attachments(directory.base()), 1);
     gate.tell('c');
@@ -204,8 +205,7 @@ TEST_F(Attach, GoesAnywhereWhenAddressesAreScarce) {
       const Database scarce = open_items(directory, mode);
       if (!scarce.opened) return 1;
       EXPECT_EQ(base_of(scarce)->range.bytes, 0);
-      Row row(scarce);
-      EXPECT_TRUE(find_item(scarce, 5, row));
+      EXPECT_TRUE(has_item(scarce, 5));
     }
     return 0;
   });
@@ -247,8 +247,7 @@ TEST_F(Attach, CanBeWarmedUpByEveryHandle) {
   const std::string before = bytes_of(creator);
   ASSERT_TRUE(ZtxWarmUp(creator));
   EXPECT_TRUE(bytes_of(creator) == before);
-  Row row(reader);
-  EXPECT_TRUE(find_item(reader, 9, row));
+  EXPECT_TRUE(has_item(reader, 9));
 
   const Database nothing = begin_open(directory, ZT_MODE_READ_ONLY, "absent");
   silence(nothing);
