@@ -55,8 +55,8 @@ class CACHET_API Cztmemchanel {
   bool Open(const char* name, int keyid);
 
   // Puts a frame, sealed, into the box, over one that is there. False for a frame that does not fit the message or the
-  // box, without a box, and when the box's lock stays held: by a side that is gone, or for ten seconds. May run in one
-  // thread while another one gets.
+  // box, without a box, and when the box's lock stays held: by a side that is gone, in a box that was removed, or for
+  // ten seconds. May run in one thread while another one gets.
   bool PutRequest(_VEMROMSG* msg);
   bool PutAnswer(_VEMROMSG* msg);
 
@@ -66,7 +66,8 @@ class CACHET_API Cztmemchanel {
   //   0: no frame; errno is EAGAIN when the time ran out, EINVAL when the semaphore, or this side's box, is gone.
   //  -1: with errno EBADMSG a frame that failed its check, its version or its length; `msg` has its head, and its body
   //      unless the length was wrong. With any other errno there was no frame: EINTR, the wait was interrupted; EIDRM,
-  //      the other side closed meanwhile; EOWNERDEAD, the lock stays held by a side that is gone.
+  //      the other side closed meanwhile; EOWNERDEAD, the lock stays held by a side that is gone, or in a box that was
+  //      removed.
   int GetRequest(_VEMROMSG* msg, int ms);
   int GetAnswer(_VEMROMSG* msg, int ms);
 

@@ -1,6 +1,7 @@
 #include "memchanel/box.h"
 
 #include <sched.h>
+#include <sys/shm.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -38,6 +39,12 @@ constexpr int without_limit = -1;
 int failure(int error, int result) {
   errno = error;
   return result;
+}
+
+// Taken out of the system under this side's feet: it lasts only as long as somebody is attached.
+bool is_removed(int segment) {
+  shmid_ds status;
+  return shmctl(segment, IPC_STAT, &status) != 0 || (status.shm_perm.mode & SHM_DEST) != 0;
 }
 
 }  // namespace
@@ -120,7 +127,7 @@ Box::Locked Box::lock_patiently(Deadline& deadline) {
   for (int tries = 0; !lock_.TryLock(); ++tries) {
     if (tries >= tries_before_doubt) {
       channel_.m_seen_other.store(true, std::memory_order_relaxed);
-      if (channel_.OtherSideLeft()) return Locked::holder_gone;
+      if (channel_.OtherSideLeft() || is_removed(known_.segment)) return Locked::holder_gone;
     }
     if (deadline.has_passed()) return Locked::out_of_time;
     usleep(microseconds_between_patient_tries);

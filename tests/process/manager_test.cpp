@@ -5,7 +5,9 @@
 #include <gtest/gtest.h>
 #include <ifaddrs.h>
 #include <netinet/in.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <random>
@@ -172,6 +174,10 @@ TEST_F(ManagerTest, ThatIsKilledEndsTheRequestsUnderWayAndIsReplaced) {
   Child client(
       [&](Gate&) {
         Database db = manager->open();
+        if (fork() == 0) {  // inherits the mailbox, and is not the manager
+          prctl(PR_SET_PDEATHSIG, SIGKILL);
+          pause();
+        }
         ZtBeginTransaction(db);
         return 1;
       },
@@ -487,6 +493,18 @@ TEST_F(ManagerTest, AnswersDamagedFramesAndOutlivesADamagedMailbox) {
   peer.chanel.Close();
   EXPECT_EQ(settled_amount(3), opening_balance);
   EXPECT_EQ(other.ask(CMD_BEGINTRANS), CMD_OK);
+}
+
+TEST_F(ManagerTest, RollsBackAClientThatKeepsTheLockOfItsBox) {
+  Manager manager(directory, {"--shutdown-time", "5000"});
+  Peer leaving(manager, ZT_MODE_READ_WRITE);
+  Peer staying(manager, ZT_MODE_READ_WRITE);
+  EXPECT_EQ(leaving.ask(CMD_BEGINTRANS), CMD_OK);
+  EXPECT_EQ(leaving.ask(CMD_ERASE, ints({bank::accounts, 3})), CMD_OK);
+  for (Peer* const peer : {&leaving, &staying}) peer->mailbox.m_lock_r.Lock();
+  leaving.chanel.Close();
+  EXPECT_EQ(manager.terminate(), 0) << "somebody is still waited for";
+  EXPECT_EQ(bank::amount_of(owner_, 3), opening_balance);
 }
 
 }  // namespace

@@ -78,7 +78,7 @@ static_assert(sizeof(_BCPIN) == sizeof(_REMOTERESTORETABLE));
 bool run(Client& client, const Request& request, Answer& answer) {
   const auto row =
       std::ranges::find_if(rows, [&](const Row& each) { return each.command == request.command(); });
-  if (row == rows.end()) return client.session.refuse(ZT_ERR_GENERAL, "unknown request");
+  if (row == rows.end()) return client.session.refuse(ZT_ERR_GENERAL, "unknown or damaged request");
   if (request.length() < row->least_bytes || request.length() > row->most_bytes) {
     return client.session.refuse(ZT_ERR_GENERAL, "wrong length of the request");
   }
