@@ -117,9 +117,9 @@ class Database {
     for (int op = ZT_OP_LESS; op <= ZT_OP_GREATER; ++op) search_many(db, random, op);
     ZtConditionHandle list = new_condition(static_cast<int>(random.below(std::size(indexes))));
     ZtRecordHandle row = new_row();
-    long sum = 0;
+    unsigned long sum = 0;
     for (bool stands = ZtListRecord(db, 0, list); stands; stands = ZtNextRecord(db, list))
-      sum = sum * 31 + id(db, list, row);
+      sum = sum * 31 + static_cast<unsigned>(id(db, list, row));
     std::cout << " all " << sum;
     ZtCloseRecord(db, row);
     ZtCloseCondition(list);
