@@ -63,10 +63,10 @@ typedef struct ZtDb* ZtDbHandle;               /* an attached database */
 typedef struct ZtRecordRow* ZtRecordHandle;    /* a row being built, or a stored row */
 typedef struct ZtCondition* ZtConditionHandle; /* a search key and the cursor of its results */
 
-typedef long long ZTINT8;
-typedef char ZTCHAR;
-typedef unsigned char ZTUCHAR;
-typedef char* ZTSTRING;
+typedef long long ZTINT8;      /* a value of a FIELD_INT8 */
+typedef char ZTCHAR;           /* of a FIELD_CHAR */
+typedef unsigned char ZTUCHAR; /* of a FIELD_UCHAR */
+typedef char* ZTSTRING;        /* of a FIELD_STRING */
 
 /*
  * Called with every error of a handle. `errmsg` (GBK, at most 299 bytes) lives until the callback returns.

@@ -1,0 +1,22 @@
+# Target `uninstall`: removes what the last `cmake --install` of this build folder put down, and the folders that are
+# the library's own once they are empty.
+set(manifest install_manifest.txt)
+if(NOT EXISTS ${manifest})
+  message(FATAL_ERROR "Nothing was installed from here: there is no ${manifest}")
+endif()
+
+file(STRINGS ${manifest} files)
+foreach(file IN LISTS files)
+  set(path "$ENV{DESTDIR}${file}")
+  if(EXISTS "${path}" OR IS_SYMLINK "${path}")
+    message(STATUS "Removing ${path}")
+    file(REMOVE "${path}")
+  endif()
+  cmake_path(GET path PARENT_PATH folder)
+  cmake_path(GET folder FILENAME name)
+  file(GLOB left "${folder}/*")
+  if(name STREQUAL "cachet" AND NOT left)
+    file(REMOVE_RECURSE "${folder}")
+  endif()
+endforeach()
+file(REMOVE ${manifest})
