@@ -7,6 +7,6 @@ set -euo pipefail
 here=$(dirname "$0")
 include=$here/../../include
 
-abidw --exported-interfaces-only --drop-private-types --suppressions "$here/libcachet.suppr" \
+abidw --exported-interfaces-only --drop-private-types --type-id-style hash --suppressions "$here/libcachet.suppr" \
   --header-file "$include/cachet.h" --header-file "$include/cachetx.h" \
   --no-corpus-path --no-comp-dir-path --no-show-locs --no-elf-needed --no-parameter-names --no-write-default-sizes "$1"
