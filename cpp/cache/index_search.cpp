@@ -142,7 +142,7 @@ IndexPlace search_id(Rb_base* base, Rb_node head, ZtListItem* wanted) {
   return go_down(descent);
 }
 
-IndexPlace search_plainly(Rb_base* base, Rb_node head, void* key, Rb_compare compare) {
+[[maybe_unused]] IndexPlace search_plainly(Rb_base* base, Rb_node head, void* key, Rb_compare compare) {
   int found = 0;
   const Rb_node node = rb_find_gkey_n(base, head, key, compare, &found);
   return {node, found != 0, {}};
