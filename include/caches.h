@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "accelerate_hints.h"
 #include "cachet.h"
 #include "rb.h"
 #include "rb_insert.h"
@@ -40,8 +41,9 @@ struct ZtTable {
   int maxindexfield = 0;
   std::vector<ZtDataField> fielddescrible;
   std::vector<ZtIndexDescrible> indexdescrible;
-  std::vector<Rb_node> indexs;  // head of each index tree
-  Rb_node listindex = nullptr;  // head of the record-id tree
+  std::vector<Rb_node> indexs;                   // head of each index tree
+  Rb_node listindex = nullptr;                   // head of the record-id tree
+  mutable std::vector<cachet::HintTable> hints;  // what this process has found in each index tree
 };
 
 /* ---- records in the shared memory: packed, at any alignment ---- */
@@ -208,6 +210,7 @@ struct ZtDb {
   std::set<long long>::node_type spare_lock;          // of `locks`, for the next position
   std::vector<int> tables_to_unmark;                  // marked tables whose copies a reset dropped
   std::vector<cachet::IndexPlace> index_places;       // scratch of an insert
+  bool has_provided_nonces = false;                   // once, in its first transaction
   std::vector<signed char> standings;                 // scratch of a search for many keys
   std::shared_ptr<cachet::LeavesAhead> leaves_ahead;  // of the last walk, once there was one
 };

@@ -151,7 +151,7 @@ IndexPlace search_plainly(Rb_base* base, Rb_node head, void* key, Rb_compare com
 }  // namespace
 
 SearchKey::SearchKey(const ZtTable& table, std::size_t indexid, ZtIndexItem* item) : item_(item) {
-  if constexpr (!features::separators) return;
+  if constexpr (!features::separators && !features::hints) return;
   const std::vector<int>& fields = table.indexdescrible[indexid].indexdescrible;
   bool whole = true;
   for (std::size_t index = 0; whole && static_cast<int>(index) < item->point; ++index) {
@@ -161,6 +161,8 @@ SearchKey::SearchKey(const ZtTable& table, std::size_t indexid, ZtIndexItem* ite
             bytes_.append(given.type, given.data, static_cast<unsigned short>(given.length));
   }
   bytes_.finish(whole);
+  is_exact_ =
+      whole && static_cast<std::size_t>(item->point) == fields.size() && bytes_.ordered() == bytes_.size();
 }
 
 IndexPlace find_in_index(ZtDb* database, const ZtTable& table, std::size_t indexid, const SearchKey& key) {
