@@ -2,7 +2,7 @@
 //
 // A hint saves the descent, nothing else. It names a node that has been a leaf of the tree; the caller compares
 // the searched key with the node's, and a hint that does not hold is as good as none. The table belongs to one
-// nonce of the tree (accelerate_nonce.h): another one empties it.
+// era of the tree (accelerate_nonce.h): another one empties it.
 //
 //   slot, 16 bytes   0            4             8                    16
 //                    +------------+-------------+--------------------+
@@ -27,8 +27,13 @@ namespace cachet {
 // The limit of all tables of the process together, in bytes; 0 switches hints off. Tables that are too large for
 // a lowered limit begin anew when they are used next. Any thread.
 inline constexpr std::size_t default_hint_limit_bytes = std::size_t{64} << 20;
-void set_hint_limit(std::size_t limit_bytes) noexcept;
-std::size_t hint_limit() noexcept;
+extern std::atomic<std::size_t> hint_limit_bytes;
+inline void set_hint_limit(std::size_t limit_bytes) noexcept {
+  hint_limit_bytes.store(limit_bytes, std::memory_order_relaxed);
+}
+inline std::size_t hint_limit() noexcept {
+  return hint_limit_bytes.load(std::memory_order_relaxed);
+}
 // What the tables of the process take now.
 std::size_t hint_bytes() noexcept;
 
@@ -50,16 +55,16 @@ class HintTable {
     return *this;
   }
 
-  // The hint for the hash of a key, while the tree has this nonce; null when there is none.
-  const Hint* find(Nonce nonce, std::uint32_t hash) const noexcept {
-    if (lines_ == nullptr || nonce != nonce_ || limit_.load(std::memory_order_relaxed) == 0) return nullptr;
+  // The hint for the hash of a key, if the tree is still in the era of the table; null when there is none.
+  const Hint* find(const Era& era, std::uint32_t hash) noexcept {
+    if (lines_ == nullptr || !era_.goes_on_as(era) || hint_limit() == 0) return nullptr;
     const Line& own = line_of(hash);
     if (const Hint* hint = own.find(hash)) return hint;
     return own.full() ? neighbour_of(own).find(hash) : nullptr;
   }
 
-  // Keeps a hint for later, or replaces another one. Nothing is kept under no nonce.
-  void remember(Nonce nonce, const Hint& hint) noexcept;
+  // Keeps a hint for later, or replaces another one. Nothing is kept in an era without a nonce.
+  void remember(const Era& era, const Hint& hint) noexcept;
 
   // Gives the memory back.
   void forget() noexcept;
@@ -96,14 +101,10 @@ class HintTable {
   void grow() noexcept;
   void swap(HintTable& other) noexcept;
 
-  static std::atomic<std::size_t> limit_;
-  friend void set_hint_limit(std::size_t) noexcept;
-  friend std::size_t hint_limit() noexcept;
-
   Line* lines_ = nullptr;
   std::size_t line_count_ = 0;  // a power of two
   std::size_t used_slots_ = 0;
-  Nonce nonce_ = Nonce::none;
+  Era era_;
   char* reserved_ = nullptr;  // the address space that the lines may grow into
   std::size_t reserved_bytes_ = 0;
 };

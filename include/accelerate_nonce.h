@@ -31,6 +31,23 @@ inline Nonce nonce_of(const srb_node* head) noexcept {
   return Nonce{load_acquire<std::uint64_t>(reinterpret_cast<const char*>(head) + nonce_at)};
 }
 
+// When a tree was looked at: under which nonce, and how far the node area reached.
+struct Era {
+  Nonce nonce = Nonce::none;
+  std::int64_t node_front = 0;
+
+  static Era of(const Rb_base* base, const srb_node* head) noexcept {
+    return {nonce_of(head), load_acquire<ZTINT8>(&base->memory->nodeoffset)};
+  }
+  // Whether what was known in this era counts in a later one, and moves it on. The node area never shrinks while the
+  // nodes stay: a program that knows no nonces may have loaded an image that has this very one.
+  bool goes_on_as(const Era& later) noexcept {
+    if (later.nonce != nonce || later.node_front < node_front) return false;
+    node_front = later.node_front;
+    return true;
+  }
+};
+
 // Gives the head another nonce; none in a build that keeps nothing about trees, or when the system has no random
 // number for us. By a writer, or by whoever makes the head.
 void renew_nonce(Rb_node head) noexcept;

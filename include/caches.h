@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "accelerate_hints.h"
+#include "accelerate_levels.h"
 #include "cachet.h"
 #include "rb.h"
 #include "rb_insert.h"
@@ -41,9 +42,12 @@ struct ZtTable {
   int maxindexfield = 0;
   std::vector<ZtDataField> fielddescrible;
   std::vector<ZtIndexDescrible> indexdescrible;
-  std::vector<Rb_node> indexs;                   // head of each index tree
-  Rb_node listindex = nullptr;                   // head of the record-id tree
-  mutable std::vector<cachet::HintTable> hints;  // what this process has found in each index tree
+  std::vector<Rb_node> indexs;  // head of each index tree
+  Rb_node listindex = nullptr;  // head of the record-id tree
+
+  // What this process keeps of each index tree, for speed; searches fill it.
+  mutable std::vector<cachet::HintTable> hints;
+  mutable std::vector<cachet::PackedLevels> levels;
 };
 
 /* ---- records in the shared memory: packed, at any alignment ---- */

@@ -39,15 +39,7 @@ char* first_huge_page(char* address) noexcept {
 
 }  // namespace
 
-std::atomic<std::size_t> HintTable::limit_{default_hint_limit_bytes};
-
-void set_hint_limit(std::size_t limit_bytes) noexcept {
-  HintTable::limit_.store(limit_bytes, std::memory_order_relaxed);
-}
-
-std::size_t hint_limit() noexcept {
-  return HintTable::limit_.load(std::memory_order_relaxed);
-}
+std::atomic<std::size_t> hint_limit_bytes{default_hint_limit_bytes};
 
 std::size_t hint_bytes() noexcept {
   return bytes_in_use.load(std::memory_order_relaxed);
@@ -57,7 +49,7 @@ void HintTable::swap(HintTable& other) noexcept {
   std::swap(lines_, other.lines_);
   std::swap(line_count_, other.line_count_);
   std::swap(used_slots_, other.used_slots_);
-  std::swap(nonce_, other.nonce_);
+  std::swap(era_, other.era_);
   std::swap(reserved_, other.reserved_);
   std::swap(reserved_bytes_, other.reserved_bytes_);
 }
@@ -69,7 +61,7 @@ void HintTable::forget() noexcept {
   lines_ = nullptr;
   line_count_ = used_slots_ = reserved_bytes_ = 0;
   reserved_ = nullptr;
-  nonce_ = Nonce::none;
+  era_ = {};
 }
 
 bool HintTable::reserve() noexcept {
@@ -115,11 +107,11 @@ void HintTable::grow() noexcept {
   }
 }
 
-void HintTable::remember(Nonce nonce, const Hint& hint) noexcept {
-  if (nonce == Nonce::none) return;
-  if (nonce != nonce_ || hint_bytes() > hint_limit()) forget();
+void HintTable::remember(const Era& era, const Hint& hint) noexcept {
+  if (era.nonce == Nonce::none) return;
+  if (!era_.goes_on_as(era) || hint_bytes() > hint_limit()) forget();
   if (lines_ == nullptr && !reserve()) return;
-  nonce_ = nonce;
+  era_ = era;
   if (used_slots_ * 8 > line_count_ * Line::slot_count * 5) grow();
   Line& own = line_of(hint.hash);
   Hint* slot = own.slot_for(hint.hash);

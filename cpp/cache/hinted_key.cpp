@@ -31,8 +31,8 @@ HintedKey::HintedKey(Rb_base* base, const ZtTable& table, std::size_t indexid, c
 Rb_node HintedKey::find() {
   noted_.node_number = 0;
   if (hints_ == nullptr) return nullptr;
-  nonce_ = nonce_of(head_);
-  const Hint* const hint = hints_->find(nonce_, hash_);
+  era_ = Era::of(base_, head_);
+  const Hint* const hint = hints_->find(era_, hash_);
   if (hint == nullptr) return nullptr;
   if (!is_node(base_, hint->node_number) || !is_data(base_, hint->key_offset, sizeof(ZtIndexItem)))
     return nullptr;
@@ -53,7 +53,7 @@ void HintedKey::note(Rb_node node) {
 }
 
 void HintedKey::keep() {
-  if (noted_.node_number != 0) hints_->remember(nonce_, noted_);
+  if (noted_.node_number != 0) hints_->remember(era_, noted_);
 }
 
 }  // namespace cachet

@@ -27,7 +27,7 @@ class HintedKey {
   const srb_node* head_;
   const SearchKey& key_;
   HintTable* hints_ = nullptr;  // null: not a key for hints
-  Nonce nonce_ = Nonce::none;   // as `find` has seen it
+  Era era_;                     // as `find` has seen it
   std::uint32_t hash_ = 0;
   Hint noted_{};  // no node: nothing to keep
 };

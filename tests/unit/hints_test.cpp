@@ -12,7 +12,7 @@
 namespace cachet::test {
 namespace {
 
-constexpr Nonce some_nonce{1}, other_nonce{2};
+constexpr Era some_era{Nonce{1}, 4096}, other_era{Nonce{2}, 4096}, shrunk_era{Nonce{1}, 4064};
 
 std::uint32_t hash_of(std::uint32_t key) {
   return key * 0x9E3779B1u;
@@ -23,14 +23,14 @@ struct HintTables : testing::Test {
 
   void remember(std::uint32_t from, std::uint32_t to) {
     for (std::uint32_t key = from; key < to; ++key) {
-      table.remember(some_nonce, {hash_of(key), key + 1, std::int64_t{8} * key});
+      table.remember(some_era, {hash_of(key), key + 1, std::int64_t{8} * key});
     }
   }
   // How many keys have a hint; a wrong one fails the test.
-  std::uint32_t known(std::uint32_t count) const {
+  std::uint32_t known(std::uint32_t count) {
     std::uint32_t hits = 0;
     for (std::uint32_t key = 0; key < count; ++key) {
-      const Hint* const hint = table.find(some_nonce, hash_of(key));
+      const Hint* const hint = table.find(some_era, hash_of(key));
       if (hint == nullptr) continue;
       EXPECT_EQ(hint->node_number, key + 1);
       EXPECT_EQ(hint->key_offset, std::int64_t{8} * key);
@@ -60,7 +60,7 @@ TEST_F(HintTables, KeepNearlyAllHintsWhileTheyGrow) {
 TEST_F(HintTables, ReplaceHintsAtTheLimitOfTheProcess) {
   ZtxSetHintLimit(100'000);
   HintTable other;
-  other.remember(some_nonce, {1, 1, 8});
+  other.remember(some_era, {1, 1, 8});
   remember(0, 50'000);
   EXPECT_EQ(table.bytes(), 65536u) << "as long as a power of two fits beside the other table";
   EXPECT_EQ(hint_bytes(), table.bytes() + other.bytes());
@@ -70,7 +70,7 @@ TEST_F(HintTables, ReplaceHintsAtTheLimitOfTheProcess) {
   ZtxSetHintLimit(20'000);
   remember(0, 10);
   EXPECT_LE(hint_bytes(), 20'000u + other.bytes()) << "a table that is too large begins anew";
-  other.remember(some_nonce, {1, 1, 8});
+  other.remember(some_era, {1, 1, 8});
   EXPECT_LE(hint_bytes(), 20'000u);
 
   ZtxSetHintLimit(0);
@@ -81,15 +81,16 @@ TEST_F(HintTables, ReplaceHintsAtTheLimitOfTheProcess) {
   EXPECT_EQ(hint_limit(), 0u);
 }
 
-TEST_F(HintTables, BelongToOneNonce) {
+TEST_F(HintTables, BelongToOneEra) {
   remember(0, 100);
-  EXPECT_EQ(table.find(other_nonce, hash_of(7)), nullptr);
+  EXPECT_EQ(table.find(other_era, hash_of(7)), nullptr);
+  EXPECT_EQ(table.find(shrunk_era, hash_of(7)), nullptr);
   EXPECT_EQ(known(100), 100u);
-  table.remember(Nonce::none, {hash_of(7), 1, 8});
+  table.remember(Era{}, {hash_of(7), 1, 8});
   EXPECT_EQ(known(100), 100u) << "a tree without a nonce leaves no trace";
-  table.remember(other_nonce, {hash_of(200), 1, 8});
+  table.remember(other_era, {hash_of(200), 1, 8});
   EXPECT_EQ(known(100), 0u);
-  EXPECT_EQ(table.find(Nonce::none, hash_of(7)), nullptr);
+  EXPECT_EQ(table.find(Era{}, hash_of(7)), nullptr);
 }
 
 // ---- the nonces of a database ----
