@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "accelerate_hints.h"
+#include "accelerate_levels.h"
 #include "cachet.h"
 #include "rb.h"
 #include "rb_insert.h"
@@ -42,6 +44,10 @@ struct ZtTable {
   std::vector<ZtIndexDescrible> indexdescrible;
   std::vector<Rb_node> indexs;  // head of each index tree
   Rb_node listindex = nullptr;  // head of the record-id tree
+
+  // What this process keeps of each index tree, for speed; searches fill it.
+  mutable std::vector<cachet::HintTable> hints;
+  mutable std::vector<cachet::PackedLevels> levels;
 };
 
 /* ---- records in the shared memory: packed, at any alignment ---- */
@@ -208,6 +214,7 @@ struct ZtDb {
   std::set<long long>::node_type spare_lock;          // of `locks`, for the next position
   std::vector<int> tables_to_unmark;                  // marked tables whose copies a reset dropped
   std::vector<cachet::IndexPlace> index_places;       // scratch of an insert
+  bool has_provided_nonces = false;                   // once, in its first transaction
   std::vector<signed char> standings;                 // scratch of a search for many keys
   std::shared_ptr<cachet::LeavesAhead> leaves_ahead;  // of the last walk, once there was one
 };

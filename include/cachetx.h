@@ -78,6 +78,14 @@ CACHET_API bool ZtxCheckDbFile(ZtDbHandle database, const char* filename);
  */
 CACHET_API bool ZtxWarmUp(ZtDbHandle database);
 
+/*
+ * Sets how many bytes this process may use, over all its handles, to remember where in a unique index it has
+ * found which key: 64 MiB unless told otherwise, 16 bytes a key. Later searches for the same full key go there
+ * directly. 0 or less switches this off; what was used for it is given back when the handles search next, or
+ * end. No result depends on it. Any thread, any time.
+ */
+CACHET_API void ZtxSetHintLimit(ZTINT8 bytes);
+
 #ifdef __cplusplus
 }
 #endif

@@ -66,8 +66,7 @@ class Descent {
         [[likely]] {
       const std::uint64_t window = separator.window();
       if (window == window_) return step_at_equal_window();
-      order = window_ < window ? 1 : -1;
-      if (tracks_) note(order, skip_ + static_cast<unsigned>(std::countl_zero(window_ ^ window)) / 8);
+      order = order_by_window(window);
     } else {
       order = order_at_other_separator(separator);
       if (order == 0) return false;
@@ -90,7 +89,7 @@ class Descent {
     return skip < last.size() ? last.separator(skip) : Separator{};
   }
 
- private:
+ protected:
   bool may_follow(std::uint32_t link) noexcept { return !checked || reach_.node(link); }
 
   bool end(Rb_node node, bool found) noexcept {
@@ -107,6 +106,13 @@ class Descent {
     const Separator own = key_.separator(skip);
     header_ = own.count == 0 ? no_header : SeparatorBytes::header_of(own);
     equal_windows_decide_ = key_.is_whole() && key_.size() == skip + own.count;
+  }
+
+  // By a window that is not equal, of a separator with that header.
+  int order_by_window(std::uint64_t window) noexcept {
+    const int order = window_ < window ? 1 : -1;
+    if (tracks_) note(order, skip_ + static_cast<unsigned>(std::countl_zero(window_ ^ window)) / 8);
+    return order;
   }
 
   [[gnu::noinline]] bool step_at_equal_window() noexcept {

@@ -31,6 +31,9 @@ inline constexpr bool hints = false;
 inline constexpr bool hints = true;  // unique key to node, in the handle
 #endif
 
+// What both need: a number in each tree's head that tells its nodes from those of another time.
+inline constexpr bool nonces = packed_levels || hints;
+
 #if defined(CACHET_PLAIN) || defined(CACHET_WITHOUT_READ_AHEAD)
 inline constexpr bool read_ahead = false;
 #else

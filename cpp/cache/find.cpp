@@ -4,6 +4,7 @@
 
 #include "cache/cursor.h"
 #include "cache/error.h"
+#include "cache/hinted_key.h"
 #include "cache/index_search.h"
 #include "cache/snapshot.h"
 
@@ -69,6 +70,14 @@ class Placement {
   bool found_;
 };
 
+IndexPlace find_by_hint_or_search(ZtDbHandle database, const ZtTable& table, std::size_t indexid,
+                                  HintedKey& hinted, const SearchKey& key) {
+  if (const Rb_node node = hinted.find(); node != nullptr) return {node, true, {}};
+  const IndexPlace place = find_in_index(database, table, indexid, key);
+  if (place.found) hinted.note(place.node);
+  return place;
+}
+
 struct Outcome {
   bool found;
   Standing standing;
@@ -108,13 +117,15 @@ bool ZtFindRecord(ZtDbHandle database, int tableid, ZtConditionHandle condition,
   const ZtTable& table = database->database[static_cast<std::size_t>(tableid)];
   const auto indexid = static_cast<std::size_t>(condition->indexid);
   const SearchKey key(table, indexid, &condition->indexitem);
+  HintedKey hinted(&database->base, table, indexid, key);
   const Outcome outcome = read_table(database, tableid, [&]() -> Outcome {
-    const IndexPlace place = find_in_index(database, table, indexid, key);
+    const IndexPlace place = find_by_hint_or_search(database, table, indexid, hinted, key);
     if (!place_cursor(&database->base, table.indexs[indexid], condition, place)) {
       return {false, Standing::unreadable};
     }
     return {true, stand_on_key<Forward>(database, condition)};
   });
+  hinted.keep();
   if (!outcome.found) return end_read(database, false);
   if (outcome.standing == Standing::empty_key) condition->nodepoint = nullptr;
   return end_read(database, settle<Forward>(database, condition, outcome.standing));

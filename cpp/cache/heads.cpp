@@ -55,8 +55,20 @@ void reset_in_place(ZtDbHandle database, std::int64_t data_front) {
   for (std::size_t id = 0; id < database->database.size(); ++id) {
     store_release<int>(&catalog_of(database, static_cast<int>(id))->recordcount, 0);
   }
-  for_each_head(database, make_rb_ext);
+  for_each_head(database, [](Rb_base* whole) {
+    const Rb_node head = make_rb_ext(whole);
+    renew_nonce(head);
+    return head;
+  });
   database->lock.MakeEpochEven();
+}
+
+void provide_nonces(ZtDbHandle database) {
+  for (const ZtTable& table : database->database) {
+    for (const Rb_node head : table.indexs) {
+      if (head != nullptr) provide_nonce(head);
+    }
+  }
 }
 
 void abandon_records(ZtDbHandle database, std::int64_t data_front) {

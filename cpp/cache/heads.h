@@ -20,6 +20,9 @@ void abandon_records(ZtDbHandle database, std::int64_t data_front);
 // The part of it in shared memory, with readers kept out. Repeatable: what was cut off is finished by another.
 void reset_in_place(ZtDbHandle database, std::int64_t data_front);
 
+// Gives every index tree that has none a nonce. By a writer that keeps the others out.
+void provide_nonces(ZtDbHandle database);
+
 }  // namespace cachet
 
 #endif

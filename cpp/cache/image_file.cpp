@@ -97,6 +97,15 @@ void drop_wrong_separators(const Rb_base& base, const CatalogCounts& counts) {
   }
 }
 
+// Those of the image stood for nodes of another time.
+void renew_nonces(const Rb_base& base, const CatalogCounts& counts) {
+  std::int64_t end = first_head_offset(*base.memory);
+  for (std::int64_t head = 0; head < counts.tables + counts.indexes; ++head) {
+    end = end_of_heads(end, 1);
+    renew_nonce(reinterpret_cast<Rb_node>(address_of(&base, FlatOffset{end - slot_bytes})));
+  }
+}
+
 }  // namespace
 
 bool ZtWriteDbFile(ZtDbHandle database, const char* filename) {
@@ -138,6 +147,7 @@ bool ZtReadDbFile(ZtDbHandle database, const char* filename) {
   clear_table_marks(image, counts);
   database->lock.MakeEpochOdd();
   const bool loaded = load(base, image);
+  if (loaded) renew_nonces(base, counts);
   if (loaded) clear_record_marks(base, counts);
   if (loaded && features::separators) drop_wrong_separators(base, counts);
   database->lock.MakeEpochEven();

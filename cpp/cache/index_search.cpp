@@ -1,6 +1,6 @@
 #include "cache/index_search.h"
 
-#include "accelerate/descent.h"
+#include "accelerate/levelled_descent.h"
 #include "cache/key.h"
 #include "cache/key_fields.h"
 
@@ -78,7 +78,16 @@ class StoredIds {
 };
 
 template <bool checked>
-using IndexDescent = Descent<checked, StoredKeys<checked>>;
+using IndexDescent = LevelledDescent<checked, StoredKeys<checked>>;
+
+// The levels that may serve for this key; null when none may: the shape of the tree decides which one of several equal
+// keys is found.
+PackedLevels* levels_for(const Rb_base* base, const ZtTable& table, std::size_t indexid,
+                         const SearchKey& key) {
+  if (!features::packed_levels || !key.is_exact()) return nullptr;
+  PackedLevels& levels = table.levels[indexid];
+  return levels.begin(Era::of(base, table.indexs[indexid])) ? &levels : nullptr;
+}
 
 template <class Descent>
 IndexPlace go_down(Descent& descent) {
@@ -89,12 +98,25 @@ IndexPlace go_down(Descent& descent) {
   return {descent.node(), descent.found(), {}};
 }
 
-template <bool checked>
-IndexPlace search(Rb_base* base, Rb_node head, const SearchKey& key, bool for_entry) {
-  IndexDescent<checked> descent(base, head, key.bytes(), StoredKeys<checked>(base, key));
-  IndexPlace place = go_down(descent);
+template <class Descent>
+IndexPlace place_at_end(Descent& descent, bool for_entry) {
+  if (!descent.stands()) {
+    Descent again = descent.from_root();
+    go_down(again);
+    return place_at_end(again, for_entry);
+  }
+  IndexPlace place{descent.node(), descent.found(), {}};
   if (for_entry && !place.found) place.separator = descent.separator_for_entry();
   return place;
+}
+
+template <bool checked>
+IndexPlace search(Rb_base* base, const ZtTable& table, std::size_t indexid, const SearchKey& key,
+                  bool for_entry) {
+  IndexDescent<checked> descent(base, table.indexs[indexid], key.bytes(), StoredKeys<checked>(base, key),
+                                levels_for(base, table, indexid, key));
+  go_down(descent);
+  return place_at_end(descent, for_entry);
 }
 
 // The search keys of one round, and the searches for them.
@@ -105,16 +127,16 @@ class Round {
 
   void add(const ZtTable& table, std::size_t indexid, ZtIndexItem* item) {
     const SearchKey& key = keys_[count_].make(table, indexid, item);
-    descents_[count_++].make(base_, table.indexs[indexid], key.bytes(), StoredKeys<checked>(base_, key));
+    descents_[count_++].make(base_, table.indexs[indexid], key.bytes(), StoredKeys<checked>(base_, key),
+                             levels_for(base_, table, indexid, key));
   }
   void run() { go_down_together(descents_, count_); }
-  IndexPlace place(std::size_t index) const {
-    return {descents_[index].value.node(), descents_[index].value.found(), {}};
+  IndexPlace place(std::size_t index) {
+    constexpr bool for_entry = false;
+    return place_at_end(descents_[index].value, for_entry);
   }
   IndexPlace place_for_entry(std::size_t index) {
-    IndexPlace found = place(index);
-    if (features::separators && !found.found) found.separator = descents_[index].value.separator_for_entry();
-    return found;
+    return place_at_end(descents_[index].value, features::separators);
   }
 
  private:
@@ -151,7 +173,7 @@ IndexPlace search_id(Rb_base* base, Rb_node head, ZtListItem* wanted) {
 }  // namespace
 
 SearchKey::SearchKey(const ZtTable& table, std::size_t indexid, ZtIndexItem* item) : item_(item) {
-  if constexpr (!features::separators) return;
+  if constexpr (!features::separators && !features::hints) return;
   const std::vector<int>& fields = table.indexdescrible[indexid].indexdescrible;
   bool whole = true;
   for (std::size_t index = 0; whole && static_cast<int>(index) < item->point; ++index) {
@@ -161,22 +183,23 @@ SearchKey::SearchKey(const ZtTable& table, std::size_t indexid, ZtIndexItem* ite
             bytes_.append(given.type, given.data, static_cast<unsigned short>(given.length));
   }
   bytes_.finish(whole);
+  is_exact_ =
+      whole && static_cast<std::size_t>(item->point) == fields.size() && bytes_.ordered() == bytes_.size();
 }
 
 IndexPlace find_in_index(ZtDb* database, const ZtTable& table, std::size_t indexid, const SearchKey& key) {
   Rb_base* const base = &database->base;
-  const Rb_node head = table.indexs[indexid];
-  if constexpr (!features::separators) return search_plainly(base, head, key.item(), ZtComp);
+  if constexpr (!features::separators) return search_plainly(base, table.indexs[indexid], key.item(), ZtComp);
   constexpr bool for_entry = false;
-  return checks_links(base) ? search<true>(base, head, key, for_entry)
-                            : search<false>(base, head, key, for_entry);
+  return checks_links(base) ? search<true>(base, table, indexid, key, for_entry)
+                            : search<false>(base, table, indexid, key, for_entry);
 }
 
 IndexPlace find_place_in_index(ZtDb* database, const ZtTable& table, std::size_t indexid,
                                const SearchKey& key) {
-  const Rb_node head = table.indexs[indexid];
-  if constexpr (!features::separators) return search_plainly(&database->base, head, key.item(), ZtComp);
-  return search<false>(&database->base, head, key, true);
+  Rb_base* const base = &database->base;
+  if constexpr (!features::separators) return search_plainly(base, table.indexs[indexid], key.item(), ZtComp);
+  return search<false>(base, table, indexid, key, true);
 }
 
 void find_in_indexes(ZtDb* database, const ZtTable& table, const ZtConditionHandle* conditions,

@@ -19,10 +19,14 @@ class SearchKey {
 
   ZtIndexItem* item() const { return item_; }
   const KeyBytes& bytes() const { return bytes_; }
+  // Whether it equals one node of the tree at most, whatever the shape of the tree: it has all fields of the index,
+  // and all of their values are in order, which doubles are not.
+  bool is_exact() const { return is_exact_; }
 
  private:
   ZtIndexItem* item_;
   KeyBytes bytes_;
+  bool is_exact_ = false;
 };
 
 // The largest key that is not above the searched one (`found`: it is equal), or the head. Reads like

@@ -1,6 +1,8 @@
 #include "cache/link.h"
 
+#include "base/features.h"
 #include "cache/entry.h"
+#include "cache/error.h"
 #include "cache/index_search.h"
 #include "cache/key.h"
 #include "cache/record.h"
@@ -108,6 +110,10 @@ bool take_for_index(Fronts& fronts, Rb_base* base, const ZtTable& table, std::si
 }  // namespace
 
 void find_places(ZtDbHandle database, ZtTable& table, ZtRecord* row) {
+  if (features::nonces && database->base.intransaction && writes_locally(database)) {
+    // A reset by another program has left the trees without.
+    for (const Rb_node head : table.indexs) provide_nonce(head);
+  }
   find_places_in_indexes(database, table, row, database->index_places);
 }
 

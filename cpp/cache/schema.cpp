@@ -64,6 +64,8 @@ void ZtAddIndex(ZtDbHandle database, int tableid, const char* name, int indextyp
   index.indextype = indextype;
   copy_name(index.name, name);
   table->indexs.push_back(nullptr);
+  table->hints.emplace_back();
+  table->levels.emplace_back();
 }
 
 void ZtAddIndexField(ZtDbHandle database, int tableid, int indexid, int fieldid) {

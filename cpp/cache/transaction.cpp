@@ -4,8 +4,12 @@
 // records and tables go (read-only readers may come in); the copies go; then the lock.
 #include "cache/transaction.h"
 
+#include <utility>
+
 #include "base/fatal.h"
+#include "base/features.h"
 #include "cache/error.h"
+#include "cache/heads.h"
 #include "cache/rollback.h"
 #include "cache/work.h"
 
@@ -54,7 +58,10 @@ void cachet::take_marks_off(ZtDbHandle database) {
 void ZtBeginTransaction(ZtDbHandle database) {
   ZtCommitTransaction(database);
   if (forwards_changes(database) && !ZtRemoteBeginTransaction(database)) fatal::remote_change_failed();
-  if (writes_locally(database) && ZtLockPosition(database, writers_position)) settle_dead_work(database);
+  if (writes_locally(database) && ZtLockPosition(database, writers_position)) {
+    settle_dead_work(database);
+    if (features::nonces && !std::exchange(database->has_provided_nonces, true)) provide_nonces(database);
+  }
   database->base.intransaction = true;
 }
 

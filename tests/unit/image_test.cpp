@@ -33,6 +33,14 @@ T get(const std::string& image, std::size_t at) {
   return value;
 }
 
+// Loading gives the heads of the two trees new nonces.
+std::string without_nonces(std::string image) {
+  const auto heads = static_cast<std::size_t>(round_up(get<ZTINT8>(image, at_memoryheadsize), slot_bytes));
+  for (const std::size_t at : {heads, heads + slot_bytes})
+    std::fill_n(image.begin() + static_cast<long>(at) + 24, 8, '\0');
+  return image;
+}
+
 class Image : public DatabaseTest {
  protected:
   std::string memory_of(const char* name = "d") const {
@@ -87,12 +95,12 @@ TEST_F(Image, ComesBackWithTheNameOfTheDatabaseItIsLoadedInto) {
   EXPECT_TRUE(put(db, {.i = 77}));  // its before-image must not come back over the loaded records
   ASSERT_TRUE(load(db, image));
 
-  std::string expected = image;
+  std::string expected = without_nonces(image);
   const std::string name = directory.base("d");
   std::fill_n(expected.begin(), 80, '\0');
   std::copy(name.begin(), name.end(), expected.begin());
   expected[at_catalog + at_duty] = 0;
-  const std::string loaded = memory_of();
+  const std::string loaded = without_nonces(memory_of());
   std::vector<std::size_t> differences;
   for (std::size_t at = 0; at < expected.size(); ++at) {
     if (expected[at] != loaded[at]) differences.push_back(at);
@@ -206,7 +214,7 @@ TEST_F(Image, IsRefusedBeforeAByteChanges) {
     silence(reader);
     EXPECT_FALSE(ZtReadDbFile(reader, file.c_str()));
     EXPECT_EQ(last_error(reader), failure(message::database_read_only));
-    ASSERT_TRUE(memory_of() == before) << "checking changes nothing";
+    ASSERT_TRUE(without_nonces(memory_of()) == without_nonces(before)) << "checking changes nothing";
     EXPECT_TRUE(ZtReadDbFile(db, file.c_str())) << each.what;
     ASSERT_TRUE(load(db, before));
   }

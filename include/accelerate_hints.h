@@ -1,0 +1,114 @@
+// Hints: a process's memory of which node it found under which key, one table for each unique index of a handle.
+//
+// A hint saves the descent, nothing else. It names a node that has been a leaf of the tree; the caller compares
+// the searched key with the node's, and a hint that does not hold is as good as none. The table belongs to one
+// era of the tree (accelerate_nonce.h): another one empties it.
+//
+//   slot, 16 bytes   0            4             8                    16
+//                    +------------+-------------+--------------------+
+//                    | key's hash | node number | key's flat offset  |     node number 0: free
+//                    +------------+-------------+--------------------+
+//
+// Four slots share a cache line. A key goes into its own line, or, when that is full, into the line's neighbour.
+// The table doubles in place, in address space reserved at the beginning, until the process's limit; then new
+// hints replace old ones.
+#ifndef CACHET_ACCELERATE_HINTS_H
+#define CACHET_ACCELERATE_HINTS_H
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <utility>
+
+#include "accelerate_nonce.h"
+
+namespace cachet {
+
+// The limit of all tables of the process together, in bytes; 0 switches hints off. Tables that are too large for
+// a lowered limit begin anew when they are used next. Any thread.
+inline constexpr std::size_t default_hint_limit_bytes = std::size_t{64} << 20;
+extern std::atomic<std::size_t> hint_limit_bytes;
+inline void set_hint_limit(std::size_t limit_bytes) noexcept {
+  hint_limit_bytes.store(limit_bytes, std::memory_order_relaxed);
+}
+inline std::size_t hint_limit() noexcept {
+  return hint_limit_bytes.load(std::memory_order_relaxed);
+}
+// What the tables of the process take now.
+std::size_t hint_bytes() noexcept;
+
+struct Hint {
+  std::uint32_t hash;
+  std::uint32_t node_number;
+  std::int64_t key_offset;  // of the node's key block, so that it can be fetched along with the node
+};
+static_assert(sizeof(Hint) == 16);
+
+// Used by one thread at a time, as the handle it belongs to.
+class HintTable {
+ public:
+  HintTable() = default;
+  ~HintTable() { forget(); }
+  HintTable(HintTable&& other) noexcept { swap(other); }
+  HintTable& operator=(HintTable&& other) noexcept {
+    swap(other);
+    return *this;
+  }
+
+  // The hint for the hash of a key, if the tree is still in the era of the table; null when there is none.
+  const Hint* find(const Era& era, std::uint32_t hash) noexcept {
+    if (lines_ == nullptr || !era_.goes_on_as(era) || hint_limit() == 0) return nullptr;
+    const Line& own = line_of(hash);
+    if (const Hint* hint = own.find(hash)) return hint;
+    return own.full() ? neighbour_of(own).find(hash) : nullptr;
+  }
+
+  // Keeps a hint for later, or replaces another one. Nothing is kept in an era without a nonce.
+  void remember(const Era& era, const Hint& hint) noexcept;
+
+  // Gives the memory back.
+  void forget() noexcept;
+
+  std::size_t bytes() const noexcept { return lines_ == nullptr ? 0 : line_count_ * sizeof(Line); }
+
+ private:
+  struct alignas(64) Line {
+    static constexpr std::size_t slot_count = 4;
+    Hint slots[slot_count];
+
+    const Hint* find(std::uint32_t hash) const noexcept {
+      for (const Hint& slot : slots) {
+        if (slot.hash == hash && slot.node_number != 0) return &slot;
+      }
+      return nullptr;
+    }
+    Hint* slot_for(std::uint32_t hash) noexcept {
+      for (Hint& slot : slots) {
+        if (slot.hash == hash || slot.node_number == 0) return &slot;
+      }
+      return nullptr;
+    }
+    bool full() const noexcept { return slots[slot_count - 1].node_number != 0; }
+  };
+  static_assert(sizeof(Line) == 64);
+
+  Line& line_of(std::uint32_t hash) const noexcept { return lines_[hash & (line_count_ - 1)]; }
+  Line& neighbour_of(const Line& line) const noexcept {
+    return lines_[static_cast<std::size_t>(&line - lines_) ^ 1];
+  }
+  bool reserve() noexcept;
+  bool extend(std::size_t line_count) noexcept;
+  void grow() noexcept;
+  void swap(HintTable& other) noexcept;
+
+  Line* lines_ = nullptr;
+  std::size_t line_count_ = 0;  // a power of two
+  std::size_t used_slots_ = 0;
+  Era era_;
+  char* reserved_ = nullptr;  // the address space that the lines may grow into
+  std::size_t reserved_bytes_ = 0;
+};
+
+}  // namespace cachet
+
+#endif
