@@ -10,25 +10,25 @@ namespace cachet::features {
 #if defined(CACHET_PLAIN) || defined(CACHET_WITHOUT_SEPARATORS)
 inline constexpr bool separators = false;
 #else
-inline constexpr bool separators = true;  // key prefixes in internal nodes
+inline constexpr bool separators = true;      // key prefixes in internal nodes
 #endif
 
 #if defined(CACHET_PLAIN) || defined(CACHET_WITHOUT_INTERLEAVING)
 inline constexpr bool interleaving = false;
 #else
-inline constexpr bool interleaving = true;  // an insert searches all its indexes in lockstep
+inline constexpr bool interleaving = true;    // an insert searches all its indexes in lockstep
 #endif
 
 #if defined(CACHET_PLAIN) || defined(CACHET_WITHOUT_PACKED_LEVELS)
 inline constexpr bool packed_levels = false;
 #else
-inline constexpr bool packed_levels = true;  // the upper levels of a tree, packed, in the handle
+inline constexpr bool packed_levels = true;   // the upper levels of a tree, packed, in the handle
 #endif
 
 #if defined(CACHET_PLAIN) || defined(CACHET_WITHOUT_HINTS)
 inline constexpr bool hints = false;
 #else
-inline constexpr bool hints = true;  // unique key to node, in the handle
+inline constexpr bool hints = true;           // unique key to node, in the handle
 #endif
 
 // What both need: a number in each tree's head that tells its nodes from those of another time.
@@ -37,13 +37,13 @@ inline constexpr bool nonces = packed_levels || hints;
 #if defined(CACHET_PLAIN) || defined(CACHET_WITHOUT_READ_AHEAD)
 inline constexpr bool read_ahead = false;
 #else
-inline constexpr bool read_ahead = true;  // a walk prefetches what comes
+inline constexpr bool read_ahead = true;      // a walk prefetches what comes
 #endif
 
 #if defined(CACHET_PLAIN) || defined(CACHET_WITHOUT_FLAT_UNDO)
 inline constexpr bool flat_undo = false;
 #else
-inline constexpr bool flat_undo = true;  // before-images in one array with a hash
+inline constexpr bool flat_undo = true;       // before-images in one array with a hash
 #endif
 
 #if defined(CACHET_PLAIN) || defined(CACHET_WITHOUT_RESERVED_RANGE)
@@ -55,7 +55,7 @@ inline constexpr bool reserved_range = true;  // segments side by side in one al
 #if defined(CACHET_PLAIN) || defined(CACHET_WITHOUT_KEPT_TEXTS)
 inline constexpr bool kept_texts = false;
 #else
-inline constexpr bool kept_texts = true;  // the texts of a session entry, between transactions
+inline constexpr bool kept_texts = true;      // the texts of a session entry, between transactions
 #endif
 
 }  // namespace cachet::features
