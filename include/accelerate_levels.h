@@ -61,9 +61,10 @@ class PackedLevels {
   void put(std::uint32_t position, const Entry& entry) noexcept {
     const bool is_another = entries_[position].node_number != entry.node_number;
     entries_[position] = entry;
-    if (!is_another || 2 * position >= end) return;
-    entries_[2 * position].node_number = 0;
-    entries_[2 * position + 1].node_number = 0;
+    const std::size_t left_child = std::size_t{position} * 2;
+    if (!is_another || left_child >= end) return;
+    entries_[left_child].node_number = 0;
+    entries_[left_child + 1].node_number = 0;
   }
 
  private:

@@ -44,7 +44,8 @@ std::vector<std::size_t> places_in(Way way, std::size_t count, std::size_t step,
 TEST(UndoArray, KeepsTheFirstImageOfEveryRecordAndGivesThemByAddress) {
   std::mt19937 random(7);
   UndoArray undo;
-  for (const std::size_t count : {0, 1, 2, 3, 31, 32, 33, 1000, 30000, 5, 1, 4096, 100}) {
+  for (const std::size_t count :
+       std::initializer_list<std::size_t>{0, 1, 2, 3, 31, 32, 33, 1000, 30000, 5, 1, 4096, 100}) {
     for (const Way way : {rising, falling, shuffled}) {
       SCOPED_TRACE(std::to_string(count) + " records, way " + std::to_string(way));
       const std::size_t step =
