@@ -33,7 +33,7 @@ class LeavesAhead {
   void restart(Rb_node at, bool leftward) noexcept;
   void look_further(const Rb_base* base, Rb_node behind) noexcept;
 
-  std::array<Rb_node, 2 * largest_window> leaves_;
+  std::array<Rb_node, std::size_t{2} * largest_window> leaves_;
   unsigned next_ = 0;
   unsigned count_ = 0;
   unsigned window_ = 0;

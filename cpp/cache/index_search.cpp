@@ -222,8 +222,8 @@ void find_places_in_indexes(ZtDb* database, const ZtTable& table, ZtRecord* row,
   constexpr std::size_t width = features::interleaving ? 4 : 1;
   for (std::size_t first = 0; first < places.size(); first += width) {
     std::array<Later<RowKey>, width> fields;
-    const std::size_t count = std::min(places.size() - first, width);
     if constexpr (features::interleaving) {
+      const std::size_t count = std::min(places.size() - first, width);
       Round<false, width> round(&database->base);
       for (std::size_t index = 0; index < count; ++index) {
         const std::size_t id = first + index;

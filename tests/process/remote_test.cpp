@@ -93,9 +93,9 @@ TEST_F(Remote, EachOperationSendsItsRequestAndTakesItsAnswer) {
   Database db = manager.open(directory);
   ASSERT_TRUE(db.opened);
   EXPECT_EQ(manager.request(0).head.cmd, CMD_CONNECT);
-  EXPECT_EQ(manager.request(0).head.length, 8);
-  EXPECT_EQ(manager.request(0).body.connect.pid, getpid());
-  EXPECT_EQ(manager.request(0).body.connect.mode, ZT_MODE_READ_WRITE);
+  EXPECT_EQ(int{manager.request(0).head.length}, 8);
+  EXPECT_EQ(int{manager.request(0).body.connect.pid}, getpid());
+  EXPECT_EQ(int{manager.request(0).body.connect.mode}, ZT_MODE_READ_WRITE);
   int number = 0;
   for (const Operation& operation : all_operations()) {
     EXPECT_TRUE(operation.run(db)) << operation.name;
@@ -243,10 +243,10 @@ TEST_F(Remote, EveryChangeGoesToTheManagerAndNoneToTheMemory) {
   ASSERT_EQ(manager.asked(), static_cast<int>(sizeof expected));
   for (int i = 0; const char command : expected) EXPECT_EQ(manager.request(i++).head.cmd, command) << i;
   const _INSERT& insert = manager.request(2).body.insert;
-  EXPECT_EQ(insert.recordlen, 4 + name_bytes + 4 + 8);
+  EXPECT_EQ(int{insert.recordlen}, 4 + name_bytes + 4 + 8);
   EXPECT_STREQ(insert.data + 4, "two");
-  EXPECT_EQ(manager.request(3).body.update.rowid, 0);
-  EXPECT_EQ(manager.request(3).body.update.colid, item_price);
+  EXPECT_EQ(int{manager.request(3).body.update.rowid}, 0);
+  EXPECT_EQ(int{manager.request(3).body.update.colid}, item_price);
 }
 
 TEST_F(Remote, AKeyThatIsThereIsRefusedWithoutAsking) {

@@ -215,7 +215,7 @@ TEST_P(EachBox, CopiesNothingOfAFrameThatDoesNotFit) {
     std::memset(message()->body.buffer, '-', VEMRO_BODY_BYTES);
     EXPECT_EQ(get(-1), -1) << length;
     EXPECT_EQ(errno, EBADMSG);
-    EXPECT_EQ(message()->head.length, length);
+    EXPECT_EQ(int{message()->head.length}, length);
     EXPECT_EQ(message()->head.cmd, CMD_OK);
     EXPECT_EQ(std::string_view(message()->body.buffer, VEMRO_BODY_BYTES).find_first_not_of('-'),
               std::string_view::npos);
