@@ -347,10 +347,12 @@ TEST_F(DatabaseTest, AnIsolatedReaderSeesTheEpochAndNothingIsLeftOfTheLock) {
     Database owner = create_items(directory);
     Database reader = manager.open(directory, ZT_MODE_READ_ONLY);
     ASSERT_TRUE(reader.opened);
-    Row row(owner);
-    ZtBeginTransaction(owner);
-    EXPECT_TRUE(put_item(owner, row, 1, "one", 1, 1));
-    ZtRollbackTransaction(owner);
+    {
+      Row row(owner);
+      ZtBeginTransaction(owner);
+      EXPECT_TRUE(put_item(owner, row, 1, "one", 1, 1));
+      ZtRollbackTransaction(owner);
+    }
     const ZtDb* const handle = reader;
     EXPECT_GT(handle->lock.Epoch(), 0U);
     EXPECT_EQ(handle->lock.Epoch(), static_cast<ZtDbHandle>(owner)->lock.Epoch());
