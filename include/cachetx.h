@@ -69,11 +69,11 @@ CACHET_API bool ZtxCheckDbFile(ZtDbHandle database, const char* filename);
 
 /*
  * Makes the whole database resident, however little of it is used so far: as much memory is taken from the system
- * as the database is large. Then no first touch waits for a page to be made, in any process; and where the kernel has huge pages to give
- * (Linux 6.1 and newer), fewer address translations are missed. Best called once by the creator, before the
- * database fills: handles that attach later map the huge pages by themselves. Read-only handles may call it too;
- * every call sets up the caller's own mapping. Needs no privilege and changes no data; what the kernel lacks or
- * refuses is left out, without an error. The memory is the segments' own and goes with them.
+ * as the database is large. Then no first touch waits for a page to be made, in any process; and where the kernel
+ * has huge pages to give (Linux 6.1 and newer), fewer address translations are missed. Best called once by the
+ * creator, before the database fills: handles that attach later map the huge pages by themselves. Read-only handles
+ * may call it too; every call sets up the caller's own mapping. Needs no privilege and changes no data; what the
+ * kernel lacks or refuses is left out, without an error. The memory is the segments' own and goes with them.
  * Errors: -1008 on a handle that is not attached.
  */
 CACHET_API bool ZtxWarmUp(ZtDbHandle database);

@@ -40,7 +40,7 @@ class LevelledDescent : public Descent<checked, Stored> {
     const Rb_node here = this->node_;
     if (position_ < PackedLevels::end && is(here, RB_INTERNAL)) fill(here);
     if (!Base::step()) return false;
-    pass(here, this->node_ == node_at(this->base_, left_of(here)) ? -1 : 1);
+    pass(here, number_of(this->node_) == left_of(here) ? -1 : 1);
     return true;
   }
 
