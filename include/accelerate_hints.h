@@ -55,6 +55,11 @@ class HintTable {
     return *this;
   }
 
+  // The cache line where `find` looks first, to be asked for early; null while the table is empty.
+  const void* place_of(std::uint32_t hash) const noexcept {
+    return lines_ != nullptr ? &line_of(hash) : nullptr;
+  }
+
   // The hint for the hash of a key, if the tree is still in the era of the table; null when there is none.
   const Hint* find(const Era& era, std::uint32_t hash) noexcept {
     if (lines_ == nullptr || !era_.goes_on_as(era) || hint_limit() == 0) return nullptr;
@@ -107,6 +112,17 @@ class HintTable {
   Era era_;
   char* reserved_ = nullptr;  // the address space that the lines may grow into
   std::size_t reserved_bytes_ = 0;
+};
+
+// What a search has found out, until the read that it belongs to has been validated.
+struct LearntHint {
+  HintTable* table = nullptr;  // null: nothing
+  Era era;
+  Hint hint{};
+
+  void keep() const noexcept {
+    if (table != nullptr) table->remember(era, hint);
+  }
 };
 
 }  // namespace cachet

@@ -187,7 +187,7 @@ struct IndexPlace {
   Separator separator;  // for the internal node that is made when the key enters there
 };
 
-class LeavesAhead;
+class RowsAhead;
 }  // namespace cachet
 
 struct ZtDb {
@@ -216,7 +216,8 @@ struct ZtDb {
   std::vector<cachet::IndexPlace> index_places;       // scratch of an insert
   bool has_provided_nonces = false;                   // once, in its first transaction
   std::vector<signed char> standings;                 // scratch of a search for many keys
-  std::shared_ptr<cachet::LeavesAhead> leaves_ahead;  // of the last walk, once there was one
+  std::vector<cachet::LearntHint> learnt_hints;       // likewise
+  std::shared_ptr<cachet::RowsAhead> rows_ahead;      // of the last walk, once there was one
 };
 
 /* ---- internal calls ---- */

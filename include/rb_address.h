@@ -76,11 +76,17 @@ inline bool is_node(const Rb_base* base, std::uint32_t number) noexcept {
          front <= flat_bytes(base);
 }
 
+// Whether two positions lie in the same segment.
+constexpr bool in_one_segment(std::int64_t first, std::int64_t last) noexcept {
+  return segment_of(first ^ last) == 0;
+}
+
 // Whether the `length` bytes at `offset` lie in the data area, and in one segment.
 inline bool is_data(const Rb_base* base, std::int64_t offset, std::int64_t length) noexcept {
-  return offset >= load_acquire<ZTINT8>(&base->memory->dataoffset) && offset > 0 && length >= 0 &&
-         length <= flat_bytes(base) && offset <= flat_bytes(base) - length &&
-         (length == 0 || segment_of(offset) == segment_of(offset + length - 1));
+  const std::int64_t end = flat_bytes(base);
+  return offset > 0 && offset >= load_acquire<ZTINT8>(&base->memory->dataoffset) && length >= 0 &&
+         length <= end && offset <= end - length &&
+         (length == 0 || in_one_segment(offset, offset + length - 1));
 }
 
 // The same two questions, many times in a row: the fronts are kept, and looked at again only for what lies beyond
@@ -114,7 +120,7 @@ class Reach {
   }
   bool is_before_front(std::int64_t offset, std::int64_t length) const noexcept {
     return offset >= data_front_ && length >= 0 && length <= end_ && offset <= end_ - length &&
-           (length == 0 || segment_of(offset) == segment_of(offset + length - 1));
+           (length == 0 || in_one_segment(offset, offset + length - 1));
   }
 
   const Rb_base* base_;

@@ -112,7 +112,7 @@ inline bool KeyBytes::append_text(const char* data, std::size_t length) noexcept
   return end != nullptr;
 }
 
-inline bool KeyBytes::append(int type, const char* data, std::size_t length) noexcept {
+[[gnu::always_inline]] inline bool KeyBytes::append(int type, const char* data, std::size_t length) noexcept {
   if (size_ == 0 && type > 0) first_type_ = static_cast<unsigned>(type);
   switch (type) {
     case FIELD_SHORT:

@@ -1,6 +1,7 @@
 #include "accelerate/leaves_ahead.h"
 
 #include <algorithm>
+#include <array>
 
 #include "accelerate/prefetch.h"
 #include "rb/node.h"
@@ -12,97 +13,100 @@ namespace {
 // No balanced tree is higher; a tree under change may seem to be.
 constexpr unsigned max_depth = 128;
 
-// Subtrees in the order of a walk; the nearest ones when there are more than there is room for.
-class Subtrees {
+// A list of nodes with room for so many; what finds none is left out.
+template <unsigned room>
+class Nodes {
  public:
-  Subtrees(const Rb_base* base, unsigned limit) : base_(base), reach_(base), limit_(limit) {}
+  bool empty() const noexcept { return count_ == 0; }
+  unsigned count() const noexcept { return count_; }
+  Rb_node operator[](unsigned index) const noexcept { return nodes_[index]; }
+  void push(Rb_node node) noexcept {
+    if (count_ != room) nodes_[count_++] = node;
+  }
+  Rb_node pop() noexcept { return nodes_[--count_]; }
 
-  // Those next to a leaf, until they promise leaves enough.
-  void climb(Rb_node leaf, bool leftward) {
+ private:
+  std::array<Rb_node, room> nodes_;
+  unsigned count_ = 0;
+};
+
+using Subtrees = Nodes<max_depth>;
+
+class Walk {
+ public:
+  Walk(const Rb_base* base, bool leftward) : base_(base), reach_(base), leftward_(leftward) {}
+
+  // The subtrees next to a leaf in the order of the walk, until they promise so many leaves.
+  void climb(Rb_node leaf, unsigned wanted, Subtrees& subtrees) {
     unsigned promised = 0;
     Rb_node node = leaf;
-    for (unsigned level = 0; level < max_depth && promised < limit_ && !is(node, RB_ROOT); ++level) {
+    for (unsigned level = 0; level < max_depth && promised < wanted && !is(node, RB_ROOT); ++level) {
       const std::uint32_t parent = parent_of(node);
       if (!reach_.node(parent)) return;
       const bool is_left = is(node, RB_LEFT);
       node = node_at(base_, parent);
       if (!is(node, RB_INTERNAL)) return;
-      if (is_left == leftward) continue;
-      add(child_of(node, leftward));
+      if (is_left == leftward_) continue;
+      add(child_of(node, leftward_), subtrees);
       promised += 1U << std::min(level, 8U);
     }
   }
 
-  // Takes every subtree apart, all by one level in each round, so that their nodes are fetched together. False when
-  // there was none left but leaves.
-  bool take_apart(bool leftward) {
-    const std::array<Rb_node, room> roots = roots_;
-    const unsigned count = count_;
-    bool all_leaves = true;
-    count_ = 0;
-    for (unsigned index = 0; index < count && count_ < limit_; ++index) {
-      const Rb_node node = roots[index];
-      if (!is(node, RB_INTERNAL)) {
-        roots_[count_++] = node;
-        continue;
-      }
-      all_leaves = false;
-      add(child_of(node, !leftward));
-      add(child_of(node, leftward));
+  // Asks for their nodes, level by level: those of one level come together.
+  void fetch(const Subtrees& subtrees) {
+    Nodes<2 * most_leaves_ahead> queue;
+    for (unsigned index = 0; index < subtrees.count(); ++index) queue.push(subtrees[index]);
+    for (unsigned index = 0; index < queue.count(); ++index) {
+      const Rb_node node = queue[index];
+      if (!is(node, RB_INTERNAL)) continue;
+      add(child_of(node, !leftward_), queue);
+      add(child_of(node, leftward_), queue);
     }
-    return !all_leaves;
   }
 
-  const Rb_node* begin() const { return roots_.data(); }
-  const Rb_node* end() const { return roots_.data() + count_; }
+  // Their leaves in order, the first ones if they have too many.
+  unsigned collect(const Subtrees& subtrees, Rb_node* leaves) {
+    unsigned count = 0;
+    Nodes<max_depth> stack;
+    for (unsigned index = 0; index < subtrees.count(); ++index) {
+      stack.push(subtrees[index]);
+      while (!stack.empty()) {
+        const Rb_node node = stack.pop();
+        if (is(node, RB_INTERNAL)) {
+          add(child_of(node, leftward_), stack);
+          add(child_of(node, !leftward_), stack);
+        } else {
+          leaves[count++] = node;
+          if (count == most_leaves_ahead) return count;
+        }
+      }
+    }
+    return count;
+  }
 
  private:
-  static constexpr unsigned room = 32;
-
-  void add(std::uint32_t number) {
-    if (count_ == limit_ || !reach_.node(number)) return;
-    roots_[count_] = node_at(base_, number);
-    prefetch(roots_[count_++]);
+  template <unsigned room>
+  void add(std::uint32_t number, Nodes<room>& to) {
+    if (!reach_.node(number)) return;
+    const Rb_node node = node_at(base_, number);
+    prefetch(node);
+    to.push(node);
   }
 
   const Rb_base* base_;
   Reach reach_;
-  unsigned limit_;
-  unsigned count_ = 0;
-  std::array<Rb_node, room> roots_;
+  bool leftward_;
 };
 
 }  // namespace
 
-void LeavesAhead::restart(Rb_node at, bool leftward) noexcept {
-  next_ = count_ = window_ = 0;
-  here_ = at;
-  leftward_ = leftward;
-  saw_end_ = false;
-}
-
-void LeavesAhead::look_further(const Rb_base* base, Rb_node behind) noexcept {
-  std::copy(leaves_.begin() + next_, leaves_.begin() + count_, leaves_.begin());
-  count_ -= next_;
-  next_ = 0;
-  Subtrees subtrees(base, window_);
-  subtrees.climb(behind, leftward_);
-  for (unsigned level = 0; level < max_depth && subtrees.take_apart(leftward_); ++level) {
-  }
-  saw_end_ = subtrees.begin() == subtrees.end();
-  for (const Rb_node leaf : subtrees) leaves_[count_++] = leaf;
-}
-
-void LeavesAhead::follow(const Rb_base* base, Rb_node from, Rb_node to, bool leftward) noexcept {
-  if (from != here_ || leftward != leftward_) return restart(to, leftward);
-  here_ = to;
-  if (next_ < count_) {
-    // A leaf that has come since is passed by; the others are still ahead.
-    if (leaves_[next_] == to) ++next_;
-  }
-  if (count_ - next_ > window_ / 2 || saw_end_) return;
-  window_ = std::clamp(2 * window_, least_window, largest_window);
-  look_further(base, next_ < count_ ? leaves_[count_ - 1] : to);
+unsigned leaves_ahead(const Rb_base* base, Rb_node behind, bool leftward, unsigned wanted,
+                      Rb_node* leaves) noexcept {
+  Walk walk(base, leftward);
+  Subtrees subtrees;
+  walk.climb(behind, wanted, subtrees);
+  walk.fetch(subtrees);
+  return walk.collect(subtrees, leaves);
 }
 
 }  // namespace cachet

@@ -6,7 +6,7 @@
 namespace cachet {
 
 inline void prefetch(const void* address) noexcept {
-  asm volatile("prefetcht0 %0" : : "m"(*static_cast<const char*>(address)));
+  asm volatile("prefetcht1 %0" : : "m"(*static_cast<const char*>(address)));
 }
 
 }  // namespace cachet

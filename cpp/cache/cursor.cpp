@@ -4,45 +4,13 @@
 
 #include "base/features.h"
 #include "cache/error.h"
-#include "cache/fetch_ahead.h"
 #include "cache/key.h"
 #include "cache/record.h"
+#include "cache/rows_ahead.h"
 #include "cache/snapshot.h"
 #include "cache/work.h"
 
 namespace cachet {
-
-Standing stand_on_record(ZtDbHandle database, ZtConditionHandle condition, std::int64_t offset) {
-  const Rb_base* const base = &database->base;
-  const ZtTable& table = database->database[static_cast<std::size_t>(condition->tableid)];
-  if (!is_data(base, offset, stored_bytes(table))) return Standing::unreadable;
-  condition->precord = offset;
-  return is_deleted(record_at(base, offset)) ? Standing::deleted : Standing::live;
-}
-
-Standing stand_on_entry(ZtDbHandle database, ZtConditionHandle condition, std::uint32_t number) {
-  const Rb_base* const base = &database->base;
-  if (!is_node(base, number)) return Standing::unreadable;
-  condition->nodepoint = entry_at(base, number);
-  return stand_on_record(database, condition, record_offset_of(condition->nodepoint));
-}
-
-Standing stand_on_list_item(ZtDbHandle database, ZtConditionHandle condition) {
-  const ZtListItem* const item = stored_list_item(&database->base, condition->point);
-  if (item == nullptr) return Standing::unreadable;
-  return stand_on_record(database, condition, load_unaligned<std::int64_t>(&item->precord));
-}
-
-template <class Direction>
-Standing stand_on_key(ZtDbHandle database, ZtConditionHandle condition) {
-  const ZtIndexItem* const item = stored_item(&database->base, condition->point);
-  if (item == nullptr) return Standing::unreadable;
-  const std::uint32_t first = Direction::Records::head(item);
-  return first != 0 ? stand_on_entry(database, condition, first) : Standing::empty_key;
-}
-
-template Standing stand_on_key<Forward>(ZtDbHandle, ZtConditionHandle);
-template Standing stand_on_key<Backward>(ZtDbHandle, ZtConditionHandle);
 
 namespace {
 
@@ -63,12 +31,20 @@ Step step_for(const ZtDb* database, const ZtCondition* condition, Standing stand
 }
 
 template <class Direction>
+void read_ahead(ZtDbHandle database, const ZtCondition* condition, Rb_node from) {
+  if (database->rows_ahead == nullptr) [[unlikely]]
+    database->rows_ahead = std::make_shared<RowsAhead>();
+  const auto tree = walks_index(condition) ? RowsAhead::Tree::index : RowsAhead::Tree::record_ids;
+  database->rows_ahead->follow(&database->base, tree, from, condition->point, Direction::is_leftward);
+}
+
+template <class Direction>
 Step step_to_next_key(ZtDbHandle database, ZtConditionHandle condition) {
   if (condition->point == nullptr || condition->point == Direction::limit(condition)) return step_exhausted;
   const Rb_node next = Direction::next_key(&database->base, condition->point);
   if (next == nullptr || (status_of(next) & RB_HEAD) != 0) return step_exhausted;
   const Rb_node from = std::exchange(condition->point, next);
-  if constexpr (features::read_ahead) fetch_ahead(database, condition, from, Direction::is_leftward);
+  if constexpr (features::read_ahead) read_ahead<Direction>(database, condition, from);
   if (!walks_index(condition)) {
     return step_for<Direction>(database, condition, stand_on_list_item(database, condition));
   }
@@ -86,16 +62,21 @@ Step step_once(ZtDbHandle database, ZtConditionHandle condition) {
   return step_to_next_key<Direction>(database, condition);
 }
 
-// Every attempt of a read-only handle starts from where the call found the cursor.
+// Every attempt starts from where the call found the cursor.
 template <class Direction>
-int step(ZtDbHandle database, ZtConditionHandle condition) {
-  if (!require_table(database, condition->tableid, condition)) return step_exhausted;
-  if (database->base.mode != ZT_MODE_READ_ONLY) return step_once<Direction>(database, condition);
+[[gnu::noinline]] int step_read_only(ZtDbHandle database, ZtConditionHandle condition) {
   const ZtCondition place = *condition;
   return read_table(database, condition->tableid, [&] {
     *condition = place;
     return step_once<Direction>(database, condition);
   });
+}
+
+template <class Direction>
+int step(ZtDbHandle database, ZtConditionHandle condition) {
+  if (!require_table(database, condition->tableid, condition)) return step_exhausted;
+  return database->base.mode == ZT_MODE_READ_ONLY ? step_read_only<Direction>(database, condition)
+                                                  : step_once<Direction>(database, condition);
 }
 
 // Whether this handle may change the lists now: not while another process is inside as a writer.
@@ -140,8 +121,7 @@ int unlink_and_step(ZtDbHandle database, ZtConditionHandle condition) {
   return step_for<Direction>(database, condition, stand_on_entry(database, condition, next));
 }
 
-// Runs steps until the cursor stands on a live record or has passed its last one.
-bool run(ZtDbHandle database, ZtConditionHandle condition, int code) {
+[[gnu::noinline]] bool run_on(ZtDbHandle database, ZtConditionHandle condition, int code) {
   for (;;) {
     switch (code) {
       case step_stands:
@@ -164,15 +144,17 @@ bool run(ZtDbHandle database, ZtConditionHandle condition, int code) {
   }
 }
 
+// Runs steps until the cursor stands on a live record or has passed its last one.
+inline bool run(ZtDbHandle database, ZtConditionHandle condition, int code) {
+  return code == step_stands || run_on(database, condition, code);
+}
+
 }  // namespace
 
-bool require_table(ZtDbHandle database, int tableid, const ZtCondition* condition) {
+bool report_table(ZtDbHandle database, int tableid, const ZtCondition* condition) {
   const ZtTable* const table = table_at(database, tableid);
   if (table == nullptr) return false;
   if (table->listindex == nullptr) return report(database, ZT_ERR_GENERAL, message::database_not_open);
-  const auto indexid = static_cast<std::size_t>(condition->indexid);
-  if (!walks_index(condition) || (indexid < table->indexs.size() && table->indexs[indexid] != nullptr))
-    return true;
   return report(database, ZT_ERR_GENERAL, message::bad_index, condition->indexid);
 }
 

@@ -6,6 +6,8 @@
 #define CACHET_CPP_CACHE_CURSOR_H
 
 #include "cache/entry.h"
+#include "cache/key.h"
+#include "cache/record.h"
 
 namespace cachet {
 
@@ -51,21 +53,58 @@ struct Backward {
 };
 
 // Puts the cursor on the record at `offset`.
-Standing stand_on_record(ZtDbHandle database, ZtConditionHandle condition, std::int64_t offset);
+[[gnu::always_inline]] inline Standing stand_on_record(ZtDbHandle database, ZtConditionHandle condition,
+                                                       std::int64_t offset) {
+  const Rb_base* const base = &database->base;
+  const ZtTable& table = database->database[static_cast<std::size_t>(condition->tableid)];
+  if (!is_data(base, offset, stored_bytes(table))) [[unlikely]]
+    return Standing::unreadable;
+  condition->precord = offset;
+  return is_deleted(record_at(base, offset)) ? Standing::deleted : Standing::live;
+}
+
 // Puts it on an entry of the current key.
-Standing stand_on_entry(ZtDbHandle database, ZtConditionHandle condition, std::uint32_t number);
+[[gnu::always_inline]] inline Standing stand_on_entry(ZtDbHandle database, ZtConditionHandle condition,
+                                                      std::uint32_t number) {
+  const Rb_base* const base = &database->base;
+  if (!is_node(base, number)) [[unlikely]]
+    return Standing::unreadable;
+  condition->nodepoint = entry_at(base, number);
+  return stand_on_record(database, condition, record_offset_of(condition->nodepoint));
+}
+
 // Puts a record-list cursor on the record of its `point`.
-Standing stand_on_list_item(ZtDbHandle database, ZtConditionHandle condition);
+inline Standing stand_on_list_item(ZtDbHandle database, ZtConditionHandle condition) {
+  const ZtListItem* const item = stored_list_item(&database->base, condition->point);
+  if (item == nullptr) [[unlikely]]
+    return Standing::unreadable;
+  return stand_on_record(database, condition, load_unaligned<std::int64_t>(&item->precord));
+}
 
 // Puts an index cursor on the first record of the key at `point`. An empty key leaves `nodepoint` as it is.
 template <class Direction>
-Standing stand_on_key(ZtDbHandle database, ZtConditionHandle condition);
+[[gnu::always_inline]] inline Standing stand_on_key(ZtDbHandle database, ZtConditionHandle condition) {
+  const ZtIndexItem* const item = stored_item(&database->base, condition->point);
+  if (item == nullptr) [[unlikely]]
+    return Standing::unreadable;
+  const std::uint32_t first = Direction::Records::head(item);
+  return first != 0 ? stand_on_entry(database, condition, first) : Standing::empty_key;
+}
 
-extern template Standing stand_on_key<Forward>(ZtDbHandle, ZtConditionHandle);
-extern template Standing stand_on_key<Backward>(ZtDbHandle, ZtConditionHandle);
-
-// False, reported, unless the condition names a table (and an index) of this database.
-bool require_table(ZtDbHandle database, int tableid, const ZtCondition* condition);
+// Whether the condition names a loaded table (and an index) of this database.
+inline bool names_table(const ZtDb* database, int tableid, const ZtCondition* condition) {
+  const auto id = static_cast<std::size_t>(tableid);
+  if (id >= database->database.size() || database->database[id].listindex == nullptr) return false;
+  if (!walks_index(condition)) return true;
+  const std::vector<Rb_node>& indexes = database->database[id].indexs;
+  const auto indexid = static_cast<std::size_t>(condition->indexid);
+  return indexid < indexes.size() && indexes[indexid] != nullptr;
+}
+// Says why it does not.
+[[gnu::cold]] bool report_table(ZtDbHandle database, int tableid, const ZtCondition* condition);
+inline bool require_table(ZtDbHandle database, int tableid, const ZtCondition* condition) {
+  return names_table(database, tableid, condition) || report_table(database, tableid, condition);
+}
 
 // Ends a call that has put the cursor somewhere: true on a live record, else by a move to the next one in the
 // direction, through the unlinking of a deleted one where this handle may.

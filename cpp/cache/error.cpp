@@ -34,11 +34,13 @@ void ZtSetErrorHandle(ZtDbHandle database, ZtErrorHandle callback) {
 
 namespace cachet {
 
-ZtTable* table_at(ZtDbHandle database, int tableid) {
-  if (tableid >= 0 && static_cast<std::size_t>(tableid) < database->database.size()) {
-    return &database->database[static_cast<std::size_t>(tableid)];
-  }
+std::nullptr_t report_bad_table(ZtDbHandle database, int tableid) {
   report(database, ZT_ERR_GENERAL, message::bad_table, tableid);
+  return nullptr;
+}
+
+std::nullptr_t report_bad_field(ZtDbHandle database, int fieldid) {
+  report(database, ZT_ERR_GENERAL, message::bad_field, fieldid);
   return nullptr;
 }
 
@@ -46,14 +48,6 @@ ZtTable* loaded_table(ZtDbHandle database, int tableid) {
   ZtTable* const table = table_at(database, tableid);
   if (table == nullptr || table->listindex != nullptr) return table;
   report(database, ZT_ERR_GENERAL, message::database_not_open);
-  return nullptr;
-}
-
-const ZtDataField* field_at(ZtDbHandle database, const ZtTable& table, int fieldid) {
-  if (fieldid >= 0 && static_cast<std::size_t>(fieldid) < table.fielddescrible.size()) {
-    return &table.fielddescrible[static_cast<std::size_t>(fieldid)];
-  }
-  report(database, ZT_ERR_GENERAL, message::bad_field, fieldid);
   return nullptr;
 }
 

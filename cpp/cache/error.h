@@ -3,6 +3,7 @@
 #ifndef CACHET_CPP_CACHE_ERROR_H
 #define CACHET_CPP_CACHE_ERROR_H
 
+#include <cstddef>
 #include <type_traits>
 
 #include "base/messages.h"
@@ -18,9 +19,23 @@ bool report(ZtDbHandle database, int errcode, const message::Message<Args...>& t
   return false;
 }
 
+// Null, reported.
+[[gnu::cold]] std::nullptr_t report_bad_table(ZtDbHandle database, int tableid);
+[[gnu::cold]] std::nullptr_t report_bad_field(ZtDbHandle database, int fieldid);
+
 // Null, reported, for an id out of range.
-ZtTable* table_at(ZtDbHandle database, int tableid);
-const ZtDataField* field_at(ZtDbHandle database, const ZtTable& table, int fieldid);
+inline ZtTable* table_at(ZtDbHandle database, int tableid) {
+  const auto index = static_cast<std::size_t>(tableid);  // a negative one is beyond every size
+  if (index < database->database.size()) [[likely]]
+    return &database->database[index];
+  return report_bad_table(database, tableid);
+}
+inline const ZtDataField* field_at(ZtDbHandle database, const ZtTable& table, int fieldid) {
+  const auto index = static_cast<std::size_t>(fieldid);
+  if (index < table.fielddescrible.size()) [[likely]]
+    return &table.fielddescrible[index];
+  return report_bad_field(database, fieldid);
+}
 
 // Null, reported, for an id out of range or a table whose tree heads are not known yet.
 ZtTable* loaded_table(ZtDbHandle database, int tableid);

@@ -16,8 +16,8 @@ namespace {
 // larger.
 class Placement {
  public:
-  Placement(const Rb_base* base, Rb_node head, ZtConditionHandle condition, const IndexPlace& place)
-      : base_(base), condition_(condition), head_(head), node_(place.node), found_(place.found) {}
+  Placement(const Rb_base* base, Rb_node head, ZtConditionHandle condition, Rb_node node, bool found)
+      : base_(base), condition_(condition), head_(head), node_(node), found_(found) {}
 
   bool run() {
     switch (condition_->op) {
@@ -70,24 +70,34 @@ class Placement {
   bool found_;
 };
 
-IndexPlace find_by_hint_or_search(ZtDbHandle database, const ZtTable& table, std::size_t indexid,
-                                  HintedKey& hinted, const SearchKey& key) {
-  if (const Rb_node node = hinted.find(); node != nullptr) return {node, true, {}};
-  const IndexPlace place = find_in_index(database, table, indexid, key);
-  if (place.found) hinted.note(place.node);
-  return place;
-}
-
 struct Outcome {
   bool found;
   Standing standing;
 };
 
+// One search. `learnt` counts if no writer has touched the table meanwhile.
+Outcome find(ZtDbHandle database, const ZtTable& table, ZtConditionHandle condition, LearntHint& learnt) {
+  Rb_base* const base = &database->base;
+  const auto indexid = static_cast<std::size_t>(condition->indexid);
+  HintedKey hinted(base, table, indexid, &condition->indexitem);
+  bool found = true;
+  Rb_node node = hinted.find();
+  if (node == nullptr) {
+    const IndexPlace place = find_in_index(base, table, indexid, &condition->indexitem);
+    node = place.node;
+    found = place.found;
+    if (found) learnt = hinted.learn(node);
+  }
+  if (!place_cursor(base, table.indexs[indexid], condition, node, found))
+    return {false, Standing::unreadable};
+  return {true, stand_on_key<Forward>(database, condition)};
+}
+
 }  // namespace
 
 namespace cachet {
 
-bool accepts_search(ZtDbHandle database, int tableid, const ZtCondition* condition, int op) {
+bool report_search(ZtDbHandle database, int tableid, const ZtCondition* condition, int op) {
   const ZtTable* const table = table_at(database, tableid);
   if (table == nullptr) return false;
   if (op < ZT_OP_LESS || op > ZT_OP_GREATER) {
@@ -96,17 +106,11 @@ bool accepts_search(ZtDbHandle database, int tableid, const ZtCondition* conditi
   if (!require_table(database, tableid, condition)) return false;
   if (!walks_index(condition))
     return report(database, ZT_ERR_GENERAL, message::bad_index, condition->indexid);
-  return !condition->overfull || report(database, ZT_ERR_GENERAL, message::condition_overfull);
+  return report(database, ZT_ERR_GENERAL, message::condition_overfull);
 }
 
-void begin_search(int tableid, ZtConditionHandle condition, int op) {
-  condition->tableid = tableid;
-  condition->indexitem.sharememory = 0;
-  condition->op = op;
-}
-
-bool place_cursor(const Rb_base* base, Rb_node head, ZtConditionHandle condition, const IndexPlace& place) {
-  return Placement(base, head, condition, place).run();
+bool place_cursor(const Rb_base* base, Rb_node head, ZtConditionHandle condition, Rb_node node, bool found) {
+  return Placement(base, head, condition, node, found).run();
 }
 
 }  // namespace cachet
@@ -115,17 +119,12 @@ bool ZtFindRecord(ZtDbHandle database, int tableid, ZtConditionHandle condition,
   if (!accepts_search(database, tableid, condition, op)) return false;
   begin_search(tableid, condition, op);
   const ZtTable& table = database->database[static_cast<std::size_t>(tableid)];
-  const auto indexid = static_cast<std::size_t>(condition->indexid);
-  const SearchKey key(table, indexid, &condition->indexitem);
-  HintedKey hinted(&database->base, table, indexid, key);
-  const Outcome outcome = read_table(database, tableid, [&]() -> Outcome {
-    const IndexPlace place = find_by_hint_or_search(database, table, indexid, hinted, key);
-    if (!place_cursor(&database->base, table.indexs[indexid], condition, place)) {
-      return {false, Standing::unreadable};
-    }
-    return {true, stand_on_key<Forward>(database, condition)};
+  LearntHint learnt;
+  const Outcome outcome = read_table(database, tableid, [&] {
+    learnt.table = nullptr;
+    return find(database, table, condition, learnt);
   });
-  hinted.keep();
+  learnt.keep();
   if (!outcome.found) return end_read(database, false);
   if (outcome.standing == Standing::empty_key) condition->nodepoint = nullptr;
   return end_read(database, settle<Forward>(database, condition, outcome.standing));

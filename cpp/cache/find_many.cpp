@@ -3,7 +3,7 @@
 
 #include "cache/cursor.h"
 #include "cache/error.h"
-#include "cache/fetch_ahead.h"
+#include "cache/fetch_row.h"
 #include "cache/find.h"
 #include "cache/index_search.h"
 #include "cache/snapshot.h"
@@ -22,7 +22,7 @@ void stand_on_records(ZtDbHandle database, const ZtTable& table, const ZtConditi
                       std::size_t count, signed char* standings) {
   const Rb_base* const base = &database->base;
   std::array<IndexPlace, lockstep_width> places;
-  find_in_indexes(database, table, conditions, count, places);
+  find_in_indexes(database, table, conditions, count, places, database->learnt_hints);
   const auto each = [&](const auto& visit) {
     for (std::size_t index = 0; index < count; ++index) {
       if (standings[index] != not_found) visit(conditions[index], standings[index]);
@@ -30,11 +30,12 @@ void stand_on_records(ZtDbHandle database, const ZtTable& table, const ZtConditi
   };
   for (std::size_t index = 0; index < count; ++index) {
     const Rb_node head = table.indexs[static_cast<std::size_t>(conditions[index]->indexid)];
-    const bool found = place_cursor(base, head, conditions[index], places[index]);
+    const bool found = place_cursor(base, head, conditions[index], places[index].node, places[index].found);
     standings[index] = found ? on_its_way : not_found;
   }
-  each([base](ZtConditionHandle condition, signed char&) { fetch_item(base, condition->point); });
-  each([base](ZtConditionHandle condition, signed char&) { fetch_first_record(base, condition->point); });
+  RowFetcher fetcher(base);
+  each([&](ZtConditionHandle condition, signed char&) { fetcher.item(condition->point); });
+  each([&](ZtConditionHandle condition, signed char&) { fetcher.first_record(condition->point); });
   each([database](ZtConditionHandle condition, signed char& standing) {
     standing = static_cast<signed char>(stand_on_key<Forward>(database, condition));
   });
@@ -58,12 +59,14 @@ bool ZtxFindRecords(ZtDbHandle database, int tableid, const ZtConditionHandle* c
   standings.resize(all);
   const ZtTable& table = database->database[static_cast<std::size_t>(tableid)];
   read_table(database, tableid, [&] {
+    database->learnt_hints.clear();
     for (std::size_t first = 0; first < all; first += lockstep_width) {
       const std::size_t width = std::min(all - first, lockstep_width);
       stand_on_records(database, table, conditions + first, width, standings.data() + first);
     }
     return true;
   });
+  for (const LearntHint& learnt : database->learnt_hints) learnt.keep();
   for (std::size_t index = 0; index < all; ++index) {
     const signed char standing = standings[index];
     found[index] = standing != not_found;

@@ -1,45 +1,27 @@
-// The one way into an index's tree: a search key made ready, and the search for its place.
+// The one way into an index's tree: the search for a key's place.
 #ifndef CACHET_CPP_CACHE_INDEX_SEARCH_H
 #define CACHET_CPP_CACHE_INDEX_SEARCH_H
 
-#include "accelerate/key_bytes.h"
+#include <array>
+
 #include "accelerate/lockstep.h"
-#include "base/features.h"
-#include "caches.h"
+#include "cache/search_key.h"
 
 namespace cachet {
 
-// A key in process memory, for searches of one index. Its bytes end before a field that is not of the index's type
-// or is shorter than a value of that type: such a key is compared as it is.
-class SearchKey {
- public:
-  SearchKey(const ZtTable& table, std::size_t indexid, ZtIndexItem* item);
-  SearchKey(const SearchKey&) = delete;
-  SearchKey& operator=(const SearchKey&) = delete;
-
-  ZtIndexItem* item() const { return item_; }
-  const KeyBytes& bytes() const { return bytes_; }
-  // Whether it equals one node of the tree at most, whatever the shape of the tree: it has all fields of the index,
-  // and all of their values are in order, which doubles are not.
-  bool is_exact() const { return is_exact_; }
-
- private:
-  ZtIndexItem* item_;
-  KeyBytes bytes_;
-  bool is_exact_ = false;
-};
-
 // The largest key that is not above the searched one (`found`: it is equal), or the head. Reads like
 // rb_find_gkey_n with ZtComp, whose decisions it takes.
-IndexPlace find_in_index(ZtDb* database, const ZtTable& table, std::size_t indexid, const SearchKey& key);
+IndexPlace find_in_index(Rb_base* base, const ZtTable& table, std::size_t indexid, ZtIndexItem* key);
 
 // The same for a key that is about to enter the tree: `separator` is set.
 IndexPlace find_place_in_index(ZtDb* database, const ZtTable& table, std::size_t indexid,
                                const SearchKey& key);
 
-// find_in_index for the keys of up to lockstep_width conditions, at the same time.
+// find_in_index, or a hint, for the keys of up to lockstep_width conditions, at the same time. Adds to `learnt` what is
+// to be kept when the read has been validated.
 void find_in_indexes(ZtDb* database, const ZtTable& table, const ZtConditionHandle* conditions,
-                     std::size_t count, std::array<IndexPlace, lockstep_width>& places);
+                     std::size_t count, std::array<IndexPlace, lockstep_width>& places,
+                     std::vector<LearntHint>& learnt);
 
 // find_place_in_index of a row's keys in all indexes of its table, at the same time.
 void find_places_in_indexes(ZtDb* database, const ZtTable& table, ZtRecord* row,

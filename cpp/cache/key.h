@@ -24,8 +24,19 @@ class RowKey {
 };
 
 // The key at an external node; null when a handle that a writer may overtake finds no key there.
-ZtIndexItem* stored_item(const Rb_base* base, Rb_node node);
-ZtListItem* stored_list_item(const Rb_base* base, Rb_node node);
+template <class Item>
+Item* item_at(const Rb_base* base, Rb_node node) {
+  const std::int64_t offset = key_offset_of(node);
+  if (!is_data(base, offset, sizeof(Item))) [[unlikely]]
+    return nullptr;
+  return reinterpret_cast<Item*>(address_of(base, FlatOffset{offset}));
+}
+inline ZtIndexItem* stored_item(const Rb_base* base, Rb_node node) {
+  return item_at<ZtIndexItem>(base, node);
+}
+inline ZtListItem* stored_list_item(const Rb_base* base, Rb_node node) {
+  return item_at<ZtListItem>(base, node);
+}
 
 // The value of a key field, by its place in the key.
 Value stored_value(const Rb_base* base, const ZtIndexItem* item, int index);

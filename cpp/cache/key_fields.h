@@ -9,18 +9,18 @@
 namespace cachet {
 
 // Offsets in a stored key are turned into addresses; on a handle that a writer may overtake only after their bounds
-// were checked.
+// were checked: `checked` is checks_links(base), asked once for many keys.
+template <bool checked>
 class KeyFields {
  public:
-  // `checked` is checks_links(base), asked once for many keys.
-  KeyFields(const Rb_base* base, const void* key, bool checked)
-      : base_(base), item_(static_cast<const char*>(key)), checked_(checked) {
-    if (checked_ && runs_out(base, key, sizeof(ZtIndexItem))) return;
-    stored_ = load_unaligned<unsigned char>(item_ + offsetof(ZtIndexItem, sharememory)) == 1;
+  [[gnu::always_inline]] KeyFields(const Rb_base* base, const void* key) : base_(base) {
+    const char* const item = static_cast<const char*>(key);
+    if (checked && runs_out(base, key, sizeof(ZtIndexItem))) return;
+    stored_ = load_unaligned<unsigned char>(item + offsetof(ZtIndexItem, sharememory)) == 1;
     // What a writer is about to make a key has no addresses of this process in it.
-    if (checked_ && !stored_ && is_shared(base, key)) return;
-    count_ = load_unaligned<signed char>(item_ + offsetof(ZtIndexItem, point));
-    fields_ = load_unaligned<char*>(item_ + offsetof(ZtIndexItem, index));
+    if (checked && !stored_ && is_shared(base, key)) return;
+    count_ = load_unaligned<signed char>(item + offsetof(ZtIndexItem, point));
+    fields_ = load_unaligned<char*>(item + offsetof(ZtIndexItem, index));
     if (stored_) fields_ = resolve(fields_, count_ * static_cast<std::int64_t>(sizeof(ZtIndexField)));
     readable_ = fields_ != nullptr || count_ <= 0;
   }
@@ -46,13 +46,11 @@ class KeyFields {
 
   char* resolve(const char* offset, std::int64_t length) const {
     const auto position = reinterpret_cast<std::int64_t>(offset);
-    if (checked_ && !is_data(base_, position, length)) return nullptr;
+    if (checked && !is_data(base_, position, length)) return nullptr;
     return address_of(base_, FlatOffset{position});
   }
 
   const Rb_base* base_;
-  const char* item_;
-  bool checked_;
   bool stored_ = false;
   bool readable_ = false;
   int count_ = 0;

@@ -64,12 +64,15 @@ void provide_buffer(const ZtTable& table, int tableid, ZtRecordRow* row) {
   row->copied_bytes = stored_bytes(table);
 }
 
-// A copy that no writer touched half-way.
-void copy_unchanged(ZtDbHandle database, const ZtRecord* record, ZtRecord* copy, int bytes) {
+// A copy that no writer touched half-way, into the row's buffer.
+[[gnu::noinline]] void copy_unchanged(ZtDbHandle database, const ZtTable& table, int tableid,
+                                      const ZtRecord* record, ZtRecordRow* row) {
+  provide_buffer(table, tableid, row);
   read_unchanged(database, record, [&] {
-    std::memcpy(copy, record, static_cast<std::size_t>(bytes));
+    std::memcpy(row->record, record, static_cast<std::size_t>(stored_bytes(table)));
     return true;
   });
+  ZtUnLock(database);
 }
 
 }  // namespace
@@ -123,18 +126,14 @@ bool ZtGotoRecord(ZtDbHandle database, int tableid, int rowid, ZtConditionHandle
 
 bool ZtGetRecord(ZtDbHandle database, ZtConditionHandle condition, ZtRecordHandle recordrow) {
   const int tableid = condition->tableid;
-  ZtTable* const table = table_at(database, tableid);
+  const ZtTable* const table = table_at(database, tableid);
   if (table == nullptr) return false;
   const Rb_base* const base = &database->base;
-  const int bytes = stored_bytes(*table);
-  if (base->memory == nullptr || !is_data(base, condition->precord, bytes)) {
+  if (base->memory == nullptr || !is_data(base, condition->precord, stored_bytes(*table))) [[unlikely]]
     return report(database, ZT_ERR_GENERAL, message::no_position);
-  }
   ZtRecord* const record = record_at(base, condition->precord);
   if (base->mode == ZT_MODE_READ_ONLY) {
-    provide_buffer(*table, tableid, recordrow);
-    copy_unchanged(database, record, recordrow->record, bytes);
-    ZtUnLock(database);
+    copy_unchanged(database, *table, tableid, record, recordrow);
   } else {
     if (recordrow->copied_bytes != 0) release_row(recordrow);
     recordrow->record = record;
