@@ -22,24 +22,21 @@ class Stage {
   explicit Stage(const Rb_base* base) : base_(base) {}
 
   // Adds a store of a 4-byte link, or of a status byte, at an address of the flat space.
-  void link(const void* address, std::uint32_t value) { changes_[count_++] = {address, value, 4}; }
-  void status(const void* address, std::uint8_t value) { changes_[count_++] = {address, value, 1}; }
+  void link(const void* address, std::uint32_t value) { add(address, value, 4); }
+  void status(const void* address, std::uint8_t value) { add(address, value, 1); }
 
   // Publishes what was added, and carries it out.
   void run(std::uint32_t resume_at = 0);
 
  private:
-  struct Change {
-    const void* address;
-    std::uint32_t value;
-    std::uint32_t width_bytes;
-  };
-
+  void add(const void* address, std::uint32_t value, std::uint32_t width_bytes) {
+    stores_[count_++] = {value_of(offset_of(base_, address)), value, width_bytes};
+  }
   void publish(StageLog& log, std::uint32_t resume_at) const;
 
   const Rb_base* base_;
   int count_ = 0;
-  Change changes_[StageRecord::max_stores];
+  StagedStore stores_[StageRecord::max_stores];
 };
 
 // Publishes that the recolouring round at the node is under way. Its stores are few, and most frequent: they are not

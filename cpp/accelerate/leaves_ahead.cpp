@@ -67,17 +67,18 @@ class Walk {
   // Their leaves in order, the first ones if they have too many.
   unsigned collect(const Subtrees& subtrees, Rb_node* leaves) {
     unsigned count = 0;
+    unsigned visits_left = 4 * most_leaves_ahead;
     Nodes<max_depth> stack;
     for (unsigned index = 0; index < subtrees.count(); ++index) {
       stack.push(subtrees[index]);
       while (!stack.empty()) {
+        if (count == most_leaves_ahead || visits_left-- == 0) return count;
         const Rb_node node = stack.pop();
         if (is(node, RB_INTERNAL)) {
           add(child_of(node, leftward_), stack);
           add(child_of(node, !leftward_), stack);
         } else {
           leaves[count++] = node;
-          if (count == most_leaves_ahead) return count;
         }
       }
     }

@@ -2,7 +2,8 @@
 // the tree above them names many at once.
 //
 // What must stay true: the list is the authority. This decides nothing, it only tells what to fetch early, and it may
-// be out of date. So every link is checked before it is followed, on every handle.
+// be out of date. So every link is checked before it is followed, on every handle, and links that lead in circles come
+// to an end.
 #ifndef CACHET_CPP_ACCELERATE_LEAVES_AHEAD_H
 #define CACHET_CPP_ACCELERATE_LEAVES_AHEAD_H
 

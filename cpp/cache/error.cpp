@@ -55,14 +55,8 @@ bool require_record(ZtDbHandle database, const ZtRecordRow* row) {
   return row->record != nullptr || report(database, ZT_ERR_GENERAL, message::no_record);
 }
 
-ZtTable* changeable_table(ZtDbHandle database, const ZtRecordRow* row) {
-  return forwards_changes(database) ? table_at(database, row->tableid) : writable_table(database, row);
-}
-
-ZtTable* writable_table(ZtDbHandle database, const ZtRecordRow* row) {
-  ZtTable* const table = table_at(database, row->tableid);
-  if (table == nullptr || writes_locally(database)) return table;
-  report(database, ZT_ERR_READ_ONLY, message::table_read_only, table->name);
+std::nullptr_t report_read_only(ZtDbHandle database, const ZtTable& table) {
+  report(database, ZT_ERR_READ_ONLY, message::table_read_only, table.name);
   return nullptr;
 }
 

@@ -58,10 +58,20 @@ inline bool forwards_changes(const ZtDb* database) {
   return database->base.mode == 2 && database->base.isolate;
 }
 
-// The row's table if this handle may change it, itself or through its manager; null, reported, otherwise.
-ZtTable* changeable_table(ZtDbHandle database, const ZtRecordRow* row);
+// Null, reported.
+[[gnu::cold]] std::nullptr_t report_read_only(ZtDbHandle database, const ZtTable& table);
+
 // The row's table if this handle itself may write; null, reported, otherwise: the mode is told before anything else.
-ZtTable* writable_table(ZtDbHandle database, const ZtRecordRow* row);
+inline ZtTable* writable_table(ZtDbHandle database, const ZtRecordRow* row) {
+  ZtTable* const table = table_at(database, row->tableid);
+  if (table == nullptr || writes_locally(database)) [[likely]]
+    return table;
+  return report_read_only(database, *table);
+}
+// The row's table if this handle may change it, itself or through its manager; null, reported, otherwise.
+inline ZtTable* changeable_table(ZtDbHandle database, const ZtRecordRow* row) {
+  return forwards_changes(database) ? table_at(database, row->tableid) : writable_table(database, row);
+}
 // False, reported, on a handle that may not write, for calls that concern no table.
 bool require_writable(ZtDbHandle database);
 

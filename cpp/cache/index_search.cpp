@@ -132,6 +132,11 @@ void search_all(Rb_base* base, const ZtTable& table, const ZtConditionHandle* co
   }
 }
 
+// Asks for the leaf before whose link to this one the new leaf goes.
+void fetch_neighbour(const Rb_base* base, Rb_node place) {
+  prefetch(node_at(base, blink_of(place)));
+}
+
 template <bool checked>
 IndexPlace search_id(Rb_base* base, Rb_node head, ZtListItem* wanted) {
   const KeyBytes bytes = bytes_of_id(wanted->recordid);
@@ -189,6 +194,8 @@ void find_places_in_indexes(ZtDb* database, const ZtTable& table, ZtRecord* row,
         round.add(table.indexs[id], keys[index].make(table, id, item));
       }
       round.run();
+      for (std::size_t index = 0; index < count; ++index)
+        fetch_neighbour(&database->base, round.at(index).node());
       for (std::size_t index = 0; index < count; ++index)
         places[first + index] = place_for_entry(round.at(index));
     } else {

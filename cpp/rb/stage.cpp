@@ -1,14 +1,17 @@
+#include <algorithm>
+
 #include "rb_stage.h"
 
 namespace cachet {
 
 namespace {
 
-void carry_out(char* address, std::uint32_t value, std::uint32_t width_bytes) {
-  if (width_bytes == 1) {
-    store_release<std::uint8_t>(address, static_cast<std::uint8_t>(value));
+void carry_out(const Rb_base* base, const StagedStore& store) {
+  char* const address = address_of(base, FlatOffset{store.offset});
+  if (store.width_bytes == 1) {
+    store_release<std::uint8_t>(address, static_cast<std::uint8_t>(store.value));
   } else {
-    store_release_unaligned<std::uint32_t>(address, value);
+    store_release_unaligned<std::uint32_t>(address, store.value);
   }
 }
 
@@ -35,24 +38,13 @@ void Stage::publish(StageLog& log, std::uint32_t resume_at) const {
   record.count = static_cast<std::uint16_t>(count_);
   record.step = base_->stage_step;
   record.resume_at = resume_at;
-  const char* const flat_begin = base_->flat_begin;  // asked once for all stores
-  for (int index = 0; index < count_; ++index) {
-    const Change& change = changes_[index];
-    const auto* const address = static_cast<const char*>(change.address);
-    record.stores[index].offset =
-        flat_begin != nullptr ? address - flat_begin : value_of(offset_of(base_, address));
-    record.stores[index].value = change.value;
-    record.stores[index].width_bytes = change.width_bytes;
-  }
+  std::copy(stores_, stores_ + count_, record.stores);
   store_release<std::uint32_t>(&log.current, idle);
 }
 
 void Stage::run(std::uint32_t resume_at) {
   if (base_->stages != nullptr) publish(*base_->stages, resume_at);
-  for (int index = 0; index < count_; ++index) {
-    const Change& change = changes_[index];
-    carry_out(const_cast<char*>(static_cast<const char*>(change.address)), change.value, change.width_bytes);
-  }
+  for (int index = 0; index < count_; ++index) carry_out(base_, stores_[index]);
 }
 
 std::optional<int> redo_current_step(Rb_base* base) {
@@ -63,8 +55,7 @@ std::optional<int> redo_current_step(Rb_base* base) {
   base->stage_step = record.step;
   const bool in_round = record.count == StageRecord::round;
   for (int index = 0; !in_round && index < record.count; ++index) {
-    const StagedStore& store = record.stores[index];
-    carry_out(address_of(base, FlatOffset{store.offset}), store.value, store.width_bytes);
+    carry_out(base, record.stores[index]);
   }
   if (record.resume_at != 0) resume_recolouring(base, record.resume_at, in_round);
   return record.step;
