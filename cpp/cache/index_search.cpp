@@ -92,6 +92,10 @@ class Round {
     descents_[count_++].make(base_, head, key.bytes(), StoredKeys<checked>(base_, key));
   }
   void run() { go_down_together(descents_, count_); }
+  // Asks for the leaves to whose other side a new one goes.
+  void fetch_neighbours() const {
+    for (std::size_t index = 0; index < count_; ++index) prefetch(node_at(base_, blink_of(at(index).node())));
+  }
   const IndexDescent<checked>& at(std::size_t index) const { return descents_[index].value; }
   IndexDescent<checked>& at(std::size_t index) { return descents_[index].value; }
 
@@ -130,11 +134,6 @@ void search_all(Rb_base* base, const ZtTable& table, const ZtConditionHandle* co
     place = place_at_end(round.at(index));
     if (place.found) learnt.push_back(hinted[searched[index]].value.learn(place.node));
   }
-}
-
-// Asks for the leaf before whose link to this one the new leaf goes.
-void fetch_neighbour(const Rb_base* base, Rb_node place) {
-  prefetch(node_at(base, blink_of(place)));
 }
 
 template <bool checked>
@@ -194,8 +193,7 @@ void find_places_in_indexes(ZtDb* database, const ZtTable& table, ZtRecord* row,
         round.add(table.indexs[id], keys[index].make(table, id, item));
       }
       round.run();
-      for (std::size_t index = 0; index < count; ++index)
-        fetch_neighbour(&database->base, round.at(index).node());
+      round.fetch_neighbours();
       for (std::size_t index = 0; index < count; ++index)
         places[first + index] = place_for_entry(round.at(index));
     } else {
