@@ -59,6 +59,12 @@ void Context::say(const std::string& utf8) const {
   std::fputs(("zt: " + encoding_.to_outside(utf8) + "\n").c_str(), stderr);
 }
 
+std::string Context::argument(std::string_view text) const {
+  if (auto utf8 = encoding_.exactly_from_outside(text)) return *std::move(utf8);
+  throw UsageError("\"" + encoding_.from_outside(text) +
+                   "\" is no text in the locale's encoding; to name another: --encoding");
+}
+
 void Context::say_left_alone(const std::string& shown_path) const {
   say("the last process left " + shown_path +
       " while it was looked at, so its memory stays behind; to remove it: zt rm " + shown_path);

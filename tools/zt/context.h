@@ -37,6 +37,10 @@ class Context {
   // The same for a text of the library, which is stored text.
   std::string from_stored(std::string_view text) const { return encoding_.from_stored(text); }
 
+  // What was written on the command line, in UTF-8. Throws UsageError when it is no text in the encoding outside: what
+  // is looked for or stored is never guessed.
+  std::string argument(std::string_view text) const;
+
   // Says that the memory stays behind, because the last regular user left while it was looked at.
   void say_left_alone(const std::string& shown_path) const;
 

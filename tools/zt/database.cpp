@@ -14,6 +14,7 @@
 namespace zt {
 
 using namespace cachet::inspect;
+namespace inspect = cachet::inspect;
 
 namespace {
 
@@ -99,9 +100,11 @@ void Database::open(Access access, const std::string& version) {
       ZtUnLockDb(handle_);
     }
   }
-  if (opened) return;
   try {
-    fail("cannot open " + path_.shown());
+    if (!opened) fail("cannot open " + path_.shown());
+    Look look(context_, path_.shown());  // at what was opened, which stays now
+    schema_ = read_schema(*look->view());
+    for (inspect::Table& table : schema_.tables) table.record = nullptr;  // ends with the look
   } catch (...) {
     end();
     throw;

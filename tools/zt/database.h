@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "inspect/attachment.h"
+#include "inspect/schema.h"
 #include "zt/context.h"
 
 namespace zt {
@@ -39,6 +40,9 @@ class Database {
   Database& operator=(const Database&) = delete;
 
   operator ZtDbHandle() const { return handle_; }
+  // As it was when the database was opened; tables, fields and indexes by the library's ids.
+  const cachet::inspect::Schema& schema() const { return schema_; }
+  std::string shown_path() const { return path_.shown(); }
   // The library's last error as a Failure: "TEXT (CODE)", with what was being done before it.
   [[noreturn]] void fail(const std::string& doing) const;
 
@@ -49,6 +53,7 @@ class Database {
   const Context& context_;
   cachet::inspect::BasePath path_;
   ZtDbHandle handle_ = nullptr;
+  cachet::inspect::Schema schema_;
   bool was_orphan_ = false;
 };
 

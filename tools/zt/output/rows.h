@@ -19,6 +19,7 @@ enum class Kind {
   state,  // a text that colour makes stand out
   integer,
   real,
+  exact,  // a real number with all its digits
   bytes,  // "1.5 MiB" for people, a number for programs
   percent,
   seconds,

@@ -1,0 +1,53 @@
+#include "zt/table.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace zt {
+
+namespace inspect = cachet::inspect;
+
+namespace {
+
+// Where among `all`, which have names as stored, the one is that the user calls `name`.
+template <class Named>
+int place_of(const Context& context, const std::vector<Named>& all, const std::string& name,
+             const std::string& whose, const char* what) {
+  const std::string wanted = context.argument(name);
+  std::string names;
+  for (const Named& each : all) {
+    const std::string shown = context.from_stored(each.name);
+    if (shown == wanted) return static_cast<int>(&each - all.data());
+    names += (names.empty() ? "" : ", ") + shown;
+  }
+  throw inspect::NotFound(fmt::format("{} has no {} {}; {}", whose, what, wanted,
+                                      names.empty() ? "it has none" : "it has " + names));
+}
+
+}  // namespace
+
+Table::Table(const Context& context, const Database& database, const std::string& name)
+    : Table(context, database,
+            place_of(context, database.schema().tables, name, database.shown_path(), "table")) {}
+
+Table::Table(const Context& context, const Database& database, int id)
+    : context_(context),
+      table_(database.schema().tables[static_cast<std::size_t>(id)]),
+      id_(id),
+      name_(context.from_stored(table_.name)),
+      fields_(context.encoding(), table_) {}
+
+int Table::field_named(const std::string& name) const {
+  return place_of(context_, table_.fields, name, "table " + name_, "field");
+}
+
+int Table::index_named(const std::string& name) const {
+  return place_of(context_, table_.indexes, name, "table " + name_, "index");
+}
+
+const std::vector<int>& Table::key_of(int index) const {
+  return table_.indexes[static_cast<std::size_t>(index)].fields;
+}
+
+}  // namespace zt
