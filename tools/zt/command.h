@@ -41,6 +41,11 @@ inline void declare_database(CLI::App& app, std::string& path) {
   app.add_option("database", path, "The database: its directory and name")->required()->type_name("DIR/NAME");
 }
 
+// And what those on one table go on with.
+inline void declare_table(CLI::App& app, std::string& table) {
+  app.add_option("table", table, "The table")->required()->type_name("TABLE");
+}
+
 }  // namespace zt
 
 #endif

@@ -118,6 +118,13 @@ void Database::fail(const std::string& doing) const {
   throw Failure(fmt::format("{}: {} ({})", doing, context_.from_stored(text), code));
 }
 
+void Database::throw_if_failed(const std::string& doing) const {
+  int code = 0;
+  char text[ZT_ERRMSG_SIZE] = {};
+  ZtGetError(handle_, &code, text);
+  if (code != ZT_OK) fail(doing);
+}
+
 Database::~Database() {
   end();
 }

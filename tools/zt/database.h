@@ -45,6 +45,8 @@ class Database {
   std::string shown_path() const { return path_.shown(); }
   // The library's last error as a Failure: "TEXT (CODE)", with what was being done before it.
   [[noreturn]] void fail(const std::string& doing) const;
+  // The same after a call whose result does not tell; nothing while no call on this handle has failed.
+  void throw_if_failed(const std::string& doing) const;
 
  private:
   void open(Access access, const std::string& version);

@@ -248,13 +248,17 @@ Cell Fields::cell(int id, const char* bytes) const {
   }
 }
 
-Row Fields::cells(ZtDbHandle database, ZtRecordHandle record) const {
-  Row row;
+void Fields::append_cells(ZtDbHandle database, ZtRecordHandle record, Row& row) const {
   for (int id = 0; id < count(); ++id) {
     int type = 0;
     const char* const bytes = ZtGetField(database, record, id, &type);
     row.push_back(bytes != nullptr ? cell(id, bytes) : Cell());
   }
+}
+
+Row Fields::cells(ZtDbHandle database, ZtRecordHandle record) const {
+  Row row;
+  append_cells(database, record, row);
   return row;
 }
 

@@ -51,6 +51,7 @@ class Fields {
   Cell cell(int id, const char* bytes) const;
   // All fields of a row of this table.
   Row cells(ZtDbHandle database, ZtRecordHandle record) const;
+  void append_cells(ZtDbHandle database, ZtRecordHandle record, Row& row) const;
 
  private:
   struct Field : cachet::inspect::Field {

@@ -94,6 +94,7 @@ Status tool(int argc, char** argv) {
   std::string words_for;
   CLI::Option* const words = app.add_option("--words", words_for)->group("");
   const std::vector<Called> called = declare_commands(app);
+  app.require_subcommand(0, 1);  // behind the first one, a command's name is a name or a value like any other
   app.footer(
       "Exit status: 0 success, 1 failure, 2 wrong usage, 3 not found, 4 damaged, 5 refused. Manual: zt(1).");
   try {

@@ -10,11 +10,10 @@ namespace inspect = cachet::inspect;
 
 namespace {
 
-// Where among `all`, which have names as stored, the one is that the user calls `name`.
+// Where among `all`, which have names as stored, the one is that the user calls `wanted`.
 template <class Named>
-int place_of(const Context& context, const std::vector<Named>& all, const std::string& name,
+int place_of(const Context& context, const std::vector<Named>& all, const std::string& wanted,
              const std::string& whose, const char* what) {
-  const std::string wanted = context.argument(name);
   std::string names;
   for (const Named& each : all) {
     const std::string shown = context.from_stored(each.name);
@@ -29,7 +28,8 @@ int place_of(const Context& context, const std::vector<Named>& all, const std::s
 
 Table::Table(const Context& context, const Database& database, const std::string& name)
     : Table(context, database,
-            place_of(context, database.schema().tables, name, database.shown_path(), "table")) {}
+            place_of(context, database.schema().tables, context.argument(name), database.shown_path(),
+                     "table")) {}
 
 Table::Table(const Context& context, const Database& database, int id)
     : context_(context),
@@ -38,12 +38,12 @@ Table::Table(const Context& context, const Database& database, int id)
       name_(context.from_stored(table_.name)),
       fields_(context.encoding(), table_) {}
 
-int Table::field_named(const std::string& name) const {
-  return place_of(context_, table_.fields, name, "table " + name_, "field");
+int Table::field_named(const std::string& utf8_name) const {
+  return place_of(context_, table_.fields, utf8_name, "table " + name_, "field");
 }
 
 int Table::index_named(const std::string& name) const {
-  return place_of(context_, table_.indexes, name, "table " + name_, "index");
+  return place_of(context_, table_.indexes, context_.argument(name), "table " + name_, "index");
 }
 
 const std::vector<int>& Table::key_of(int index) const {

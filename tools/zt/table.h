@@ -20,9 +20,10 @@ class Table {
   const std::string& name() const { return name_; }
   const Fields& fields() const { return fields_; }
 
-  // By its name on the command line. Throw NotFound, naming those that there are.
-  int field_named(const std::string& name) const;
+  // By its name on the command line. Throws NotFound, naming those that there are.
   int index_named(const std::string& name) const;
+  // By its name in UTF-8; likewise.
+  int field_named(const std::string& utf8_name) const;
   // The fields of an index, most significant first.
   const std::vector<int>& key_of(int index) const;
 

@@ -1,0 +1,29 @@
+#include "zt/transaction.h"
+
+#include <cachetx.h>
+
+#include "zt/status.h"
+#include "zt/stop.h"
+
+namespace zt {
+
+Transaction::Transaction(const Database& database) : database_(database) {
+  if (!ZtxEnableRecovery(database)) database.fail("cannot prepare a transaction");
+  ZtBeginTransaction(database);
+  catch_stop_signals();
+}
+
+Transaction::~Transaction() {
+  if (open_) ZtRollbackTransaction(database_);
+}
+
+void Transaction::go_on() const {
+  if (stop_asked()) throw Failure("interrupted: nothing was changed");
+}
+
+void Transaction::commit() {
+  ZtCommitTransaction(database_);
+  open_ = false;
+}
+
+}  // namespace zt
