@@ -21,7 +21,7 @@ void Change::show(const Context& context, const char* done, const RowChangeMaker
   listing.with_id = true;
   const std::int64_t count = list_rows(context, database, of, cursor, listing);
   if (count == 0) throw_no_row(of, choice);
-  context.say(fmt::format("{} rows would be {}", count, done));
+  context.say(fmt::format("{} row{} would be {}", count, count == 1 ? "" : "s", done));
 }
 
 Status Change::run(const Context& context, const char* done, const RowChangeMaker& maker) const {
@@ -34,7 +34,7 @@ Status Change::run(const Context& context, const char* done, const RowChangeMake
   const Table of(context, database, table);
   const RowChange change = maker(database, of);
   Cursor cursor(context, database, of, choice);
-  Transaction transaction(database);
+  Transaction transaction(context, database);
   std::int64_t count = 0;
   for (; cursor.next(); ++count) {
     change(cursor.row());

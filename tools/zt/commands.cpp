@@ -18,6 +18,7 @@ constexpr auto table = std::to_array<CommandEntry>({
     {"tables", looking, "Count records, live and deleted, and the keys of each index", make_tables},
     {"stat", looking, "Show what is done in a database, second by second", make_stat},
     {"top", looking, "Watch a database on the full screen", make_top},
+    {"create", data, "Make an empty database by a schema file", make_create},
     {"get", data, "Print rows: all of a table, or those that an index finds", make_get},
     {"count", data, "Count rows: all of a table, or those that an index finds", make_count},
     {"insert", data, "Store a row", make_insert},

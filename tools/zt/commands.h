@@ -10,6 +10,7 @@ std::unique_ptr<Command> make_ls();
 std::unique_ptr<Command> make_info();
 std::unique_ptr<Command> make_schema();
 std::unique_ptr<Command> make_tables();
+std::unique_ptr<Command> make_create();
 std::unique_ptr<Command> make_get();
 std::unique_ptr<Command> make_count();
 std::unique_ptr<Command> make_insert();

@@ -5,6 +5,8 @@
 #include <array>
 #include <utility>
 
+#include "zt/endless_wait.h"
+
 namespace zt {
 namespace {
 
@@ -76,6 +78,7 @@ Cursor::Cursor(const Context& context, const Database& database, const Table& ta
   ZtCreateRecord(&record_);
   ZtSetConditionIndex(condition_, index_);
   if (operator_ != 0) add_key(context, words);
+  if (database.access() == Access::read) refuse_endless_read(context, database, table.id());
 }
 
 Cursor::~Cursor() {

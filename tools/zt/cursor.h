@@ -28,7 +28,8 @@ struct RowChoice {
 // waits while somebody has the table marked as being changed; what a writer commits meanwhile may or may not be met.
 class Cursor {
  public:
-  // All of them outlive it. Throws UsageError, NotFound and BadValue for a choice that the table does not allow.
+  // All of them outlive it. Throws UsageError, NotFound and BadValue for a choice that the table does not allow, and
+  // Damaged when a read-only handle would wait for a dead writer.
   Cursor(const Context& context, const Database& database, const Table& table, const RowChoice& choice);
   ~Cursor();
   Cursor(const Cursor&) = delete;

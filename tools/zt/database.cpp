@@ -1,14 +1,11 @@
 #include "zt/database.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <unistd.h>
-
-#include <cstdio>
 
 #include "inspect/database_check.h"
 #include "inspect/file_lock.h"
 #include "inspect/host.h"
+#include "zt/quiet.h"
 #include "zt/status.h"
 
 namespace zt {
@@ -17,28 +14,6 @@ using namespace cachet::inspect;
 namespace inspect = cachet::inspect;
 
 namespace {
-
-// Opening calls print their errors on standard output, and keep them to be asked for.
-class Quiet {
- public:
-  Quiet() {
-    std::fflush(stdout);
-    kept_ = dup(STDOUT_FILENO);
-    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    dup2(nowhere, STDOUT_FILENO);
-    close(nowhere);
-  }
-  ~Quiet() {
-    std::fflush(stdout);
-    dup2(kept_, STDOUT_FILENO);
-    close(kept_);
-  }
-  Quiet(const Quiet&) = delete;
-  Quiet& operator=(const Quiet&) = delete;
-
- private:
-  int kept_;
-};
 
 // What the handle would trust: it is not given a frame that contradicts itself.
 std::string version_of_sound(const RawDatabase& database) {
@@ -73,7 +48,7 @@ bool Hold::release() noexcept {
 }
 
 Database::Database(const Context& context, const std::string& path, Access access)
-    : context_(context), path_(BasePath::parse(path)) {
+    : context_(context), path_(BasePath::parse(path)), access_(access) {
   Look look(context, path);
   const std::string version = version_of_sound(*look);
   was_orphan_ = look->others() == 0;
@@ -83,11 +58,11 @@ Database::Database(const Context& context, const std::string& path, Access acces
         fmt::format("process {} holds the file lock of {}: it makes the database, or keeps others out",
                     *holder, path_.shown()));
   }
-  open(access, version);
+  open(version);
 }
 
-void Database::open(Access access, const std::string& version) {
-  const int mode = access == Access::write ? ZT_MODE_READ_WRITE : ZT_MODE_READ_ONLY;
+void Database::open(const std::string& version) {
+  const int mode = access_ == Access::write ? ZT_MODE_READ_WRITE : ZT_MODE_READ_ONLY;
   bool opened = false;
   {
     const Quiet quiet;

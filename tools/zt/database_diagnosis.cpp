@@ -17,8 +17,6 @@ using namespace cachet::inspect;
 
 namespace {
 
-constexpr std::int64_t least_room_of_an_insert = 81920;
-constexpr std::size_t longest_base_path = 79;
 constexpr int looks_at_spin_word = 20;
 constexpr useconds_t pause_between_looks_us = 5000;
 
@@ -43,8 +41,8 @@ class Examination {
 
   void examine_path() {
     const std::size_t length = path_.text().size();
-    const bool fits = length <= longest_base_path;
-    add("path", fits ? "ok" : "fault", fmt::format("{} of {} bytes", length, longest_base_path),
+    const bool fits = length <= BasePath::longest_text;
+    add("path", fits ? "ok" : "fault", fmt::format("{} of {} bytes", length, BasePath::longest_text),
         fits ? "" : "no database can be made here: choose a shorter directory or name");
     struct stat directory;
     if (stat(path_.directory.c_str(), &directory) != 0 || !S_ISDIR(directory.st_mode)) {

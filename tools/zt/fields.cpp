@@ -19,28 +19,6 @@ constexpr std::size_t least_stored_bytes = 8;  // what the library reads of a do
   throw BadValue(fmt::format("field {}: {}", field, why));
 }
 
-// The width that a type's values have; -1 for a type without values.
-int natural_bytes(int type, int slot_bytes) {
-  switch (type) {
-    case FIELD_CHAR:
-    case FIELD_UCHAR:
-      return 1;
-    case FIELD_SHORT:
-    case FIELD_USHORT:
-      return 2;
-    case FIELD_INT:
-    case FIELD_UINT:
-      return 4;
-    case FIELD_DOUBLE:
-    case FIELD_INT8:
-      return 8;
-    case FIELD_STRING:
-      return slot_bytes;
-    default:
-      return -1;
-  }
-}
-
 template <class Number>
 Number number_at(const char* bytes) {
   Number number;
@@ -138,12 +116,31 @@ Kind kind_of(int type) {
 
 }  // namespace
 
+int natural_bytes(int type) {
+  switch (type) {
+    case FIELD_CHAR:
+    case FIELD_UCHAR:
+      return 1;
+    case FIELD_SHORT:
+    case FIELD_USHORT:
+      return 2;
+    case FIELD_INT:
+    case FIELD_UINT:
+      return 4;
+    case FIELD_DOUBLE:
+    case FIELD_INT8:
+      return 8;
+    default:
+      return -1;
+  }
+}
+
 Fields::Fields(const Encoding& encoding, const inspect::Table& table) : encoding_(encoding) {
   for (const inspect::Field& each : table.fields) {
     Field& field = fields_.emplace_back();
     static_cast<inspect::Field&>(field) = each;
     field.shown_name = encoding.from_stored(each.name);
-    field.raw = natural_bytes(each.type, each.length_bytes) != each.length_bytes;
+    field.raw = each.type != FIELD_STRING && natural_bytes(each.type) != each.length_bytes;
   }
   for (const inspect::Index& index : table.indexes) {
     for (const int field : index.fields) fields_[static_cast<std::size_t>(field)].indexed = true;

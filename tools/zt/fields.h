@@ -27,6 +27,9 @@ struct BadValue : UsageError {
   using UsageError::UsageError;
 };
 
+// The width of a type's values; -1 for texts, which are as wide as their slot, and for a type without values.
+int natural_bytes(int type);
+
 // Ids are the library's, from 0 to count() - 1; others are undefined. Any thread may read.
 class Fields {
  public:

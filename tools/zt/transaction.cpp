@@ -2,12 +2,14 @@
 
 #include <cachetx.h>
 
+#include "zt/endless_wait.h"
 #include "zt/status.h"
 #include "zt/stop.h"
 
 namespace zt {
 
-Transaction::Transaction(const Database& database) : database_(database) {
+Transaction::Transaction(const Context& context, const Database& database) : database_(database) {
+  refuse_endless_write(context, database);
   if (!ZtxEnableRecovery(database)) database.fail("cannot prepare a transaction");
   ZtBeginTransaction(database);
   catch_stop_signals();

@@ -9,8 +9,9 @@ namespace zt {
 
 class Transaction {
  public:
-  // Waits for other writers; until it has the lock, an interruption ends the process. Throws Failure.
-  explicit Transaction(const Database& database);
+  // Waits for other writers; until it has the lock, an interruption ends the process. Throws Failure, and
+  // Damaged when that writer is dead.
+  Transaction(const Context& context, const Database& database);
   ~Transaction();
   Transaction(const Transaction&) = delete;
   Transaction& operator=(const Transaction&) = delete;

@@ -34,7 +34,7 @@ class Insert final : public Command {
     const Table table(context, database, table_);
     const std::vector<Assignment> values = assignments(context, table, words_);
     const NewRow row(database);
-    Transaction transaction(database);
+    Transaction transaction(context, database);
     const std::string doing = "cannot insert into " + table.name();
     if (!ZtNewRecord(database, table.id(), row)) database.fail(doing);
     assign(database, table, row, values);
