@@ -2,7 +2,9 @@
 
 #include <fmt/format.h>
 
+#include <CLI/Validators.hpp>
 #include <array>
+#include <limits>
 #include <utility>
 
 #include "zt/endless_wait.h"
@@ -58,11 +60,11 @@ void RowChoice::declare(CLI::App& app) {
              "--index", index,
              "Rows of this index, by key: all, or those that compare so (< <= = >= > with a value for "
              "each field of the key)")
-          ->type_name("INDEX [OP VALUE...]")
+          ->type_name("INDEX [OP VALUE]")
           ->expected(1, CLI::detail::expected_max_vector_size);
   app.add_option("--id", record_id, "The row with this record id")
       ->type_name("RECORDID")
-      ->check(CLI::NonNegativeNumber)
+      ->check(CLI::Range(0, std::numeric_limits<int>::max()))
       ->excludes(by_index);
 }
 
@@ -89,8 +91,9 @@ Cursor::~Cursor() {
 void Cursor::add_key(const Context& context, const std::vector<std::string>& values) {
   const std::vector<int>& key = table_.key_of(index_);
   if (values.size() != key.size()) {
-    throw UsageError(fmt::format("the key has {} fields ({}), and {} values were given", key.size(),
-                                 names_of_key(table_, index_), values.size()));
+    throw UsageError(fmt::format("the key of the index is ({}): it takes {} value{}, and {} came",
+                                 names_of_key(table_, index_), key.size(), key.size() == 1 ? "" : "s",
+                                 values.size()));
   }
   const Fields& fields = table_.fields();
   for (std::size_t i = 0; i < key.size(); ++i) {

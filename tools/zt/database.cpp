@@ -76,7 +76,7 @@ void Database::open(const std::string& version) {
     }
   }
   try {
-    if (!opened) fail("cannot open " + path_.shown());
+    if (!opened) fail("cannot open " + shown_path());
     Look look(context_, path_.shown());  // at what was opened, which stays now
     schema_ = read_schema(*look->view());
     for (inspect::Table& table : schema_.tables) table.record = nullptr;  // ends with the look

@@ -52,7 +52,9 @@ class Database {
   operator ZtDbHandle() const { return handle_; }
   // As it was when the database was opened; tables, fields and indexes by the library's ids.
   const cachet::inspect::Schema& schema() const { return schema_; }
-  std::string shown_path() const { return path_.shown(); }
+  const cachet::inspect::BasePath& path() const { return path_; }
+  // UTF-8.
+  std::string shown_path() const { return context_.encoding().from_outside(path_.shown()); }
   Access access() const { return access_; }
   // The library's last error as a Failure: "TEXT (CODE)", with what was being done before it.
   [[noreturn]] void fail(const std::string& doing) const;

@@ -49,7 +49,7 @@ void Database::make(const NewDatabase& what) {
     define(handle_, what.schema);
     ZtSaveDbInfo(handle_);
   }
-  throw_if_failed("cannot make " + path_.shown());
+  throw_if_failed("cannot make " + shown_path());
   ZtLoadDb(handle_);
   ZtUnLockDb(handle_);
 }

@@ -3,9 +3,12 @@
 #include <fmt/format.h>
 #include <toml++/toml.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
@@ -16,10 +19,9 @@ namespace {
 
 std::string text_of_file(const std::string& file) {
   std::ifstream stream(file, std::ios::binary);
-  std::ostringstream text;
-  if (stream) text << stream.rdbuf();
   if (!stream) throw UsageError(fmt::format("{}: {}", file, std::strerror(errno)));
-  return text.str();
+  if (std::filesystem::is_directory(file)) throw UsageError(file + " is a directory");
+  return {std::istreambuf_iterator<char>(stream), {}};
 }
 
 // The numbers of a place in a text, for people: from 1.

@@ -43,7 +43,7 @@ bool sees_everybody(const RawDatabase& database) {
 }  // namespace
 
 void refuse_endless_read(const Context& context, const Database& database, int table) {
-  Look look(context, database.shown_path());
+  Look look(context, database.path().shown());
   if (!sees_everybody(*look)) return;
   const char* const duty = &look->view()->table[table].duty;
   const bool marked = cachet::load_acquire<char>(duty) != 0;
@@ -60,7 +60,7 @@ void refuse_endless_read(const Context& context, const Database& database, int t
 }
 
 void refuse_endless_write(const Context& context, const Database& database) {
-  Look look(context, database.shown_path());
+  Look look(context, database.path().shown());
   if (sees_everybody(*look)) refuse_dead_writer(database, read_lock_state(look->path()));
 }
 

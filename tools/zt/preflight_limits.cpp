@@ -70,7 +70,7 @@ void check_memory(Diagnoses& diagnoses, std::int64_t size_bytes) {
   if (needed > all || !promised) {
     add(diagnoses, "memory", false, detail,
         promised
-            ? "it can never fill: make it smaller, or add memory or swap"
+            ? "it could never be filled: make it smaller, or add memory or swap"
             : "the kernel promises no more: make it smaller, add swap, or sysctl -w vm.overcommit_memory=0");
   } else {
     add(diagnoses, "memory", needed <= free, detail,

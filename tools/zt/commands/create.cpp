@@ -3,6 +3,7 @@
 
 #include <CLI/Validators.hpp>
 #include <filesystem>
+#include <limits>
 
 #include "zt/commands.h"
 #include "zt/database.h"
@@ -23,6 +24,7 @@ class Create final : public Command {
                    "Bytes of the database, with K, M or G behind the number as powers of 1024")
         ->required()
         ->transform(CLI::AsSizeValue(false))
+        ->check(CLI::Range(std::int64_t{1}, std::numeric_limits<std::int64_t>::max()))
         ->type_name("SIZE");
     app.add_option("--version", version_, "The version text that every opener must give, of at most 22 bytes")
         ->required()
@@ -32,7 +34,7 @@ class Create final : public Command {
 
   Status run(Context& context) override {
     const BasePath path = absolute(BasePath::parse(path_));
-    NewDatabase made{stored_version(context), size(), read_definition(file_, context.encoding())};
+    NewDatabase made{stored_version(context), size_bytes_, read_definition(file_, context.encoding())};
     const Preflight checks = preflight(context, path, made.size_bytes, made.schema);
     if (checks.passed() && !dry_run_) const Database database(context, path.shown(), made);
     print(context, path, made, checks);
@@ -55,7 +57,8 @@ class Create final : public Command {
   static BasePath absolute(const BasePath& path) {
     if (path.directory.front() == '/') return path;
     std::error_code error;
-    const BasePath whole{std::filesystem::weakly_canonical(path.directory, error).string(), path.name};
+    const auto directory = std::filesystem::absolute(path.directory, error);
+    const BasePath whole{std::filesystem::weakly_canonical(directory, error).string(), path.name};
     return error || whole.text().size() > BasePath::longest_text ? path : whole;
   }
 
@@ -65,11 +68,6 @@ class Create final : public Command {
       throw UsageError(
           fmt::format("a version takes at most {} bytes in the database's encoding", longest_version));
     return *std::move(stored);
-  }
-
-  std::int64_t size() const {
-    return static_cast<std::int64_t>(
-        std::min<std::uint64_t>(size_bytes_, std::numeric_limits<std::int64_t>::max()));
   }
 
   void print(const Context& context, const BasePath& path, const NewDatabase& made,
@@ -97,7 +95,7 @@ class Create final : public Command {
   }
 
   std::string path_, file_, version_;
-  std::uint64_t size_bytes_ = 0;
+  std::int64_t size_bytes_ = 0;
   bool dry_run_ = false;
 };
 

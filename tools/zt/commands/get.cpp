@@ -1,4 +1,6 @@
 // zt get: rows of a table, streamed as the library finds them.
+#include <CLI/Validators.hpp>
+
 #include "zt/commands.h"
 #include "zt/listing.h"
 
@@ -13,7 +15,7 @@ class Get final : public Command {
     choice_.declare(app);
     app.add_option("--limit", listing_.limit, "At most so many rows")
         ->type_name("N")
-        ->check(CLI::NonNegativeNumber);
+        ->check(CLI::Range(std::int64_t{0}, std::numeric_limits<std::int64_t>::max()));
     app.add_flag("--reverse", choice_.reverse, "From the last row to the first");
     app.add_flag("--with-id", listing_.with_id, "With the record id of each row");
   }
