@@ -108,7 +108,18 @@ bool Cursor::next() {
                      : reverse_                   ? ZtPrevRecord(database_, condition_)
                                                   : ZtNextRecord(database_, condition_);
   if (!found) database_.throw_if_failed("cannot read " + table_.name());
+  if (found && ++steps_ > most_steps_) refuse_circles();
   return found;
+}
+
+// No walk meets more rows than the table has ever had.
+void Cursor::refuse_circles() {
+  long bytes = 0;
+  ZtTableSize(database_, table_.id(), most_steps_, bytes);
+  if (steps_ <= most_steps_) return;
+  throw cachet::inspect::Damaged(
+      fmt::format("the links of table {} lead round in circles; to see where: zt verify {}", table_.name(),
+                  database_.shown_path()));
 }
 
 bool Cursor::find_first() {

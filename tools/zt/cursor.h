@@ -35,7 +35,8 @@ class Cursor {
   Cursor(const Cursor&) = delete;
   Cursor& operator=(const Cursor&) = delete;
 
-  // Goes on to the next row, first to the first one; false when there is none. Throws Failure.
+  // Goes on to the next row, first to the first one; false when there is none. Throws Failure, and
+  // Damaged when the links of a broken table would lead on for ever.
   bool next();
   // The row where it stands, until it goes on. On a read-write handle it is the stored one.
   ZtRecordHandle row();
@@ -44,6 +45,7 @@ class Cursor {
   void add_key(const Context& context, const std::vector<std::string>& values);
   bool find_first();
   bool find_record();
+  void refuse_circles();
 
   const Database& database_;
   const Table& table_;
@@ -52,6 +54,7 @@ class Cursor {
   int record_id_ = -1;  // -1 = not by record id
   bool reverse_;
   bool began_ = false;
+  long steps_ = 0, most_steps_ = 0;
   ZtConditionHandle condition_ = nullptr;
   ZtRecordHandle record_ = nullptr;
 };

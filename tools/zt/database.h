@@ -42,8 +42,8 @@ class Database {
   // Opens and loads it. Throws NotFound, Damaged, Refused while somebody makes it or loads an image, and Failure with
   // the library's text.
   Database(const Context& context, const std::string& path, Access access);
-  // Makes it, empty, in place of what nobody is attached to. Throws Failure with the library's text; nothing is left of
-  // it then. (database_creation.cpp)
+  // Makes it, empty. Throws Refused when there is one, Failure with the library's text; nothing is left of it then.
+  // (database_creation.cpp)
   Database(const Context& context, const std::string& path, NewDatabase what);
   ~Database();
   Database(const Database&) = delete;

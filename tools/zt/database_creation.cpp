@@ -1,9 +1,14 @@
 // Making a database with an ordinary handle. It is attached until its tables stand; a creation that fails takes
-// everything away with it.
+// everything away with it, and two that are tried at once do not replace one another's.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <utility>
 
+#include "inspect/file_lock.h"
 #include "zt/database.h"
 #include "zt/quiet.h"
+#include "zt/status.h"
 
 namespace zt {
 
@@ -26,10 +31,20 @@ void define(ZtDbHandle database, const inspect::Schema& schema) {
   }
 }
 
+// So that two who make the same database meet at its lock file, which the library would make only later.
+void make_lock_file(const inspect::BasePath& path) {
+  const int file = open(path.text().c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0666);
+  if (file >= 0) close(file);
+}
+
 }  // namespace
 
 Database::Database(const Context& context, const std::string& path, NewDatabase what)
     : context_(context), path_(inspect::BasePath::parse(path)), was_orphan_(true) {
+  make_lock_file(path_);
+  const inspect::ExclusiveFileLock lock(path_);
+  if (!lock.is_ours() || inspect::segment_of_file(path_.segment_file(0)) >= 0)
+    throw Refused(shown_path() + " is there meanwhile, or somebody makes it just now");
   try {
     make(what);
   } catch (...) {

@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
+#include <optional>
 
 #include "inspect/lock_state.h"
 #include "inspect/processes.h"
@@ -35,23 +35,29 @@ void refuse_cut_off_load(const Database& database, const LockState& state) {
     refuse(database, "a reset or a load of " + database.shown_path() + " was cut off");
 }
 
-bool sees_everybody(const RawDatabase& database) {
+// None where processes are attached that cannot be seen from here, or where there is no lock page.
+std::optional<LockState> judgeable_state(const RawDatabase& database) {
   const Attached attached = attached_to(database.first_segment_id());
-  return attached.unseen == 0 && attached.renumbered == 0;
+  if (attached.unseen != 0 || attached.renumbered != 0) return std::nullopt;
+  try {
+    return read_lock_state(database.path());
+  } catch (const NotFound&) {
+    return std::nullopt;
+  }
 }
 
 }  // namespace
 
 void refuse_endless_read(const Context& context, const Database& database, int table) {
   Look look(context, database.path().shown());
-  if (!sees_everybody(*look)) return;
   const char* const duty = &look->view()->table[table].duty;
   const bool marked = cachet::load_acquire<char>(duty) != 0;
-  const LockState state = read_lock_state(look->path());
-  refuse_dead_writer(database, state);
-  refuse_cut_off_load(database, state);
+  const auto state = judgeable_state(*look);
+  if (!state) return;
+  refuse_dead_writer(database, *state);
+  refuse_cut_off_load(database, *state);
   // A mark that a living writer took off meanwhile was his.
-  if (marked && state.page.slots[writers_slot].writers_holding == 0 &&
+  if (marked && state->page.slots[writers_slot].writers_holding == 0 &&
       cachet::load_acquire<char>(duty) != 0) {
     refuse(database,
            fmt::format("a table of {} is marked as being changed, although nobody holds the writers' lock",
@@ -61,7 +67,7 @@ void refuse_endless_read(const Context& context, const Database& database, int t
 
 void refuse_endless_write(const Context& context, const Database& database) {
   Look look(context, database.path().shown());
-  if (sees_everybody(*look)) refuse_dead_writer(database, read_lock_state(look->path()));
+  if (const auto state = judgeable_state(*look)) refuse_dead_writer(database, *state);
 }
 
 }  // namespace zt

@@ -1,6 +1,6 @@
 // The fields of a table as a user writes and reads them: texts into the stored form of a field, with exact checks of
 // range and room, and stored values into cells. What one direction prints, the other takes: nothing is rounded, cut or
-// replaced on the way.
+// replaced on the way, except that a byte of a text that is no character is shown as "\xNN".
 //
 //   SHORT INT USHORT UINT INT8   a whole number, in decimal
 //   DOUBLE                       a number; the library rounds it to the field's decimals when it is stored
