@@ -276,6 +276,27 @@ TEST_F(ZtRows, AnOrphanSurvivesAllOfThem) {
   EXPECT_EQ(directory.leftovers(), std::vector<std::string>{});
 }
 
+TEST_F(ZtRows, DoesNotTakePartOfATableForAll) {
+  const Database db = create_items(directory);
+  for (int id = 0; id < 9; ++id) commit_item(db, id);
+  Rb_base* const base = base_of(db);
+  Rb_node node = rb_last(base, static_cast<ZtDbHandle>(db)->database[items].listindex);
+  for (int i = 0; i < 4; ++i) node = rb_prev(base, node);
+  const auto linked = node->c.list.blink;
+  const std::pair<unsigned, const char*> cases[] = {{0x7fffffffu, "break off"},
+                                                    {node->c.list.flink, "circles"}};
+  for (const auto& [link, what] : cases) {
+    node->c.list.blink = link;
+    for (const char* const command : {"get", "count"}) {
+      const Result run = on(command, {"items"});
+      EXPECT_EQ(run.status, damaged) << run.out;
+      EXPECT_TRUE(contains(run.err, what)) << run.err;
+    }
+  }
+  node->c.list.blink = linked;
+  EXPECT_EQ(ids({}), "0 1 2 3 4 5 6 7 8 ");
+}
+
 TEST_F(ZtRows, WaitsForNobodyWhoIsDead) {
   make_orphan(2, 1);
   for (const Words& words : std::vector<Words>{{"get", "items"},

@@ -7,9 +7,13 @@
 #include <limits>
 #include <utility>
 
+#include "inspect/cursor_end.h"
 #include "zt/endless_wait.h"
 
 namespace zt {
+
+namespace inspect = cachet::inspect;
+
 namespace {
 
 struct Operator {
@@ -107,19 +111,26 @@ bool Cursor::next() {
                      : record_id_ >= 0            ? false
                      : reverse_                   ? ZtPrevRecord(database_, condition_)
                                                   : ZtNextRecord(database_, condition_);
-  if (!found) database_.throw_if_failed("cannot read " + table_.name());
-  if (found && ++steps_ > most_steps_) refuse_circles();
+  if (!found) {
+    database_.throw_if_failed("cannot read " + table_.name());
+    const bool ended = steps_ == 0 || record_id_ >= 0 || inspect::has_come_to_end(*condition_, reverse_);
+    if (!ended) refuse_broken_links("break off");
+  } else if (++steps_ > most_steps_) {
+    count_rows();
+    if (steps_ > most_steps_) refuse_broken_links("lead round in circles");
+  }
   return found;
 }
 
 // No walk meets more rows than the table has ever had.
-void Cursor::refuse_circles() {
+void Cursor::count_rows() {
   long bytes = 0;
   ZtTableSize(database_, table_.id(), most_steps_, bytes);
-  if (steps_ <= most_steps_) return;
-  throw cachet::inspect::Damaged(
-      fmt::format("the links of table {} lead round in circles; to see where: zt verify {}", table_.name(),
-                  database_.shown_path()));
+}
+
+void Cursor::refuse_broken_links(const char* how) const {
+  throw inspect::Damaged(fmt::format("the links of table {} {}; to see where: zt verify {}", table_.name(),
+                                     how, database_.shown_path()));
 }
 
 bool Cursor::find_first() {

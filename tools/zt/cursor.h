@@ -36,7 +36,7 @@ class Cursor {
   Cursor& operator=(const Cursor&) = delete;
 
   // Goes on to the next row, first to the first one; false when there is none. Throws Failure, and
-  // Damaged when the links of a broken table would lead on for ever.
+  // Damaged where broken links end the walk, or would never.
   bool next();
   // The row where it stands, until it goes on. On a read-write handle it is the stored one.
   ZtRecordHandle row();
@@ -45,7 +45,8 @@ class Cursor {
   void add_key(const Context& context, const std::vector<std::string>& values);
   bool find_first();
   bool find_record();
-  void refuse_circles();
+  void count_rows();
+  [[noreturn]] void refuse_broken_links(const char* how) const;
 
   const Database& database_;
   const Table& table_;
