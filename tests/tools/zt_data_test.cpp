@@ -202,6 +202,8 @@ TEST_F(ZtRows, ChangesAndDeletesAllThatMatchOrNothing) {
   EXPECT_EQ(on("set", {"items", "price=1.5", "--index", "by name", "=n1"}).out, "table\tchanged\nitems\t3\n");
   EXPECT_EQ(on("get", {"items", "--index", "by name", "=n1", "--limit=1"}).out,
             "id\tname\tteam\tprice\n1\tn1\t1\t1.5\n");
+  EXPECT_EQ(on("set", {"items", "--index", "by id", "=0", "price=0", "name="}).status, failure);
+  EXPECT_EQ(on("set", {"items", "--index", "by id", "=", "1", "price=1.5"}).status, ok);
   const Result indexed = on("set", {"items", "price=9", "team=9", "--index", "by id", ">=0"});
   EXPECT_EQ(indexed.status, failure);
   EXPECT_TRUE(contains(indexed.err, "(-1004)")) << indexed.err;

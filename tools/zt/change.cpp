@@ -12,7 +12,7 @@ void Change::declare(CLI::App& app) {
   app.add_flag("--dry-run", dry_run, "Only show the rows, as they are");
 }
 
-void Change::show(const Context& context, const char* done, const RowChangeMaker& maker) const {
+void Change::show(const Context& context, const char* done, const RowChangeMaker& maker) {
   const Database database(context, path, Access::read);
   const Table of(context, database, table);
   maker(database, of);
@@ -24,7 +24,7 @@ void Change::show(const Context& context, const char* done, const RowChangeMaker
   context.say(fmt::format("{} row{} would be {}", count, count == 1 ? "" : "s", done));
 }
 
-Status Change::run(const Context& context, const char* done, const RowChangeMaker& maker) const {
+Status Change::run(const Context& context, const char* done, const RowChangeMaker& maker) {
   if (choice.is_whole_table()) throw UsageError("which rows? Name them with --id or --index");
   if (dry_run) {
     show(context, done, maker);

@@ -22,10 +22,11 @@ struct Change {
   // The options that say which rows.
   void declare(CLI::App& app);
   // Changes the rows and prints how many, under the title `done`. All of them or, when it throws, none.
-  Status run(const Context& context, const char* done, const RowChangeMaker& maker) const;
+  // The maker may still take words off the choice.
+  Status run(const Context& context, const char* done, const RowChangeMaker& maker);
 
  private:
-  void show(const Context& context, const char* done, const RowChangeMaker& maker) const;
+  void show(const Context& context, const char* done, const RowChangeMaker& maker);
 };
 
 }  // namespace zt

@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <CLI/Validators.hpp>
 #include <array>
 #include <limits>
 #include <utility>
@@ -70,6 +69,17 @@ void RowChoice::declare(CLI::App& app) {
       ->type_name("RECORDID")
       ->check(CLI::Range(0, std::numeric_limits<int>::max()))
       ->excludes(by_index);
+}
+
+std::vector<std::string> RowChoice::take_surplus(const Table& table) {
+  if (index.size() < 2) return {};
+  std::vector<std::string> values(index.begin() + 1, index.end());
+  take_operator(values);
+  const std::size_t wanted = table.key_of(table.index_named(index.front())).size();
+  if (values.size() <= wanted) return {};
+  values.erase(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(wanted));
+  index.resize(index.size() - values.size());
+  return values;
 }
 
 Cursor::Cursor(const Context& context, const Database& database, const Table& table, const RowChoice& choice)

@@ -21,6 +21,8 @@ struct RowChoice {
 
   // The options --index and --id.
   void declare(CLI::App& app);
+  // What --index has taken beyond its key: words that were meant as others. They are taken off it.
+  std::vector<std::string> take_surplus(const Table& table);
   bool is_whole_table() const { return index.empty() && record_id < 0; }
 };
 

@@ -1,7 +1,6 @@
 // zt create: an empty database by a schema file. It outlives the tool, as memory that nobody is attached to.
 #include <fmt/format.h>
 
-#include <CLI/Validators.hpp>
 #include <filesystem>
 #include <limits>
 
@@ -39,9 +38,7 @@ class Create final : public Command {
     if (checks.passed() && !dry_run_) const Database database(context, path.shown(), made);
     print(context, path, made, checks);
     if (checks.passed()) {
-      if (!dry_run_)
-        context.print(
-            "Nobody is attached to it yet: it stays until the last who opens it leaves, or zt rm.\n");
+      if (!dry_run_) context.print(farewell);
       return Status::ok;
     }
     context.say(fmt::format("{} {}: see the faults above", context.encoding().from_outside(path.shown()),
@@ -51,6 +48,8 @@ class Create final : public Command {
 
  private:
   static constexpr std::size_t longest_version = 22;
+  static constexpr char farewell[] =
+      "Nobody is attached to it: it stays until a program that opens it is the last to leave, or until zt rm.\n";
 
   // The header keeps the path, and whoever reads it there may be in another directory. One that would be too long so
   // stays relative.
@@ -64,9 +63,10 @@ class Create final : public Command {
 
   std::string stored_version(const Context& context) const {
     auto stored = context.encoding().to_stored(context.argument(version_));
-    if (!stored || stored->size() > longest_version)
+    if (!stored || stored->size() > longest_version) {
       throw UsageError(
           fmt::format("a version takes at most {} bytes in the database's encoding", longest_version));
+    }
     return *std::move(stored);
   }
 

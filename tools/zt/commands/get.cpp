@@ -1,6 +1,4 @@
 // zt get: rows of a table, streamed as the library finds them.
-#include <CLI/Validators.hpp>
-
 #include "zt/commands.h"
 #include "zt/listing.h"
 

@@ -3,8 +3,6 @@
 
 #include <fmt/format.h>
 
-#include <CLI/Validators.hpp>
-
 #include "zt/commands.h"
 #include "zt/definition.h"
 

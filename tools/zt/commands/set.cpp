@@ -12,20 +12,26 @@ class Set final : public Command {
     declare_database(app, change_.path);
     declare_table(app, change_.table);
     app.add_option("values", words_, "The fields' new values; those of an index cannot be changed")
-        ->required()
         ->type_name("FIELD=VALUE");
     change_.declare(app);
   }
 
   Status run(Context& context) override {
     return change_.run(context, "changed", [&](const Database& database, const Table& table) {
-      return [&database, &table, values = assignments(context, table, words_)](ZtRecordHandle row) {
+      return [&database, &table, values = values_for(context, table)](ZtRecordHandle row) {
         assign(database, table, row, values);
       };
     });
   }
 
  private:
+  std::vector<Assignment> values_for(const Context& context, const Table& table) {
+    std::vector<std::string> words = words_;
+    for (std::string& word : change_.choice.take_surplus(table)) words.push_back(std::move(word));
+    if (words.empty()) throw UsageError("which values? Give FIELD=VALUE");
+    return assignments(context, table, words);
+  }
+
   Change change_;
   std::vector<std::string> words_;
 };
