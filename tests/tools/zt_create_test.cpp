@@ -91,6 +91,7 @@ TEST_F(ZtCreate, ChecksBeforeItMakesAnything) {
 
   const Result dry = create(goods, "1M", {"--dry-run"});
   EXPECT_EQ(dry.status, ok) << dry.err;
+  EXPECT_TRUE(contains(dry.out, "segments\twould be made\t1 of 1048576 bytes")) << dry.out;
   EXPECT_TRUE(contains(dry.out, in_chinese("table\twould be made\t@")));
   EXPECT_EQ(directory.leftovers(), std::vector<std::string>{});
 }

@@ -49,7 +49,8 @@ class Create final : public Command {
  private:
   static constexpr std::size_t longest_version = 22;
   static constexpr char farewell[] =
-      "Nobody is attached to it: it stays until a program that opens it is the last to leave, or until zt rm.\n";
+      "Nobody is attached to it: it stays until a program that opens it is the last to leave, or until zt "
+      "rm.\n";
 
   // The header keeps the path, and whoever reads it there may be in another directory. One that would be too long so
   // stays relative.
@@ -85,9 +86,8 @@ class Create final : public Command {
     const auto add = [&](std::string item, std::string detail) {
       rows.row({std::move(item), state, std::move(detail), Cell()});
     };
-    add("segments",
-        fmt::format("{} of {} bytes together, key file {}", made.size_bytes, segments_for(made.size_bytes),
-                    context.encoding().from_outside(path.segment_file(0))));
+    add("segments", fmt::format("{} of {} bytes together, key file {}", segments_for(made.size_bytes),
+                                made.size_bytes, context.encoding().from_outside(path.segment_file(0))));
     for (const Table& table : made.schema.tables) {
       add("table", fmt::format("{}: {} fields in {} bytes, {} indexes", context.from_stored(table.name),
                                table.fields.size(), table.record_bytes, table.indexes.size()));
