@@ -92,6 +92,7 @@ class TableCheck {
   }
 
   void check_key(const Index& index, const ZtIndexItem& item, const std::string& where) {
+    stop_if_asked();
     const bool readable = check_fields(index, item, where);
     const std::vector<Entry> origin = check_list(
         {"origin", item.originhead, item.origintail, &ZtIndexNode::originnext, &ZtIndexNode::originprev},

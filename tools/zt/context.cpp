@@ -39,8 +39,18 @@ int terminal_width() {
 
 }  // namespace
 
+void Settings::take_format(const Settings& other) {
+  box = other.box;
+  tabs = other.tabs;
+  json = other.json;
+  csv = other.csv;
+  markdown = other.markdown;
+  line = other.line;
+}
+
 Context::Context(const Settings& settings)
-    : encoding_(settings.encoding.empty() ? Encoding::of_locale() : settings.encoding,
+    : settings_(settings),
+      encoding_(settings.encoding.empty() ? Encoding::of_locale() : settings.encoding,
                 settings.stored_encoding),
       style_{format_of(settings), Shape::table, use_color(settings.color), terminal_width()} {}
 

@@ -17,12 +17,16 @@ struct Settings {
   std::string color = "auto";
   std::string encoding;  // outside; empty = the locale's
   std::string stored_encoding = "GBK";
+
+  bool has_format() const { return box || tabs || json || csv || markdown || line; }
+  void take_format(const Settings& other);
 };
 
 class Context {
  public:
   explicit Context(const Settings& settings);
 
+  const Settings& settings() const { return settings_; }
   const Encoding& encoding() const { return encoding_; }
   Format format() const { return style_.format; }
   bool color() const { return style_.color; }
@@ -45,6 +49,7 @@ class Context {
   void say_left_alone(const std::string& shown_path) const;
 
  private:
+  Settings settings_;
   Encoding encoding_;
   Style style_;
 };

@@ -9,24 +9,11 @@
 #include <initializer_list>
 
 namespace zt {
-namespace {
-
-volatile std::sig_atomic_t asked = 0;
-
-void ask(int /*signal*/) {
-  asked = 1;
-}
-
-}  // namespace
 
 void catch_stop_signals() {
   struct sigaction action {};
-  action.sa_handler = ask;  // without SA_RESTART: a wait ends
+  action.sa_handler = cachet::inspect::ask_to_stop;  // without SA_RESTART: a wait ends
   for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaction(signal, &action, nullptr);
-}
-
-bool stop_asked() {
-  return asked != 0;
 }
 
 Wait wait_for(double seconds, bool keys) {

@@ -3,10 +3,13 @@
 #ifndef CACHET_TOOLS_ZT_STOP_H
 #define CACHET_TOOLS_ZT_STOP_H
 
+#include "inspect/stop.h"
+
 namespace zt {
 
+using cachet::inspect::stop_asked;
+
 void catch_stop_signals();
-bool stop_asked();
 
 // Waits; ends early when asked to stop, or, with `keys`, when a key was pressed on standard input.
 enum class Wait { over, key, stop };

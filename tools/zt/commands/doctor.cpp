@@ -11,7 +11,7 @@ namespace {
 class Doctor final : public Command {
  public:
   void declare(CLI::App& app) override {
-    app.add_option("database", path_, "A database to look at as well")->type_name("DIR/NAME");
+    app.add_option(database_argument, path_, "A database to look at as well")->type_name("DIR/NAME");
   }
 
   Status run(Context& context) override {
