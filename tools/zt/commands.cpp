@@ -9,6 +9,7 @@ namespace {
 constexpr char looking[] = "Look at databases (zt-look(1))";
 constexpr char data[] = "Make and fill databases (zt-data(1))";
 constexpr char health[] = "Health (zt-check(1))";
+constexpr char shell[] = "All of them (zt-shell(1))";
 constexpr char processes[] = "Processes and locks (zt-locks(1))";
 
 constexpr auto table = std::to_array<CommandEntry>({
@@ -30,6 +31,7 @@ constexpr auto table = std::to_array<CommandEntry>({
     {"verify", health, "Check every tree, list and counter of a database", make_verify},
     {"doctor", health, "Say what is wrong with this host or a database, and how to mend it", make_doctor},
     {"rm", health, "Remove a database that nobody uses", make_rm},
+    {"shell", shell, "Type commands line by line, with history and completion", make_shell},
 });
 
 }  // namespace

@@ -24,6 +24,7 @@ std::unique_ptr<Command> make_doctor();
 std::unique_ptr<Command> make_rm();
 std::unique_ptr<Command> make_reap();
 std::unique_ptr<Command> make_locks();
+std::unique_ptr<Command> make_shell();
 
 }  // namespace zt
 

@@ -8,6 +8,7 @@
 
 #include "inspect/attachment.h"
 #include "inspect/stop.h"
+#include "zt/commands.h"
 #include "zt/usage.h"
 
 namespace zt {
@@ -46,6 +47,8 @@ CommandLine::CommandLine(const Settings& defaults, std::string database)
   app_.set_version_flag("--version", std::string("zt ") + ZtGetLibVersion());
   words_ = app_.add_option("--words", words_for_)->group("");
   declare_commands();
+  app_.require_subcommand(0,
+                          1);  // behind the first one, a command's name is a name or a value like any other
   app_.footer(
       "Exit status: 0 success, 1 failure, 2 wrong usage, 3 not found, 4 damaged, 5 refused. Manual: zt(1).");
 }
@@ -69,7 +72,8 @@ void CommandLine::declare_settings() {
 }
 
 void CommandLine::declare_commands() {
-  for (const CommandEntry& entry : commands()) {
+  for (const CommandEntry& entry : zt::commands()) {
+    if (!database_.empty() && entry.make == make_shell) continue;
     CLI::App* const sub = app_.add_subcommand(entry.name, entry.summary)->group(entry.group);
     sub->fallthrough();
     called_.push_back({entry.make(), sub});
@@ -130,7 +134,7 @@ Status CommandLine::run_parsed() {
 // For completion by another shell: the commands (of no command), or the options of one, one a line.
 void CommandLine::print_words() const {
   if (words_for_.empty()) {
-    for (const CommandEntry& entry : commands()) std::puts(entry.name);
+    for (const CommandEntry& entry : zt::commands()) std::puts(entry.name);
     return;
   }
   const auto print_options = [](const CLI::App& of) {

@@ -15,7 +15,7 @@ class CommandLine {
  public:
   CommandLine();
   // A line of a shell: the settings hold where it has none of its own, and the database is put in where a command wants
-  // one first.
+  // one first; there is no shell in it.
   CommandLine(const Settings& defaults, std::string database);
   CommandLine(const CommandLine&) = delete;
   CommandLine& operator=(const CommandLine&) = delete;
@@ -23,7 +23,11 @@ class CommandLine {
   // The words behind the program's name, in the encoding outside. Prints whatever there is to say.
   Status run(std::vector<std::string> words);
 
-  // Options and arguments of a command; null without one of this name.
+  // The parser's view of the commands, in the order of the help: names, summaries, options, arguments.
+  std::vector<const CLI::App*> commands() const {
+    return app_.get_subcommands([](const CLI::App*) { return true; });
+  }
+  // Null without one of this name.
   const CLI::App* command(const std::string& name) const;
   const CLI::App& app() const { return app_; }
 
