@@ -14,6 +14,8 @@
 namespace zt {
 namespace {
 
+// Ctrl-D. One that was typed before the editor had the terminal comes as a NUL.
+constexpr char end_of_input = 4;
 constexpr double a_long_time_s = 3600;
 constexpr char complete_command[] = "zt-complete";
 
@@ -150,6 +152,7 @@ int Editor::read_character(EditLine* editor, wchar_t* character) {
     const ssize_t count = ::read(STDIN_FILENO, &byte, 1);
     if (count < 0 && errno == EINTR) continue;
     if (count <= 0) return static_cast<int>(count);
+    if (byte == '\0') byte = end_of_input;
     const std::size_t result = std::mbrtowc(character, &byte, 1, &state);
     if (result == static_cast<std::size_t>(-1)) {
       state = {};  // no character of this locale
