@@ -82,8 +82,8 @@ TEST_F(ZtShell, CompletesCommandsOptionsAndNames) {
   terminal.type("--tr\t --color=al\t\r");
   ASSERT_TRUE(terminal.shows("tree\tage\tprocess\tcommand\r\n"));
   ASSERT_TRUE(terminal.shows(prompt));
-  terminal.type("s\t\t");
-  ASSERT_TRUE(terminal.shows("schema  stat\r\n"));
+  terminal.type("info --color=\t\t");
+  ASSERT_TRUE(terminal.shows("--color=always  --color=auto    --color=never\r\n"));
   EXPECT_EQ(remembered().back(), "locks --tree  --color=always");
 }
 
@@ -119,6 +119,9 @@ TEST_F(ZtShell, HoldsNothingOfTheDatabaseBetweenTwoLines) {
   ASSERT_TRUE(terminal.shows(prompt));
   EXPECT_EQ(segment_status(segment).shm_nattch, 0u);
   terminal.type("reap\r");
+  ASSERT_TRUE(terminal.shows(prompt));
+  terminal.type("get it\t--index by\\ i\t< 3\r");
+  ASSERT_TRUE(terminal.shows("\r\n2\t"));
   ASSERT_TRUE(terminal.shows(prompt));
   EXPECT_EQ(segment_id(directory.base() + "00.data"), segment);
   EXPECT_EQ(segment_status(segment).shm_nattch, 0u);
