@@ -2,6 +2,8 @@
 
 #include <csignal>
 
+#include "inspect/translate.h"
+
 namespace cachet::inspect {
 namespace {
 
@@ -23,7 +25,7 @@ bool forget_interrupt() noexcept {
 }
 
 void throw_stopped() {
-  throw Stopped("interrupted");
+  throw Stopped(tr("interrupted"));
 }
 
 }  // namespace cachet::inspect

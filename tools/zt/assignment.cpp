@@ -1,7 +1,5 @@
 #include "zt/assignment.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 
 namespace zt {
@@ -20,7 +18,7 @@ std::size_t length_of_name(const Table& table, const std::string& utf8) {
 Assignment assignment(const Context& context, const Table& table, const std::string& word) {
   const std::string utf8 = context.argument(word);
   const std::size_t length = length_of_name(table, utf8);
-  if (length == std::string::npos) throw UsageError(fmt::format("\"{}\" is not FIELD=VALUE", utf8));
+  if (length == std::string::npos) throw UsageError(tr("\"{}\" is not FIELD=VALUE", utf8));
   const int field = table.field_named(utf8.substr(0, length));
   return {field, table.fields().stored(field, utf8.substr(length + 1))};
 }
@@ -34,7 +32,7 @@ std::vector<Assignment> assignments(const Context& context, const Table& table,
     Assignment made = assignment(context, table, word);
     const bool named =
         std::any_of(all.begin(), all.end(), [&](const Assignment& each) { return each.field == made.field; });
-    if (named) throw UsageError(fmt::format("field {}: given twice", table.fields().name(made.field)));
+    if (named) throw UsageError(tr("field {}: given twice", table.fields().name(made.field)));
     all.push_back(std::move(made));
   }
   return all;
@@ -44,7 +42,7 @@ void assign(const Database& database, const Table& table, ZtRecordHandle record,
             const std::vector<Assignment>& assignments) {
   for (const Assignment& each : assignments) {
     if (!ZtSetField(database, record, each.field, each.value.data()))
-      database.fail("cannot set " + table.fields().name(each.field));
+      database.fail(tr("cannot set {}", table.fields().name(each.field)));
   }
 }
 

@@ -1,7 +1,5 @@
 #include "zt/change.h"
 
-#include <fmt/format.h>
-
 #include "zt/listing.h"
 #include "zt/transaction.h"
 
@@ -21,11 +19,11 @@ void Change::show(const Context& context, const char* done, const RowChangeMaker
   listing.with_id = true;
   const std::int64_t count = list_rows(context, database, of, cursor, listing);
   if (count == 0) throw_no_row(of, choice);
-  context.say(fmt::format("{} row{} would be {}", count, count == 1 ? "" : "s", done));
+  context.say(trn("{} row would be {}", "{} rows would be {}", count, done));
 }
 
 Status Change::run(const Context& context, const char* done, const RowChangeMaker& maker) {
-  if (choice.is_whole_table()) throw UsageError("which rows? Name them with --id or --index");
+  if (choice.is_whole_table()) throw UsageError(tr("which rows? Name them with --id or --index"));
   if (dry_run) {
     show(context, done, maker);
     return Status::ok;

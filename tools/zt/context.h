@@ -8,6 +8,7 @@
 
 #include "inspect/raw_database.h"
 #include "zt/output/rows.h"
+#include "zt/translation.h"
 
 namespace zt {
 

@@ -1,7 +1,5 @@
 #include "zt/cursor.h"
 
-#include <fmt/format.h>
-
 #include <array>
 #include <limits>
 #include <utility>
@@ -46,7 +44,7 @@ int take_operator(std::vector<std::string>& words) {
     if (first.size() > each.sign.size()) words.insert(words.begin(), first.substr(each.sign.size()));
     return each.code;
   }
-  throw UsageError(fmt::format("\"{}\" is no operator: < <= = >= > or lt le eq ge gt", first));
+  throw UsageError(tr("\"{}\" is no operator: < <= = >= > or lt le eq ge gt", first));
 }
 
 std::string names_of_key(const Table& table, int index) {
@@ -105,9 +103,8 @@ Cursor::~Cursor() {
 void Cursor::add_key(const Context& context, const std::vector<std::string>& values) {
   const std::vector<int>& key = table_.key_of(index_);
   if (values.size() != key.size()) {
-    throw UsageError(fmt::format("the key of the index is ({}): it takes {} value{}, and {} came",
-                                 names_of_key(table_, index_), key.size(), key.size() == 1 ? "" : "s",
-                                 values.size()));
+    throw UsageError(tr("the key of the index is ({}): values wanted: {}, values given: {}",
+                        names_of_key(table_, index_), key.size(), values.size()));
   }
   const Fields& fields = table_.fields();
   for (std::size_t i = 0; i < key.size(); ++i) {
@@ -122,7 +119,7 @@ bool Cursor::next() {
                      : reverse_                   ? ZtPrevRecord(database_, condition_)
                                                   : ZtNextRecord(database_, condition_);
   if (!found) {
-    database_.throw_if_failed("cannot read " + table_.name());
+    database_.throw_if_failed(tr("cannot read {}", table_.name()));
     const bool ended = steps_ == 0 || record_id_ >= 0 || inspect::has_come_to_end(*condition_, reverse_);
     if (!ended) refuse_broken_links("break off");
   } else if (++steps_ > most_steps_) {
@@ -139,8 +136,8 @@ void Cursor::count_rows() {
 }
 
 void Cursor::refuse_broken_links(const char* how) const {
-  throw inspect::Damaged(fmt::format("the links of table {} {}; to see where: zt verify {}", table_.name(),
-                                     how, database_.shown_path()));
+  throw inspect::Damaged(
+      tr("the links of table {} {}; to see where: zt verify {}", table_.name(), how, database_.shown_path()));
 }
 
 bool Cursor::find_first() {
@@ -157,7 +154,8 @@ bool Cursor::find_record() {
 }
 
 ZtRecordHandle Cursor::row() {
-  if (!ZtGetRecord(database_, condition_, record_)) database_.fail("cannot read a row of " + table_.name());
+  if (!ZtGetRecord(database_, condition_, record_))
+    database_.fail(tr("cannot read a row of {}", table_.name()));
   return record_;
 }
 

@@ -20,9 +20,8 @@ std::string version_of_sound(const RawDatabase& database) {
   Findings findings;
   check_frame(database, read_schema(*database.view()), findings);
   if (findings.has(Severity::damage)) {
-    throw Damaged(fmt::format("{} is damaged ({}: {}); to see more: zt verify {}", database.path().shown(),
-                              findings.list().front().where, findings.list().front().what,
-                              database.path().shown()));
+    throw Damaged(tr("{} is damaged ({}: {}); to see more: zt verify {}", database.path().shown(),
+                     findings.list().front().where, findings.list().front().what, database.path().shown()));
   }
   const Rb_memory header = database.header();
   return text_in(header.version, sizeof header.version);
@@ -54,9 +53,8 @@ Database::Database(const Context& context, const std::string& path, Access acces
   was_orphan_ = look->others() == 0;
   look.close();
   if (const auto holder = exclusive_file_lock_holder(path_)) {
-    throw Refused(
-        fmt::format("process {} holds the file lock of {}: it makes the database, or keeps others out",
-                    *holder, path_.shown()));
+    throw Refused(tr("process {} holds the file lock of {}: it makes the database, or keeps others out",
+                     *holder, path_.shown()));
   }
   open(version);
 }
@@ -76,7 +74,7 @@ void Database::open(const std::string& version) {
     }
   }
   try {
-    if (!opened) fail("cannot open " + shown_path());
+    if (!opened) fail(tr("cannot open {}", shown_path()));
     Look look(context_, path_.shown());  // at what was opened, which stays now
     schema_ = read_schema(*look->view());
     for (inspect::Table& table : schema_.tables) table.record = nullptr;  // ends with the look

@@ -64,7 +64,7 @@ void Database::make(const NewDatabase& what) {
     define(handle_, what.schema);
     ZtSaveDbInfo(handle_);
   }
-  throw_if_failed("cannot make " + shown_path());
+  throw_if_failed(tr("cannot make {}", shown_path()));
   ZtLoadDb(handle_);
   ZtUnLockDb(handle_);
 }

@@ -1,7 +1,6 @@
 #include "zt/definition.h"
 
 #include <cachet.h>
-#include <fmt/format.h>
 
 #include <algorithm>
 #include <initializer_list>
@@ -34,13 +33,13 @@ class Reader {
 
   Schema read(const json& root) const {
     Schema schema;
-    allow(root, "the file", {"tables"});
-    for (const json& each : array(root, "the file", "tables")) {
-      inspect::Table table = read_table(each, fmt::format("table {}", schema.tables.size() + 1));
-      require_new(schema.tables, table.name, "the file");
+    allow(root, tr("the file"), {"tables"});
+    for (const json& each : array(root, tr("the file"), "tables")) {
+      inspect::Table table = read_table(each, tr("table {}", schema.tables.size() + 1));
+      require_new(schema.tables, table.name, tr("the file"));
       schema.tables.push_back(std::move(table));
     }
-    if (schema.tables.empty()) fail("the file", "it has no table");
+    if (schema.tables.empty()) fail(tr("the file"), tr("it has no table"));
     return schema;
   }
 
@@ -50,10 +49,10 @@ class Reader {
   }
 
   void allow(const json& object, const std::string& where, std::initializer_list<const char*> names) const {
-    if (!object.is_object()) fail(where, "it is not a table of names and values");
+    if (!object.is_object()) fail(where, tr("it is not a table of names and values"));
     for (const auto& [name, value] : object.items()) {
       if (std::find(names.begin(), names.end(), name) == names.end())
-        fail(where, fmt::format("nobody knows \"{}\"; known are {}", name, fmt::join(names, ", ")));
+        fail(where, tr("nobody knows \"{}\"; known are {}", name, fmt::format("{}", fmt::join(names, ", "))));
     }
   }
 
@@ -61,23 +60,22 @@ class Reader {
     static const json none = json::array();
     const auto found = object.find(name);
     if (found == object.end()) return none;
-    if (!found->is_array()) fail(where, fmt::format("\"{}\" is no list", name));
+    if (!found->is_array()) fail(where, tr("\"{}\" is no list", name));
     return *found;
   }
 
   std::string name_in(const json& object, const std::string& where, std::size_t longest) const {
     const auto found = object.find("name");
-    if (found == object.end() || !found->is_string()) fail(where, "it has no \"name\"");
+    if (found == object.end() || !found->is_string()) fail(where, tr("it has no \"name\""));
     return stored_name(*found, where, longest);
   }
 
   std::string stored_name(const json& utf8, const std::string& where, std::size_t longest) const {
-    if (!utf8.is_string()) fail(where, "a name is a text");
+    if (!utf8.is_string()) fail(where, tr("a name is a text"));
     const auto stored = encoding_.to_stored(utf8.get<std::string>());
     if (!stored || stored->empty() || stored->size() > longest || stored->find('\0') != std::string::npos) {
-      fail(where,
-           fmt::format("the name \"{}\" does not go: it takes 1 to {} bytes in the database's encoding",
-                       utf8.get<std::string>(), longest));
+      fail(where, tr("the name \"{}\" does not go: it takes 1 to {} bytes in the database's encoding",
+                     utf8.get<std::string>(), longest));
     }
     return *stored;
   }
@@ -87,7 +85,7 @@ class Reader {
     const auto found = object.find(name);
     if (found == object.end()) return otherwise;
     const bool fits = found->is_number_integer() && *found >= least && *found <= most;
-    if (!fits) fail(where, fmt::format("\"{}\" is a whole number from {} to {}", name, least, most));
+    if (!fits) fail(where, tr("\"{}\" is a whole number from {} to {}", name, least, most));
     return found->get<std::int64_t>();
   }
 
@@ -95,22 +93,22 @@ class Reader {
   void require_new(const std::vector<Named>& all, const std::string& name, const std::string& where) const {
     const auto same = [&](const Named& each) { return each.name == name; };
     if (std::any_of(all.begin(), all.end(), same))
-      fail(where, fmt::format("two are named \"{}\"", encoding_.from_stored(name)));
+      fail(where, tr("two are named \"{}\"", encoding_.from_stored(name)));
   }
 
   inspect::Table read_table(const json& object, const std::string& where) const {
     allow(object, where, {"name", "fields", "indexes"});
     inspect::Table table;
     table.name = name_in(object, where, longest_table_name);
-    const std::string named = fmt::format("table \"{}\"", encoding_.from_stored(table.name));
+    const std::string named = tr("table \"{}\"", encoding_.from_stored(table.name));
     for (const json& each : array(object, named, "fields")) add_field(each, named, table);
     for (const json& each : array(object, named, "indexes")) add_index(each, named, table);
-    if (table.fields.empty()) fail(named, "it has no field");
+    if (table.fields.empty()) fail(named, tr("it has no field"));
     return table;
   }
 
   void add_field(const json& object, const std::string& of, inspect::Table& table) const {
-    const std::string where = fmt::format("{}, field {}", of, table.fields.size() + 1);
+    const std::string where = tr("{}, field {}", of, table.fields.size() + 1);
     allow(object, where, {"name", "type", "length", "decimals"});
     inspect::Field field;
     field.name = name_in(object, where, longest_name);
@@ -118,10 +116,10 @@ class Reader {
     field.type = type_in(object, where);
     field.length_bytes = length_in(object, where, field.type);
     field.decimals = static_cast<int>(number(object, where, "decimals", 0, most_decimals, -1));
-    if (field.decimals >= 0 && field.type != FIELD_DOUBLE) fail(where, "only a DOUBLE has decimals");
+    if (field.decimals >= 0 && field.type != FIELD_DOUBLE) fail(where, tr("only a DOUBLE has decimals"));
     field.offset = table.record_bytes;
     if (field.offset > last_field_offset)
-      fail(where, fmt::format("it begins behind byte {} of the record", last_field_offset));
+      fail(where, tr("it begins behind byte {} of the record", last_field_offset));
     table.record_bytes += field.length_bytes;
     table.fields.push_back(std::move(field));
   }
@@ -132,7 +130,7 @@ class Reader {
       if (object.value("type", json()) == inspect::type_name(type)) return type;
       names += (names.empty() ? "" : ", ") + inspect::type_name(type);
     }
-    fail(where, "\"type\" is one of " + names);
+    fail(where, tr("\"type\" is one of {}", names));
   }
 
   int length_in(const json& object, const std::string& where, int type) const {
@@ -142,27 +140,27 @@ class Reader {
     }
     const std::int64_t length = number(object, where, "length", 1, longest_text, 0);
     if (length == 0)
-      fail(where, "a STRING has a \"length\": its bytes in the database's encoding, and one more");
+      fail(where, tr("a STRING has a \"length\": its bytes in the database's encoding, and one more"));
     return static_cast<int>(length);
   }
 
   void add_index(const json& object, const std::string& of, inspect::Table& table) const {
-    const std::string where = fmt::format("{}, index {}", of, table.indexes.size() + 1);
+    const std::string where = tr("{}, index {}", of, table.indexes.size() + 1);
     allow(object, where, {"name", "unique", "fields"});
     inspect::Index index;
     index.name = name_in(object, where, longest_name);
     require_new(table.indexes, index.name, of);
     const json unique = object.value("unique", json(false));
-    if (!unique.is_boolean()) fail(where, "\"unique\" is true or false");
+    if (!unique.is_boolean()) fail(where, tr("\"unique\" is true or false"));
     index.unique = unique.get<bool>();
     for (const json& each : array(object, where, "fields")) {
       const int field = field_named(each, where, table);
       if (std::find(index.fields.begin(), index.fields.end(), field) != index.fields.end())
-        fail(where, fmt::format("the field {} stands in it twice", each.dump()));
+        fail(where, tr("the field {} stands in it twice", each.dump()));
       index.fields.push_back(field);
     }
     if (index.fields.empty() || index.fields.size() > most_fields_of_index)
-      fail(where, fmt::format("an index has 1 to {} fields", most_fields_of_index));
+      fail(where, tr("an index has 1 to {} fields", most_fields_of_index));
     table.indexes.push_back(std::move(index));
   }
 
@@ -170,7 +168,7 @@ class Reader {
     const std::string name = stored_name(utf8, where, longest_name);
     const auto found = std::find_if(table.fields.begin(), table.fields.end(),
                                     [&](const inspect::Field& each) { return each.name == name; });
-    if (found == table.fields.end()) fail(where, fmt::format("the table has no field {}", utf8.dump()));
+    if (found == table.fields.end()) fail(where, tr("the table has no field {}", utf8.dump()));
     return static_cast<int>(found - table.fields.begin());
   }
 

@@ -20,7 +20,7 @@ namespace {
 std::string text_of_file(const std::string& file) {
   std::ifstream stream(file, std::ios::binary);
   if (!stream) throw UsageError(fmt::format("{}: {}", file, std::strerror(errno)));
-  if (std::filesystem::is_directory(file)) throw UsageError(file + " is a directory");
+  if (std::filesystem::is_directory(file)) throw UsageError(tr("{} is a directory", file));
   return {std::istreambuf_iterator<char>(stream), {}};
 }
 
@@ -36,7 +36,7 @@ nlohmann::json from_json(const std::string& file, const std::string& text) {
   try {
     return nlohmann::json::parse(text);
   } catch (const nlohmann::json::parse_error& error) {
-    throw UsageError(fmt::format("{}:{}: this is no JSON", file, line_and_column(text, error.byte)));
+    throw UsageError(tr("{}:{}: this is no JSON", file, line_and_column(text, error.byte)));
   }
 }
 

@@ -1,7 +1,5 @@
 #include "zt/endless_wait.h"
 
-#include <fmt/format.h>
-
 #include <optional>
 
 #include "inspect/lock_state.h"
@@ -17,14 +15,13 @@ namespace {
 constexpr int writers_slot = 0;
 
 [[noreturn]] void refuse(const Database& database, const std::string& what) {
-  throw Damaged(
-      fmt::format("{}, and everybody waits for it; to clear: zt reap {}", what, database.shown_path()));
+  throw Damaged(tr("{}, and everybody waits for it; to clear: zt reap {}", what, database.shown_path()));
 }
 
 void refuse_dead_writer(const Database& database, const LockState& state) {
   for (const Session& each : state.sessions) {
     if (each.type != INWRITE || each.slot != writers_slot || life_of(each.pid) != Life::dead) continue;
-    refuse(database, fmt::format("process {} died while it wrote to {}", each.pid, database.shown_path()));
+    refuse(database, tr("process {} died while it wrote to {}", each.pid, database.shown_path()));
   }
 }
 
@@ -32,7 +29,7 @@ void refuse_cut_off_load(const Database& database, const LockState& state) {
   const int owner = static_cast<int>(state.page.work.owner);
   const bool under_way = cachet::is_recoverable(state.page) && state.page.epoch % 2 != 0;
   if (under_way && (owner == 0 || life_of(owner) == Life::dead))
-    refuse(database, "a reset or a load of " + database.shown_path() + " was cut off");
+    refuse(database, tr("a reset or a load of {} was cut off", database.shown_path()));
 }
 
 // None where processes are attached that cannot be seen from here, or where there is no lock page.
@@ -59,9 +56,8 @@ void refuse_endless_read(const Context& context, const Database& database, int t
   // A mark that a living writer took off meanwhile was his.
   if (marked && state->page.slots[writers_slot].writers_holding == 0 &&
       cachet::load_acquire<char>(duty) != 0) {
-    refuse(database,
-           fmt::format("a table of {} is marked as being changed, although nobody holds the writers' lock",
-                       database.shown_path()));
+    refuse(database, tr("a table of {} is marked as being changed, although nobody holds the writers' lock",
+                        database.shown_path()));
   }
 }
 

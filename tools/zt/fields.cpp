@@ -16,7 +16,7 @@ namespace {
 constexpr std::size_t least_stored_bytes = 8;  // what the library reads of a double, however narrow its slot
 
 [[noreturn]] void refuse(std::string_view field, const std::string& why) {
-  throw BadValue(fmt::format("field {}: {}", field, why));
+  throw BadValue(tr("field {}: {}", field, why));
 }
 
 template <class Number>
@@ -43,12 +43,11 @@ std::string stored_integer(const std::string& field, int type, std::string_view 
   std::int64_t number = 0;
   const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
   if (error == std::errc::invalid_argument || end != digits.data() + digits.size())
-    refuse(field, fmt::format("\"{}\" is no whole number", text));
+    refuse(field, tr("\"{}\" is no whole number", text));
   const std::int64_t least = std::numeric_limits<Number>::min();
   const std::int64_t most = std::numeric_limits<Number>::max();
   if (error != std::errc() || number < least || number > most) {
-    refuse(field,
-           fmt::format("{} is out of range, {} holds {} to {}", text, inspect::type_name(type), least, most));
+    refuse(field, tr("{} is out of range, {} holds {} to {}", text, inspect::type_name(type), least, most));
   }
   return bytes_of(static_cast<Number>(number));
 }
@@ -59,12 +58,11 @@ std::string stored_double(const std::string& field, bool rounded, bool indexed, 
   double number = 0;
   const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
   if (error == std::errc::invalid_argument || end != digits.data() + digits.size())
-    refuse(field, fmt::format("\"{}\" is no number", text));
-  if (error != std::errc()) refuse(field, fmt::format("{} is beyond what DOUBLE holds", text));
+    refuse(field, tr("\"{}\" is no number", text));
+  if (error != std::errc()) refuse(field, tr("{} is beyond what DOUBLE holds", text));
   if (!std::isfinite(number) && rounded)
-    refuse(field, fmt::format("{} cannot be rounded to the field's decimals", text));
-  if (std::isnan(number) && indexed)
-    refuse(field, fmt::format("{} has no place in the order of an index", text));
+    refuse(field, tr("{} cannot be rounded to the field's decimals", text));
+  if (std::isnan(number) && indexed) refuse(field, tr("{} has no place in the order of an index", text));
   return bytes_of(number);
 }
 
@@ -88,7 +86,7 @@ std::optional<std::string> bytes_of_digits(std::string_view digits) {
 std::string stored_bytes(const std::string& field, std::size_t width, std::string_view text) {
   const auto bytes = bytes_of_digits(text);
   if (!bytes || bytes->size() != width) {
-    refuse(field, fmt::format("\"{}\" is not its {} bytes in {} hexadecimal digits", text, width, 2 * width));
+    refuse(field, tr("\"{}\" is not its {} bytes in {} hexadecimal digits", text, width, 2 * width));
   }
   return *bytes;
 }
@@ -163,14 +161,12 @@ std::vector<Column> Fields::columns() const {
 
 std::string Fields::stored_text(const Field& field, std::string_view utf8) const {
   const auto text = encoding_.to_stored(utf8);
-  if (!text)
-    refuse(field.shown_name, fmt::format("\"{}\" has a character that the database's encoding lacks", utf8));
-  if (text->find('\0') != std::string::npos) refuse(field.shown_name, "a text cannot hold a NUL");
+  if (!text) refuse(field.shown_name, tr("\"{}\" has a character that the database's encoding lacks", utf8));
+  if (text->find('\0') != std::string::npos) refuse(field.shown_name, tr("a text cannot hold a NUL"));
   const std::size_t room = field.length_bytes > 0 ? static_cast<std::size_t>(field.length_bytes) - 1 : 0;
   if (text->size() > room) {
-    refuse(field.shown_name,
-           fmt::format("\"{}\" takes {} bytes in the database's encoding, there is room for {}", utf8,
-                       text->size(), room));
+    refuse(field.shown_name, tr("\"{}\" takes {} bytes in the database's encoding, there is room for {}",
+                                utf8, text->size(), room));
   }
   return *text;
 }
@@ -182,10 +178,9 @@ std::string Fields::stored_character(const Field& field, std::string_view utf8) 
   }
   const auto text = encoding_.to_stored(utf8);
   if (!text || text->size() != 1) {
-    refuse(field.shown_name,
-           fmt::format("\"{}\" is not one character of one byte in the database's encoding, nor "
-                       "\"\\xNN\"",
-                       utf8));
+    refuse(field.shown_name, tr("\"{}\" is not one character of one byte in the database's encoding, nor "
+                                "\"\\xNN\"",
+                                utf8));
   }
   return *text;
 }

@@ -1,6 +1,5 @@
 // What of this host keeps databases from being made, or takes them away: limits of shared memory and semaphores, and
 // who removes what nobody is attached to.
-#include <fmt/format.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -27,37 +26,37 @@ void examine_segments(Diagnoses& diagnoses) {
   const auto limits = segment_limits();
   if (!limits) return;
   add(diagnoses, "kernel.shmmax", limits->most_bytes >= whole_segment_bytes, "warning",
-      fmt::format("{} bytes for one segment", limits->most_bytes),
-      fmt::format("a database of 1 GiB or more needs it: sysctl -w kernel.shmmax={}", whole_segment_bytes));
+      tr("{} bytes for one segment", limits->most_bytes),
+      tr("a database of 1 GiB or more needs it: sysctl -w kernel.shmmax={}", whole_segment_bytes));
   add(diagnoses, "kernel.shmall",
       static_cast<double>(limits->pages) < nearly_all * static_cast<double>(limits->most_pages), "fault",
-      fmt::format("{} of {} pages are taken", limits->pages, limits->most_pages),
-      "raise it (sysctl -w kernel.shmall=PAGES), or remove what nobody uses: zt ls --orphans");
+      tr("{} of {} pages are taken", limits->pages, limits->most_pages),
+      tr("raise it (sysctl -w kernel.shmall=PAGES), or remove what nobody uses: zt ls --orphans"));
   add(diagnoses, "kernel.shmmni",
       static_cast<double>(limits->segments) < nearly_all * static_cast<double>(limits->most_segments),
-      "fault", fmt::format("{} of {} segments exist", limits->segments, limits->most_segments),
-      "raise it (sysctl -w kernel.shmmni=NUMBER), or remove what nobody uses: zt ls --orphans");
+      "fault", tr("{} of {} segments exist", limits->segments, limits->most_segments),
+      tr("raise it (sysctl -w kernel.shmmni=NUMBER), or remove what nobody uses: zt ls --orphans"));
 }
 
 void examine_semaphores(Diagnoses& diagnoses) {
   const auto limits = semaphore_limits();
   if (!limits) return;
   add(diagnoses, "kernel.sem", has_room_for_semaphores(*limits), "fault",
-      fmt::format("{} of {} sets, {} of {} semaphores, at most {} in a set", limits->sets, limits->most_sets,
-                  limits->semaphores, limits->most_semaphores, limits->most_in_set),
+      tr("{} of {} sets, {} of {} semaphores, at most {} in a set", limits->sets, limits->most_sets,
+         limits->semaphores, limits->most_semaphores, limits->most_in_set),
       remedy_for_semaphores);
 }
 
 void examine_removal(Diagnoses& diagnoses) {
   if (const auto forced = kernel_setting("kernel/shm_rmid_forced")) {
-    add(diagnoses, "kernel.shm_rmid_forced", *forced == 0, "fault", fmt::format("{}", *forced),
-        "with 1 the kernel removes what nobody is attached to, also after a crash: sysctl -w "
-        "kernel.shm_rmid_forced=0");
+    add(diagnoses, "kernel.shm_rmid_forced", *forced == 0, "fault", std::to_string(*forced),
+        tr("with 1 the kernel removes what nobody is attached to, also after a crash: sysctl -w "
+           "kernel.shm_rmid_forced=0"));
   }
   if (const auto pids = kernel_setting("kernel/pid_max")) {
     constexpr std::uint64_t plenty = 1u << 20;
-    add(diagnoses, "kernel.pid_max", *pids >= plenty, "warning", fmt::format("{}", *pids),
-        "a process id that is used again hides a dead session: sysctl -w kernel.pid_max=4194304");
+    add(diagnoses, "kernel.pid_max", *pids >= plenty, "warning", std::to_string(*pids),
+        tr("a process id that is used again hides a dead session: sysctl -w kernel.pid_max=4194304"));
   }
 }
 
@@ -89,8 +88,8 @@ void examine_logind(Diagnoses& diagnoses) {
   const std::string value = remove_ipc();
   const bool kept = value == "no" || value == "false" || value == "0" || value == "off";
   add(diagnoses, "logind RemoveIPC", kept || geteuid() <= last_system_user, "fault", value,
-      "logind removes this user's databases at log-out: RemoveIPC=no in /etc/systemd/logind.conf, or a "
-      "system user");
+      tr("logind removes this user's databases at log-out: RemoveIPC=no in /etc/systemd/logind.conf, or a "
+         "system user"));
 }
 
 void examine_memory(Diagnoses& diagnoses) {
@@ -98,8 +97,8 @@ void examine_memory(Diagnoses& diagnoses) {
   if (!memory) return;
   constexpr std::uint64_t share = 10;
   add(diagnoses, "memory", memory->available_kib >= memory->total_kib / share, "warning",
-      fmt::format("{} MiB of {} MiB are available", memory->available_kib / 1024, memory->total_kib / 1024),
-      "the memory of a database is taken when it is first touched: end something, or add swap");
+      tr("{} MiB of {} MiB are available", memory->available_kib / 1024, memory->total_kib / 1024),
+      tr("the memory of a database is taken when it is first touched: end something, or add swap"));
 }
 
 }  // namespace

@@ -1,7 +1,5 @@
 #include "zt/listing.h"
 
-#include <fmt/format.h>
-
 namespace zt {
 
 std::int64_t list_rows(const Context& context, const Database& database, const Table& table, Cursor& cursor,
@@ -24,9 +22,8 @@ std::int64_t list_rows(const Context& context, const Database& database, const T
 
 void throw_no_row(const Table& table, const RowChoice& choice) {
   throw cachet::inspect::NotFound(
-      choice.record_id >= 0
-          ? fmt::format("table {} has no row with record id {}", table.name(), choice.record_id)
-          : fmt::format("no row of table {} matches", table.name()));
+      choice.record_id >= 0 ? tr("table {} has no row with record id {}", table.name(), choice.record_id)
+                            : tr("no row of table {} matches", table.name()));
 }
 
 }  // namespace zt

@@ -1,6 +1,5 @@
 #include "zt/preflight.h"
 
-#include <fmt/format.h>
 #include <sys/ipc.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -68,17 +67,17 @@ class Checks {
   void check_path() {
     const std::size_t length = path_.text().size();
     add("path", length <= BasePath::longest_text && !path_.name.empty(),
-        fmt::format("{} of {} bytes", length, BasePath::longest_text),
-        "choose a shorter directory, or another name");
+        tr("{} of {} bytes", length, BasePath::longest_text),
+        tr("choose a shorter directory, or another name"));
     struct stat directory;
     if (stat(path_.directory.c_str(), &directory) != 0 || !S_ISDIR(directory.st_mode)) {
-      add("directory", false, context_.encoding().from_outside(path_.directory) + " is no directory",
+      add("directory", false, tr("{} is no directory", context_.encoding().from_outside(path_.directory)),
           "mkdir -p " + context_.encoding().from_outside(path_.directory));
       return;
     }
     const bool writable = access(path_.directory.c_str(), W_OK | X_OK) == 0;
-    add("directory", writable, writable ? "files can be made there" : std::strerror(errno),
-        fmt::format("it belongs to {}: run as that user, or choose another", user_name(directory.st_uid)));
+    add("directory", writable, writable ? tr("files can be made there") : std::string(std::strerror(errno)),
+        tr("it belongs to {}: run as that user, or choose another", user_name(directory.st_uid)));
   }
 
   // In use, an orphan, or key files that a reboot left.
@@ -93,13 +92,13 @@ class Checks {
     const auto holder = exclusive_file_lock_holder(path_);
     result_.exists = segment || used || holder;
     if (holder) {
-      add("database", false, fmt::format("process {} holds the file lock of {}", *holder, shown_),
-          "it makes the database just now, or keeps others out: wait for it");
+      add("database", false, tr("process {} holds the file lock of {}", *holder, shown_),
+          tr("it makes the database just now, or keeps others out: wait for it"));
     } else if (result_.exists) {
       add("database", false,
-          fmt::format("{} is there already, {}", shown_, used ? "and in use" : "an orphan"),
-          used ? "choose another name; to see who uses it: zt ps " + shown_
-               : "to remove it: zt rm " + shown_);
+          used ? tr("{} is there already, and in use", shown_) : tr("{} is there already, an orphan", shown_),
+          used ? tr("choose another name; to see who uses it: zt ps {}", shown_)
+               : tr("to remove it: zt rm {}", shown_));
     }
     for (const Object& each : objects) check_owner(each);
   }
@@ -107,8 +106,8 @@ class Checks {
   void check_owner(const Object& each) {
     if (!each.has_key_file || each.file_owner == geteuid() || geteuid() == 0) return;
     const std::string file = context_.encoding().from_outside(each.key_file);
-    add("key file", false, fmt::format("{} belongs to {}", file, user_name(each.file_owner)),
-        "remove it: rm " + file);
+    add("key file", false, tr("{} belongs to {}", file, user_name(each.file_owner)),
+        tr("remove it: rm {}", file));
   }
 
   // A key file whose number leads to another database's segment: the library refuses it.
@@ -121,8 +120,8 @@ class Checks {
         continue;
       const std::string file = context_.encoding().from_outside(each.key_file);
       add("key file", false,
-          fmt::format("{} has the key of {}", file, context_.encoding().from_outside(found.path.shown())),
-          "remove the file, so that it gets another number: rm " + file);
+          tr("{} has the key of {}", file, context_.encoding().from_outside(found.path.shown())),
+          tr("remove the file, so that it gets another number: rm {}", file));
       return true;
     }
     return false;
@@ -131,9 +130,9 @@ class Checks {
   void check_size(const Schema& schema) {
     const std::int64_t least = least_bytes(schema);
     add("size", size_bytes_ >= least && size_bytes_ <= largest_database,
-        fmt::format("{} bytes, of {} to {}", size_bytes_, least, largest_database),
-        size_bytes_ < least ? "the tables and one row do not fit: make it larger"
-                            : "make it smaller, or make two");
+        tr("{} bytes, of {} to {}", size_bytes_, least, largest_database),
+        size_bytes_ < least ? tr("the tables and one row do not fit: make it larger")
+                            : tr("make it smaller, or make two"));
   }
 
   // Key files that are not there yet get their key from their number: it may be one that is taken.
@@ -154,8 +153,9 @@ class Checks {
     const unsigned prefix = project << 8 | (static_cast<unsigned>(directory.st_dev) & 0xff);
     const auto near =
         std::count_if(taken.begin(), taken.end(), [&](unsigned key) { return key >> 16 == prefix; });
-    add("keys", near < many_keys, fmt::format("{} of 65536 keys of this file system are taken", near),
-        "a key that is taken makes the creation fail: remove what nobody uses: zt ls --orphans", "warning");
+    add("keys", near < many_keys, tr("{} of 65536 keys of this file system are taken", near),
+        tr("a key that is taken makes the creation fail: remove what nobody uses: zt ls --orphans"),
+        "warning");
   }
 
   static constexpr std::ptrdiff_t many_keys = 6554;  // a tenth

@@ -1,5 +1,4 @@
 // The limits of this host against what one more database takes.
-#include <fmt/format.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -33,28 +32,27 @@ void check_segments(Diagnoses& diagnoses, std::int64_t size_bytes) {
   const auto size = static_cast<std::uint64_t>(size_bytes);
   const auto largest = std::min<std::uint64_t>(size, cachet::segment_bytes);
   add(diagnoses, "kernel.shmmax", limits->most_bytes >= largest,
-      fmt::format("{} bytes needed, {} bytes for one segment", largest, limits->most_bytes),
-      fmt::format("sysctl -w kernel.shmmax={}", largest));
+      tr("{} bytes needed, {} bytes for one segment", largest, limits->most_bytes),
+      tr("sysctl -w kernel.shmmax={}", largest));
   const std::uint64_t needed_pages =
       pages(size) + pages(session_table_bytes) + pages(cachet::lock_page_bytes);
   add(diagnoses, "kernel.shmall", limits->most_pages >= limits->pages + needed_pages,
-      fmt::format("{} pages needed, {} of {} are taken", needed_pages, limits->pages, limits->most_pages),
-      fmt::format("sysctl -w kernel.shmall={}, or remove what nobody uses: zt ls --orphans",
-                  limits->pages + needed_pages));
+      tr("{} pages needed, {} of {} are taken", needed_pages, limits->pages, limits->most_pages),
+      tr("sysctl -w kernel.shmall={}, or remove what nobody uses: zt ls --orphans",
+         limits->pages + needed_pages));
   const std::uint64_t needed = static_cast<std::uint64_t>(segments_for(size_bytes)) + other_segments;
   add(diagnoses, "kernel.shmmni", limits->most_segments >= limits->segments + needed,
-      fmt::format("{} segments needed, {} of {} exist", needed, limits->segments, limits->most_segments),
-      fmt::format("sysctl -w kernel.shmmni={}, or remove what nobody uses: zt ls --orphans",
-                  limits->segments + needed));
+      tr("{} segments needed, {} of {} exist", needed, limits->segments, limits->most_segments),
+      tr("sysctl -w kernel.shmmni={}, or remove what nobody uses: zt ls --orphans",
+         limits->segments + needed));
 }
 
 void check_semaphores(Diagnoses& diagnoses) {
   const auto limits = semaphore_limits();
   if (!limits) return;
   add(diagnoses, "kernel.sem", has_room_for_semaphores(*limits),
-      fmt::format("{} sets of {} needed, {} of {} sets and {} of {} semaphores exist",
-                  semaphore_sets_of_database, semaphores_of_set, limits->sets, limits->most_sets,
-                  limits->semaphores, limits->most_semaphores),
+      tr("{} sets of {} needed, {} of {} sets and {} of {} semaphores exist", semaphore_sets_of_database,
+         semaphores_of_set, limits->sets, limits->most_sets, limits->semaphores, limits->most_semaphores),
       remedy_for_semaphores);
 }
 
@@ -65,16 +63,16 @@ void check_memory(Diagnoses& diagnoses, std::int64_t size_bytes) {
   const std::uint64_t all = memory->total_kib + memory->swap_total_kib;
   const std::uint64_t free = memory->available_kib + memory->swap_free_kib;
   const bool promised = memory->overcommits || memory->committed_kib + needed <= memory->commit_limit_kib;
-  const std::string detail = fmt::format("{} MiB needed when it is full, {} MiB of {} MiB are free",
-                                         needed / kib, free / kib, all / kib);
+  const std::string detail =
+      tr("{} MiB needed when it is full, {} MiB of {} MiB are free", needed / kib, free / kib, all / kib);
   if (needed > all || !promised) {
     add(diagnoses, "memory", false, detail,
-        promised
-            ? "it could never be filled: make it smaller, or add memory or swap"
-            : "the kernel promises no more: make it smaller, add swap, or sysctl -w vm.overcommit_memory=0");
+        promised ? tr("it could never be filled: make it smaller, or add memory or swap")
+                 : tr("the kernel promises no more: make it smaller, add swap, or sysctl -w "
+                      "vm.overcommit_memory=0"));
   } else {
     add(diagnoses, "memory", needed <= free, detail,
-        "whoever fills it dies for want of memory: end something, or add swap", "warning");
+        tr("whoever fills it dies for want of memory: end something, or add swap"), "warning");
   }
 }
 

@@ -1,7 +1,5 @@
 #include "zt/table.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 
 namespace zt {
@@ -13,15 +11,15 @@ namespace {
 // Where among `all`, which have names as stored, the one is that the user calls `wanted`.
 template <class Named>
 int place_of(const Context& context, const std::vector<Named>& all, const std::string& wanted,
-             const std::string& whose, const char* what) {
+             const std::string& whose, const std::string& what) {
   std::string names;
   for (const Named& each : all) {
     const std::string shown = context.from_stored(each.name);
     if (shown == wanted) return static_cast<int>(&each - all.data());
     names += (names.empty() ? "" : ", ") + shown;
   }
-  throw inspect::NotFound(fmt::format("{} has no {} {}; {}", whose, what, wanted,
-                                      names.empty() ? "it has none" : "it has " + names));
+  throw inspect::NotFound(names.empty() ? tr("{} has no {} {}; it has none", whose, what, wanted)
+                                        : tr("{} has no {} {}; it has {}", whose, what, wanted, names));
 }
 
 }  // namespace
@@ -29,7 +27,7 @@ int place_of(const Context& context, const std::vector<Named>& all, const std::s
 Table::Table(const Context& context, const Database& database, const std::string& name)
     : Table(context, database,
             place_of(context, database.schema().tables, context.argument(name), database.shown_path(),
-                     "table")) {}
+                     tr("table"))) {}
 
 Table::Table(const Context& context, const Database& database, int id)
     : context_(context),
@@ -39,11 +37,11 @@ Table::Table(const Context& context, const Database& database, int id)
       fields_(context.encoding(), table_) {}
 
 int Table::field_named(const std::string& utf8_name) const {
-  return place_of(context_, table_.fields, utf8_name, "table " + name_, "field");
+  return place_of(context_, table_.fields, utf8_name, tr("table {}", name_), tr("field"));
 }
 
 int Table::index_named(const std::string& name) const {
-  return place_of(context_, table_.indexes, context_.argument(name), "table " + name_, "index");
+  return place_of(context_, table_.indexes, context_.argument(name), tr("table {}", name_), tr("index"));
 }
 
 const std::vector<int>& Table::key_of(int index) const {

@@ -10,7 +10,7 @@ namespace zt {
 
 Transaction::Transaction(const Context& context, const Database& database) : database_(database) {
   refuse_endless_write(context, database);
-  if (!ZtxEnableRecovery(database)) database.fail("cannot prepare a transaction");
+  if (!ZtxEnableRecovery(database)) database.fail(tr("cannot prepare a transaction"));
   ZtBeginTransaction(database);
   catch_stop_signals();
 }
@@ -20,7 +20,7 @@ Transaction::~Transaction() {
 }
 
 void Transaction::go_on() const {
-  if (stop_asked()) throw Failure("interrupted: nothing was changed");
+  if (stop_asked()) throw Failure(tr("interrupted: nothing was changed"));
 }
 
 void Transaction::commit() {

@@ -1,6 +1,4 @@
 // zt create: an empty database by a schema file. It outlives the tool, as memory that nobody is attached to.
-#include <fmt/format.h>
-
 #include <filesystem>
 #include <limits>
 
@@ -41,8 +39,9 @@ class Create final : public Command {
       if (!dry_run_) context.print(farewell);
       return Status::ok;
     }
-    context.say(fmt::format("{} {}: see the faults above", context.encoding().from_outside(path.shown()),
-                            dry_run_ ? "cannot be made" : "was not made"));
+    const std::string shown = context.encoding().from_outside(path.shown());
+    context.say(dry_run_ ? tr("{} cannot be made: see the faults above", shown)
+                         : tr("{} was not made: see the faults above", shown));
     return checks.exists ? Status::refused : Status::damaged;
   }
 
@@ -65,8 +64,7 @@ class Create final : public Command {
   std::string stored_version(const Context& context) const {
     auto stored = context.encoding().to_stored(context.argument(version_));
     if (!stored || stored->size() > longest_version) {
-      throw UsageError(
-          fmt::format("a version takes at most {} bytes in the database's encoding", longest_version));
+      throw UsageError(tr("a version takes at most {} bytes in the database's encoding", longest_version));
     }
     return *std::move(stored);
   }
@@ -86,11 +84,11 @@ class Create final : public Command {
     const auto add = [&](std::string item, std::string detail) {
       rows.row({std::move(item), state, std::move(detail), Cell()});
     };
-    add("segments", fmt::format("{} of {} bytes together, key file {}", segments_for(made.size_bytes),
-                                made.size_bytes, context.encoding().from_outside(path.segment_file(0))));
+    add("segments", tr("{} of {} bytes together, key file {}", segments_for(made.size_bytes), made.size_bytes,
+                       context.encoding().from_outside(path.segment_file(0))));
     for (const Table& table : made.schema.tables) {
-      add("table", fmt::format("{}: {} fields in {} bytes, {} indexes", context.from_stored(table.name),
-                               table.fields.size(), table.record_bytes, table.indexes.size()));
+      add("table", tr("{}: {} fields in {} bytes, {} indexes", context.from_stored(table.name),
+                      table.fields.size(), table.record_bytes, table.indexes.size()));
     }
   }
 

@@ -17,7 +17,7 @@ class Delete final : public Command {
     return change_.run(context, "deleted", [](const Database& database, const Table& table) {
       return [&database, &table](ZtRecordHandle row) {
         ZtDeleteRecord(database, row);
-        database.throw_if_failed("cannot delete a row of " + table.name());
+        database.throw_if_failed(tr("cannot delete a row of {}", table.name()));
       };
     });
   }

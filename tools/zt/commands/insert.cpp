@@ -35,7 +35,7 @@ class Insert final : public Command {
     const std::vector<Assignment> values = assignments(context, table, words_);
     const NewRow row(database);
     Transaction transaction(context, database);
-    const std::string doing = "cannot insert into " + table.name();
+    const std::string doing = tr("cannot insert into {}", table.name());
     if (!ZtNewRecord(database, table.id(), row)) database.fail(doing);
     assign(database, table, row, values);
     if (!ZtPutRecord(database, row)) database.fail(doing);

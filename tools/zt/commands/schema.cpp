@@ -1,8 +1,6 @@
 // zt schema: the tables with their fields and indexes, by the catalog.
 #include "inspect/schema.h"
 
-#include <fmt/format.h>
-
 #include "zt/commands.h"
 #include "zt/definition.h"
 
@@ -40,7 +38,7 @@ class SchemaCommand final : public Command {
     const std::string wanted = context.encoding().from_outside(table_);
     std::erase_if(schema.tables,
                   [&](const Table& table) { return context.from_stored(table.name) != wanted; });
-    if (schema.tables.empty()) throw NotFound(fmt::format("{} has no table {}", path_, wanted));
+    if (schema.tables.empty()) throw NotFound(tr("{} has no table {}", path_, wanted));
   }
 
   static void print(const Context& context, const Schema& schema) {

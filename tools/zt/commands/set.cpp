@@ -28,7 +28,7 @@ class Set final : public Command {
   std::vector<Assignment> values_for(const Context& context, const Table& table) {
     std::vector<std::string> words = words_;
     for (std::string& word : change_.choice.take_surplus(table)) words.push_back(std::move(word));
-    if (words.empty()) throw UsageError("which values? Give FIELD=VALUE");
+    if (words.empty()) throw UsageError(tr("which values? Give FIELD=VALUE"));
     return assignments(context, table, words);
   }
 

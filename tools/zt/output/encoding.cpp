@@ -16,7 +16,7 @@ class Converter {
  public:
   Converter(const std::string& to, const std::string& from) {
     state_ = iconv_open(to.c_str(), from.c_str());
-    if (state_ == none()) throw UsageError(fmt::format("no conversion from encoding {} to {}", from, to));
+    if (state_ == none()) throw UsageError(tr("no conversion from encoding {} to {}", from, to));
   }
   ~Converter() { iconv_close(state_); }
   Converter(const Converter&) = delete;
