@@ -44,7 +44,7 @@ void examine_semaphores(Diagnoses& diagnoses) {
   add(diagnoses, "kernel.sem", has_room_for_semaphores(*limits), "fault",
       tr("{} of {} sets, {} of {} semaphores, at most {} in a set", limits->sets, limits->most_sets,
          limits->semaphores, limits->most_semaphores, limits->most_in_set),
-      remedy_for_semaphores);
+      remedy_for_semaphores());
 }
 
 void examine_removal(Diagnoses& diagnoses) {

@@ -4,6 +4,9 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
+
+#include "zt/translation.h"
 
 namespace zt {
 
@@ -40,8 +43,9 @@ std::optional<std::uint64_t> kernel_setting(const char* name);
 
 // Room for the sets of one more database.
 bool has_room_for_semaphores(const SemaphoreLimits& limits);
-inline constexpr char remedy_for_semaphores[] =
-    "a database needs 4 sets of 10: sysctl -w kernel.sem=\"250 32000 100 1024\"";
+inline std::string remedy_for_semaphores() {
+  return tr("a database needs 4 sets of 10: sysctl -w kernel.sem=\"250 32000 100 1024\"");
+}
 
 }  // namespace zt
 

@@ -53,7 +53,7 @@ void check_semaphores(Diagnoses& diagnoses) {
   add(diagnoses, "kernel.sem", has_room_for_semaphores(*limits),
       tr("{} sets of {} needed, {} of {} sets and {} of {} semaphores exist", semaphore_sets_of_database,
          semaphores_of_set, limits->sets, limits->most_sets, limits->semaphores, limits->most_semaphores),
-      remedy_for_semaphores);
+      remedy_for_semaphores());
 }
 
 void check_memory(Diagnoses& diagnoses, std::int64_t size_bytes) {
