@@ -144,7 +144,7 @@ class Shell final : public Command {
       group = each->get_group();
       std::printf("  %-10s %s\n", each->get_name().c_str(), each->get_description().c_str());
     }
-    std::puts("Of the shell:");
+    std::puts("Of the shell (no command takes the database here):");
     std::printf("  %-10s %s\n", "help", "Describe a command: help COMMAND");
     std::printf("  %-10s %s\n", ".format", "Choose how to print: auto box tsv json csv md line");
     std::printf("  %-10s %s\n", "quit", "Leave; so do exit and Ctrl-D");

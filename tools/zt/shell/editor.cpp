@@ -37,6 +37,14 @@ std::size_t characters_in(const std::string& text) {
   return count == static_cast<std::size_t>(-1) ? text.size() : count;
 }
 
+// As the terminal shows it.
+std::size_t columns_of(const std::string& text) {
+  std::wstring wide(text.size(), L'\0');
+  const std::size_t count = std::mbstowcs(wide.data(), text.c_str(), wide.size());
+  const int columns = count == static_cast<std::size_t>(-1) ? -1 : wcswidth(wide.data(), count);
+  return columns < 0 ? text.size() : static_cast<std::size_t>(columns);
+}
+
 std::string common_beginning(const std::vector<std::string>& texts) {
   std::string common = texts.front();
   for (const std::string& each : texts) {
@@ -52,14 +60,14 @@ std::string common_beginning(const std::vector<std::string>& texts) {
 // In columns, below the line that is edited.
 void list(const std::vector<std::string>& texts) {
   std::size_t width = 0;
-  for (const std::string& each : texts) width = std::max(width, characters_in(each) + 2);
+  for (const std::string& each : texts) width = std::max(width, columns_of(each) + 2);
   winsize size{};
   const std::size_t columns =
       ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 ? std::max<std::size_t>(size.ws_col / width, 1) : 1;
   std::string shown = "\n";
   for (std::size_t i = 0; i < texts.size(); ++i) {
     const bool ends_row = (i + 1) % columns == 0 || i + 1 == texts.size();
-    shown += texts[i] + (ends_row ? "\n" : std::string(width - characters_in(texts[i]), ' '));
+    shown += texts[i] + (ends_row ? "\n" : std::string(width - columns_of(texts[i]), ' '));
   }
   std::fputs(shown.c_str(), stdout);
   std::fflush(stdout);
@@ -102,7 +110,8 @@ Editor& Editor::of(EditLine* editor) {
 }
 
 Editor::Read Editor::read(std::string& line) {
-  el_set(editor_.get(), EL_PREP_TERM, 1);  // before the prompt: whoever sees it may type what only an editor takes
+  el_set(editor_.get(), EL_PREP_TERM,
+         1);  // before the prompt: whoever sees it may type what only an editor takes
   int count = 0;
   const char* const text = el_gets(editor_.get(), &count);
   if (stop_asked()) {
