@@ -1,6 +1,7 @@
 #include "zt/definition.h"
 
 #include <cachet.h>
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <initializer_list>

@@ -1,6 +1,7 @@
 #include "zt/dispatch.h"
 
 #include <cachet.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -126,6 +127,8 @@ Status CommandLine::run_parsed() {
   try {
     return called->command->run(context);
   } catch (const std::exception& error) {
+    if (is<cachet::inspect::Stopped>(error) && isatty(STDERR_FILENO) != 0)
+      std::fputs("\n", stderr);  // behind ^C
     context.say(error.what());
     return status_of(error);
   }

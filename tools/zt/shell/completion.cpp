@@ -193,8 +193,8 @@ Completion complete(const Context& context, const std::string& database, const O
     if (each.starts_with(beginning)) completion.texts.push_back(as_word(each));
   }
   std::ranges::sort(completion.texts);
-  const auto same = std::ranges::unique(completion.texts);
-  completion.texts.erase(same.begin(), same.end());
+  completion.texts.erase(std::unique(completion.texts.begin(), completion.texts.end()),
+                         completion.texts.end());
   const auto goes_on = [](const std::string& text) { return text.ends_with('/') || text.ends_with('='); };
   completion.ends_word = std::ranges::none_of(completion.texts, goes_on);
   return completion;

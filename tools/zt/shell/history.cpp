@@ -11,7 +11,7 @@
 namespace zt {
 namespace {
 
-constexpr std::size_t longest_file = 2 * most_remembered;
+constexpr std::size_t longest_file = 2UL * most_remembered;
 
 std::filesystem::path state_folder() {
   const char* const state = std::getenv("XDG_STATE_HOME");
