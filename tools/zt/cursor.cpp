@@ -121,10 +121,10 @@ bool Cursor::next() {
   if (!found) {
     database_.throw_if_failed(tr("cannot read {}", table_.name()));
     const bool ended = steps_ == 0 || record_id_ >= 0 || inspect::has_come_to_end(*condition_, reverse_);
-    if (!ended) refuse_broken_links("break off");
+    if (!ended) refuse_broken_links(tr("break off"));
   } else if (++steps_ > most_steps_) {
     count_rows();
-    if (steps_ > most_steps_) refuse_broken_links("lead round in circles");
+    if (steps_ > most_steps_) refuse_broken_links(tr("lead round in circles"));
   }
   return found;
 }
@@ -135,7 +135,7 @@ void Cursor::count_rows() {
   ZtTableSize(database_, table_.id(), most_steps_, bytes);
 }
 
-void Cursor::refuse_broken_links(const char* how) const {
+void Cursor::refuse_broken_links(const std::string& how) const {
   throw inspect::Damaged(
       tr("the links of table {} {}; to see where: zt verify {}", table_.name(), how, database_.shown_path()));
 }

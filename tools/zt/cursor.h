@@ -48,7 +48,7 @@ class Cursor {
   bool find_first();
   bool find_record();
   void count_rows();
-  [[noreturn]] void refuse_broken_links(const char* how) const;
+  [[noreturn]] void refuse_broken_links(const std::string& how) const;
 
   const Database& database_;
   const Table& table_;

@@ -36,7 +36,10 @@ class Create final : public Command {
     if (checks.passed() && !dry_run_) const Database database(context, path.shown(), made);
     print(context, path, made, checks);
     if (checks.passed()) {
-      if (!dry_run_) context.print(farewell);
+      if (!dry_run_)
+        context.print(tr("Nobody is attached to it: it stays until a program that opens it is the last to "
+                         "leave, or until zt rm.") +
+                      "\n");
       return Status::ok;
     }
     const std::string shown = context.encoding().from_outside(path.shown());
@@ -47,9 +50,6 @@ class Create final : public Command {
 
  private:
   static constexpr std::size_t longest_version = 22;
-  static constexpr char farewell[] =
-      "Nobody is attached to it: it stays until a program that opens it is the last to leave, or until zt "
-      "rm.\n";
 
   // The header keeps the path, and whoever reads it there may be in another directory. One that would be too long so
   // stays relative.
