@@ -11,6 +11,7 @@ namespace zt {
 Transaction::Transaction(const Context& context, const Database& database) : database_(database) {
   refuse_endless_write(context, database);
   if (!ZtxEnableRecovery(database)) database.fail(tr("cannot prepare a transaction"));
+  release_stop_signals();
   ZtBeginTransaction(database);
   catch_stop_signals();
 }

@@ -32,7 +32,7 @@ class Shell final : public Command {
 
   Status run(Context& context) override {
     settings_ = context.settings();
-    catch_stop_signals();
+    outlive_stop_signals();
     const bool with_a_user = isatty(STDIN_FILENO) != 0 && isatty(STDOUT_FILENO) != 0;
     return with_a_user ? converse(context) : run_script(context);
   }
