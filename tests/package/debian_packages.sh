@@ -57,6 +57,10 @@ symbols=$(readelf --dyn-syms -W "$library")
 [[ $symbols == *__stack_chk_fail* ]] || fail "no stack protector"
 [[ $symbols == *__snprintf_chk* ]] || fail "nothing is fortified"
 
+if command -v msgfmt >/dev/null; then
+  [[ -s $root/usr/share/locale/zh_CN/LC_MESSAGES/zt.mo ]] || fail "cachet-tools: no Chinese messages"
+fi
+
 # The manual and the completion know every option of the manager, and no other.
 export LD_LIBRARY_PATH
 LD_LIBRARY_PATH=$(dirname "$library")

@@ -1,81 +1,21 @@
 // The command-line tool as its users run it: the real binary on databases that are in use, orphaned by kill -9, and
 // broken; and its raw reader on bytes of every kind.
-#include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <random>
 #include <sstream>
 
-#include "cachetx.h"
 #include "inspect/database_check.h"
 #include "inspect/table_check.h"
-#include "support/child_process.h"
 #include "support/raw_memory.h"
-#include "support/schema.h"
+#include "tools/zt_program.h"
 
 namespace cachet::test {
 namespace {
-
-constexpr char goods_gbk[] = "\xc9\xcc\xc6\xb7";
-constexpr char goods_utf8[] = "\xe5\x95\x86\xe5\x93\x81";
-enum : int { ok = 0, failure = 1, usage = 2, not_found = 3, damaged = 4, refused = 5 };
-
-struct Result {
-  int status;
-  std::string out, err;
-};
-
-Result zt(const std::vector<std::string>& arguments, const char* locale = "C.UTF-8") {
-  Child child(
-      [&](Gate&) {
-        setenv("LC_ALL", locale, 1);
-        setenv("TZ", "UTC", 1);
-        std::vector<char*> words{const_cast<char*>(ZT_BINARY)};
-        for (const std::string& each : arguments) words.push_back(const_cast<char*>(each.c_str()));
-        words.push_back(nullptr);
-        execv(ZT_BINARY, words.data());
-        return 127;
-      },
-      Child::Output::captured);
-  const int status = child.exit_status();
-  return {status, child.output(), child.errors()};
-}
-
-class Zt : public DatabaseTest {
- protected:
-  std::string path(const char* name = "d") const { return directory.path() + "/" + name; }
-
-  Database create_goods() {
-    Database db = begin_create(directory);
-    define_table(db, goods_gbk, {{"id", FIELD_INT, 4, -1}, {"a,\"b|", FIELD_DOUBLE, 8, 2}},
-                 {{"by id", ZT_INDEX_UNIQUE, {0}}});
-    finish_create(db);
-    return db;
-  }
-
-  // A database of `kept` committed items, whose only process died inside a transaction with `begun` more.
-  void make_orphan(int kept, int begun) {
-    Child child([&](Gate& gate) {
-      Database db = create_items(directory);
-      ZtxEnableRecovery(db);
-      for (int id = 0; id < kept; ++id) commit_item(db, id);
-      ZtBeginTransaction(db);
-      for (int id = 0; id < begun; ++id) put_item(db, 1000 + id);
-      gate.tell('r');
-      pause();
-      return 0;
-    });
-    ASSERT_TRUE(child.wait_for('r'));
-    directory.note_objects();
-    child.kill();
-  }
-};
 
 TEST_F(Zt, PrintsEveryFormat) {
   const Database db = create_goods();
@@ -114,7 +54,7 @@ TEST_F(Zt, FramesTextsOfDoubleWidthInColumnsOfOneWidth) {
   const std::string side = "\xe2\x94\x82";  // the vertical line
   EXPECT_NE(zt({"schema", path(), "--box"}).out.find(side + " " + goods_utf8 + "  " + side + " field "),
             std::string::npos);
-  EXPECT_NE(zt({"schema", path(), "--box"}, "C").out.find("| ??    | field "), std::string::npos);
+  EXPECT_NE(zt({"schema", path(), "--box"}, {"C", {}, {}}).out.find("| ??    | field "), std::string::npos);
 }
 
 TEST_F(Zt, ReadsAndPrintsInTheEncodingAskedFor) {
@@ -122,7 +62,7 @@ TEST_F(Zt, ReadsAndPrintsInTheEncodingAskedFor) {
   const Result gbk = zt({"schema", path(), goods_gbk, "--encoding", "GBK"});
   EXPECT_EQ(gbk.status, ok);
   EXPECT_NE(gbk.out.find(goods_gbk), std::string::npos);
-  const Result utf8 = zt({"schema", path(), goods_utf8, "--encoding=UTF-8"}, "C");
+  const Result utf8 = zt({"schema", path(), goods_utf8, "--encoding=UTF-8"}, {"C", {}, {}});
   EXPECT_EQ(utf8.status, ok);
   EXPECT_NE(utf8.out.find(goods_utf8), std::string::npos);
   EXPECT_NE(zt({"schema", path(), "--stored-encoding", "ASCII"}).out.find("\\\\xc9\\\\xcc"),

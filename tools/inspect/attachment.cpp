@@ -8,6 +8,8 @@
 #include <cstring>
 #include <utility>
 
+#include "inspect/translate.h"
+
 namespace cachet::inspect {
 
 namespace {
@@ -18,7 +20,7 @@ int segment_or_throw(const std::string& key_file) {
   const auto key = key_of_file(key_file);
   if (!key) throw NotFound(key_file + ": " + std::strerror(errno));
   const int id = shmget(*key, 0, 0);
-  if (id < 0) throw NotFound(key_file + ": the key file is there, its shared memory is not");
+  if (id < 0) throw NotFound(tr("{}: the key file is there, its shared memory is not", key_file));
   return id;
 }
 

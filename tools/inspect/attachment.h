@@ -13,6 +13,8 @@
 
 namespace cachet::inspect {
 
+// What these say is made by tr(): UTF-8, but for the paths in it, which are as they were given.
+//
 // There is no such database, file or segment.
 struct NotFound : std::runtime_error {
   using std::runtime_error::runtime_error;

@@ -10,6 +10,9 @@ struct BasePath {
   std::string directory;
   std::string name;
 
+  // Of text(), in bytes: a header holds no more.
+  static constexpr std::size_t longest_text = 79;
+
   // From "DIR/NAME"; a name alone lies in the current directory.
   static BasePath parse(const std::string& text);
 

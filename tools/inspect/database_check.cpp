@@ -4,6 +4,7 @@
 
 #include "inspect/processes.h"
 #include "inspect/table_check.h"
+#include "inspect/translate.h"
 #include "inspect/walk.h"
 #include "rb_fronts.h"
 
@@ -65,17 +66,16 @@ void check_slot(const LockState& state, int slot, Findings& findings) {
   const std::string where = "lock page, slot " + std::to_string(slot);
   for (const std::int32_t count :
        {words.writers_holding, words.writers_waiting, words.readers_holding, words.readers_waiting}) {
-    if (count < 0) findings.damage(where, "a count is below 0");
+    if (count < 0) findings.damage(where, tr("a count is below 0"));
   }
   const SectionRecord& section = state.page.sections[slot].record;
   if (words.spin != 0 && is_recoverable(state.page) && life_of(section.pid) == Life::dead) {
-    findings.leftover(
-        where, "the spin word is taken, last by process " + std::to_string(section.pid) + ", which is dead");
+    findings.leftover(where, tr("the spin word is taken, last by process {}, which is dead", section.pid));
   }
   int writers = 0;
   for (const Session& session : state.sessions) writers += session.slot == slot && session.type == INWRITE;
   if (words.writers_holding > writers) {
-    findings.note(where, "a writer holds it that is not in the session table: it tracks no sessions");
+    findings.note(where, tr("a writer holds it that is not in the session table: it tracks no sessions"));
   }
 }
 
@@ -85,38 +85,37 @@ void check_frame(const RawDatabase& database, const Schema& schema, Findings& fi
   for (const std::string& fault : database.faults()) findings.damage("segments", fault);
   for (const std::string& fault : schema.faults) findings.damage("catalog", fault);
   const Rb_memory header = database.header();
-  const auto wrong = [&](bool is_wrong, const char* what) {
+  const auto wrong = [&](bool is_wrong, const std::string& what) {
     if (is_wrong) findings.damage("header", what);
   };
-  wrong(text_in(header.name, sizeof header.name).size() == sizeof header.name, "the name has no end");
+  wrong(text_in(header.name, sizeof header.name).size() == sizeof header.name, tr("the name has no end"));
   wrong(header.tablecount > 0 && header.memoryheadsize != schema.catalog_bytes,
-        "the size of the catalog is not that of its records");
+        tr("the size of the catalog is not that of its records"));
   wrong(header.nodeoffset < header.memoryheadsize ||
             header.nodeoffset < static_cast<std::int64_t>(sizeof header),
-        "the front of the nodes lies inside the catalog");
-  wrong(header.nodeoffset > header.dataoffset, "the fronts have passed one another");
-  wrong(header.dataoffset > header.size, "the front of the records lies beyond the end");
-  wrong(header.rb_count != schema.heads, "the count of trees is not that of tables and indexes");
+        tr("the front of the nodes lies inside the catalog"));
+  wrong(header.nodeoffset > header.dataoffset, tr("the fronts have passed one another"));
+  wrong(header.dataoffset > header.size, tr("the front of the records lies beyond the end"));
+  wrong(header.rb_count != schema.heads, tr("the count of trees is not that of tables and indexes"));
 }
 
 void check_locks(const LockState& state, Findings& findings) {
   for (int slot = 0; slot < lock_slots; ++slot) check_slot(state, slot, findings);
   for (const Session& session : state.sessions) {
     if (life_of(session.pid) != Life::dead) continue;
-    findings.leftover("sessions", "process " + std::to_string(session.pid) + ", thread " +
-                                      std::to_string(session.tid) + " is dead and still " +
-                                      state_name(session.type) + " in slot " + std::to_string(session.slot));
+    findings.leftover("sessions", tr("process {}, thread {} is dead and still {} in slot {}", session.pid,
+                                     session.tid, state_name(session.type), session.slot));
   }
   if (!is_recoverable(state.page)) return;
   const WorkRecord& work = state.page.work;
   const int owner = static_cast<int>(work.owner);
   const bool owner_dead = work.owner == 0 || life_of(owner) == Life::dead;
   if (work.kind != 0 && owner_dead) {
-    findings.leftover("lock page, work", std::string(work_name(work.kind)) + " of process " +
-                                             std::to_string(owner) + ", which is dead, is not finished");
+    findings.leftover("lock page, work",
+                      tr("{} of process {}, which is dead, is not finished", work_name(work.kind), owner));
   }
   if (state.page.epoch % 2 != 0 && owner_dead) {
-    findings.leftover("lock page, epoch", "a reset or a load was never finished");
+    findings.leftover("lock page, epoch", tr("a reset or a load was never finished"));
   }
 }
 
@@ -125,12 +124,12 @@ void check_marks(const Rb_base* view, const Schema& schema, const LockState& sta
   for (const Table& table : schema.tables) {
     if (load_acquire<char>(&table.record->duty) != 0) {
       findings.leftover("table " + table.name,
-                        "it is marked as being changed, and nobody holds the writers' lock");
+                        tr("it is marked as being changed, and nobody holds the writers' lock"));
     }
     const std::int64_t marked = count_records(view, table).marked;
     if (marked > 0) {
       findings.leftover("table " + table.name,
-                        "records are marked as being changed, and nobody holds the writers' lock");
+                        tr("records are marked as being changed, and nobody holds the writers' lock"));
     }
   }
 }

@@ -20,7 +20,7 @@ inline const char* severity_name(Severity severity) {
   return severity == Severity::damage ? "damage" : severity == Severity::leftover ? "leftover" : "note";
 }
 
-// Texts are stored text: names of tables in the database's encoding, the rest ASCII.
+// `where` is stored text: names of tables in the database's encoding, the rest ASCII. `what` is made by tr().
 struct Finding {
   Severity severity = Severity::damage;
   std::string where;

@@ -7,6 +7,7 @@
 #include <tuple>
 
 #include "inspect/attachment.h"
+#include "inspect/translate.h"
 
 namespace cachet::inspect {
 
@@ -20,7 +21,7 @@ constexpr std::size_t id_digits = 24;
 bool copy_of(const std::string& key_file, char* destination, std::size_t bytes) {
   Attachment segment(key_file);
   if (segment.bytes() < static_cast<std::int64_t>(bytes)) {
-    throw Damaged(key_file + ": the segment has only " + std::to_string(segment.bytes()) + " bytes");
+    throw Damaged(tr("{}: the segment has only {} bytes", key_file, segment.bytes()));
   }
   std::memcpy(destination, segment.data(), bytes);
   return segment.detach();

@@ -4,6 +4,8 @@
 #include <cstring>
 #include <utility>
 
+#include "inspect/translate.h"
+
 namespace cachet::inspect {
 
 namespace {
@@ -45,12 +47,12 @@ RawDatabase::RawDatabase(BasePath path) : path_(std::move(path)), view_(std::mak
   try {
     segments_.emplace_back(path_.segment_file(0));
   } catch (const NotFound& error) {
-    throw NotFound("there is no database " + path_.shown() + " (" + error.what() + ")");
+    throw NotFound(tr("there is no database {} ({})", path_.shown(), error.what()));
   }
   const Attachment& first = segments_.front();
   if (first.bytes() < header_bytes) {
-    throw Damaged(path_.shown() + ": the first segment has " + std::to_string(first.bytes()) +
-                  " bytes, too few for a header");
+    throw Damaged(
+        tr("{}: the first segment has {} bytes, too few for a header", path_.shown(), first.bytes()));
   }
   // Nothing is ever written through the view: the memory is mapped read-only, and mode 1 reads with checks.
   char* const begin = const_cast<char*>(first.data());
@@ -77,8 +79,8 @@ void RawDatabase::attach_rest(std::int64_t size_bytes) {
   }
   if (view_->segmentcount == 1) view_->flat_begin = view_->share_memory_begin[0];
   if (view_->attached_bytes != size_bytes) {
-    faults_.push_back("the header says " + std::to_string(size_bytes) + " bytes, the segments have " +
-                      std::to_string(view_->attached_bytes));
+    faults_.push_back(
+        tr("the header says {} bytes, the segments have {}", size_bytes, view_->attached_bytes));
   }
 }
 

@@ -5,6 +5,7 @@
 #include <cstddef>
 
 #include "inspect/raw_database.h"
+#include "inspect/translate.h"
 #include "rb_fronts.h"
 
 namespace cachet::inspect {
@@ -42,8 +43,7 @@ class Runs {
   Run run(std::int64_t count, const char* what) {
     const std::int64_t bytes = sizeof(Record);
     if (count < 0 || count > (limit_ - position_) / bytes) {
-      schema_.faults.push_back("the header counts " + std::to_string(count) + " " + what +
-                               ", for which there is no room");
+      schema_.faults.push_back(tr("the header counts {} {}, for which there is no room", count, what));
       count = 0;
     }
     const Run run{position_, count};
@@ -62,8 +62,7 @@ Table* table_of(Schema& schema, int tableid, const char* what, std::int64_t inde
   if (tableid >= 0 && static_cast<std::size_t>(tableid) < schema.tables.size()) {
     return &schema.tables[static_cast<std::size_t>(tableid)];
   }
-  schema.faults.push_back(std::string(what) + " " + std::to_string(index) + " belongs to table " +
-                          std::to_string(tableid) + ", which does not exist");
+  schema.faults.push_back(tr("{} {} belongs to table {}, which does not exist", what, index, tableid));
   return nullptr;
 }
 
@@ -71,8 +70,7 @@ void add_tables(const Rb_base& view, const Runs& runs, Schema& schema) {
   for (std::int64_t i = 0; i < runs.tables.count; ++i) {
     const auto record = runs.at<Rb_tablename>(runs.tables, i);
     if (record.tableid != i) {
-      schema.faults.push_back("table " + std::to_string(i) + " calls itself " +
-                              std::to_string(record.tableid));
+      schema.faults.push_back(tr("table {} calls itself {}", i, record.tableid));
     }
     Table& table = schema.tables.emplace_back();
     table.name = text_in(record.name, sizeof record.name);
@@ -86,8 +84,7 @@ void add_fields(const Runs& runs, Schema& schema) {
     Table* const table = table_of(schema, record.tableid, "field", i);
     if (table == nullptr) continue;
     if (record.length < 0 || record.length > 0xffff) {
-      schema.faults.push_back("field " + std::to_string(i) + " has " + std::to_string(record.length) +
-                              " bytes");
+      schema.faults.push_back(tr("field {} has {} bytes", i, record.length));
       continue;
     }
     table->fields.push_back({text_in(record.fieldname, sizeof record.fieldname), record.type, record.length,
@@ -114,9 +111,8 @@ void add_index_fields(const Runs& runs, Schema& schema) {
     const auto index = static_cast<std::size_t>(record.indexid);
     if (record.indexid < 0 || index >= table->indexes.size() || record.fieldid < 0 ||
         static_cast<std::size_t>(record.fieldid) >= table->fields.size()) {
-      schema.faults.push_back("index field " + std::to_string(i) + " names index " +
-                              std::to_string(record.indexid) + " and field " +
-                              std::to_string(record.fieldid));
+      schema.faults.push_back(
+          tr("index field {} names index {} and field {}", i, record.indexid, record.fieldid));
       continue;
     }
     table->indexes[index].fields.push_back(record.fieldid);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "inspect/translate.h"
 #include "inspect/tree_check.h"
 #include "inspect/walk.h"
 
@@ -47,7 +48,6 @@ class TableCheck {
   };
 
   std::int64_t stored_bytes() const { return ZT_RECORD_HEADER + table_.record_bytes; }
-  static std::string record_text(std::int64_t id) { return "record " + std::to_string(id); }
 
   void check_records() {
     const std::string where = where_ + ", record ids";
@@ -57,16 +57,15 @@ class TableCheck {
       const auto item = data_at<ZtListItem>(view_, key_offset_of(node_at(view_, number)));
       if (!item) continue;  // the check of the tree has said so
       if (!is_data(view_, item->precord, stored_bytes())) {
-        findings_.damage(where, record_text(item->recordid) + " lies outside the data");
+        findings_.damage(where, tr("record {} lies outside the data", item->recordid));
         continue;
       }
       const auto header = load_unaligned<RecordHeader>(address_of(view_, FlatOffset{item->precord}));
       if (header.recordid != item->recordid) {
-        findings_.damage(where,
-                         record_text(item->recordid) + " calls itself " + std::to_string(header.recordid));
+        findings_.damage(where, tr("record {} calls itself {}", item->recordid, header.recordid));
       }
       if (item->recordid < 0 || item->recordid >= taken) {
-        findings_.damage(where, record_text(item->recordid) + " is beyond the table's count");
+        findings_.damage(where, tr("record {} is beyond the table's count", item->recordid));
       }
       all_.emplace(item->recordid, item->precord);
       if (header.deleted != 1) live_.emplace(item->recordid, item->precord);
@@ -84,14 +83,15 @@ class TableCheck {
     std::sort(found_.begin(), found_.end());
     for (const auto& [id, offset] : live_) {
       if (!std::binary_search(found_.begin(), found_.end(), id)) {
-        findings_.damage(where, record_text(id) + " lives and is under none of its keys");
+        findings_.damage(where, tr("record {} lives and is under none of its keys", id));
       }
     }
     const auto twice = std::adjacent_find(found_.begin(), found_.end());
-    if (twice != found_.end()) findings_.damage(where, record_text(*twice) + " is under two keys");
+    if (twice != found_.end()) findings_.damage(where, tr("record {} is under two keys", *twice));
   }
 
   void check_key(const Index& index, const ZtIndexItem& item, const std::string& where) {
+    stop_if_asked();
     const bool readable = check_fields(index, item, where);
     const std::vector<Entry> origin = check_list(
         {"origin", item.originhead, item.origintail, &ZtIndexNode::originnext, &ZtIndexNode::originprev},
@@ -102,18 +102,18 @@ class TableCheck {
     std::int64_t living = 0;
     for (const Entry& entry : current) {
       if (readable && !has_key(index, item, entry.offset)) {
-        findings_.damage(where, record_text(entry.recordid) + " stands under a key that it does not have");
+        findings_.damage(where, tr("record {} stands under a key that it does not have", entry.recordid));
       }
       if (!std::ranges::binary_search(origin, entry.recordid, {}, &Entry::recordid)) {
         findings_.damage(where,
-                         record_text(entry.recordid) + " is in the current list and not in the origin list");
+                         tr("record {} is in the current list and not in the origin list", entry.recordid));
       }
       if (entry.deleted) continue;
       ++living;
       found_.push_back(entry.recordid);
     }
     if (index.unique && living > 1) {
-      findings_.damage(where, std::to_string(living) + " live records have the key of a unique index");
+      findings_.damage(where, tr("{} live records have the key of a unique index", living));
     }
   }
 
@@ -121,7 +121,7 @@ class TableCheck {
   bool check_fields(const Index& index, const ZtIndexItem& item, const std::string& where) {
     const auto count = static_cast<std::int64_t>(index.fields.size());
     if (item.sharememory != 1 || item.point != count || item.count != count) {
-      findings_.damage(where, "it is no key of " + std::to_string(count) + " fields");
+      findings_.damage(where, tr("it is no key of {} fields", count));
       return false;
     }
     const auto fields = reinterpret_cast<std::int64_t>(item.index);
@@ -132,7 +132,7 @@ class TableCheck {
       const bool fits = key && key->type == static_cast<signed char>(field.type) &&
                         static_cast<std::uint16_t>(key->length) == field.length_bytes;
       if (!fits || !is_data(view_, reinterpret_cast<std::int64_t>(key->data), field.length_bytes)) {
-        findings_.damage(where, "its field " + std::to_string(i) + " is not that of the index");
+        findings_.damage(where, tr("its field {} is not that of the index", i));
         return false;
       }
     }
@@ -159,28 +159,32 @@ class TableCheck {
   std::vector<Entry> check_list(const Links& list, const std::string& where) {
     std::vector<Entry> entries;
     const auto damage = [&](const std::string& what) {
-      findings_.damage(where, std::string("the ") + list.name + " list " + what);
+      findings_.damage(where, what);
       return entries;
     };
     std::uint32_t before = 0;
     for (std::uint32_t number = list.head; number != 0;) {
-      if (!is_node(view_, number)) return damage("leads outside the nodes");
+      if (!is_node(view_, number)) return damage(tr("the {} list leads outside the nodes", list.name));
       const auto entry = load_unaligned<ZtIndexNode>(node_at(view_, number));
-      if (entry.*list.prev != before) damage("backwards leads elsewhere at entry " + std::to_string(number));
-      if (!is_data(view_, entry.precord, stored_bytes())) return damage("has a record outside the data");
+      if (entry.*list.prev != before)
+        damage(tr("the {} list backwards leads elsewhere at entry {}", list.name, number));
+      if (!is_data(view_, entry.precord, stored_bytes()))
+        return damage(tr("the {} list has a record outside the data", list.name));
       const auto header = load_unaligned<RecordHeader>(address_of(view_, FlatOffset{entry.precord}));
       if (!entries.empty() && header.recordid <= entries.back().recordid) {
-        return damage("is not in the order of the records at " + record_text(header.recordid));
+        return damage(
+            tr("the {} list is not in the order of the records at record {}", list.name, header.recordid));
       }
       const auto known = all_.find(header.recordid);
       if (known == all_.end() || known->second != entry.precord) {
-        damage("has " + record_text(header.recordid) + ", which is not among the record ids");
+        damage(
+            tr("the {} list has record {}, which is not among the record ids", list.name, header.recordid));
       }
       entries.push_back({header.recordid, entry.precord, header.deleted == 1});
       before = number;
       number = entry.*list.next;
     }
-    if (list.tail != before) damage("ends elsewhere than at its tail");
+    if (list.tail != before) damage(tr("the {} list ends elsewhere than at its tail", list.name));
     return entries;
   }
 

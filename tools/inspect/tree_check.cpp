@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "inspect/translate.h"
 #include "inspect/walk.h"
 
 namespace cachet::inspect {
@@ -17,14 +18,14 @@ std::uint32_t parent_of(Rb_node node) {
   return word(node, offsetof(srb_node, p));
 }
 
-const char* text_of(WalkEnd end) {
+std::string text_of(WalkEnd end) {
   switch (end) {
     case WalkEnd::bad_link:
-      return "the list leads outside the nodes";
+      return tr("the list leads outside the nodes");
     case WalkEnd::no_leaf:
-      return "the list leads to what is no leaf";
+      return tr("the list leads to what is no leaf");
     case WalkEnd::endless:
-      return "the list has no end";
+      return tr("the list has no end");
     case WalkEnd::at_head:
       break;
   }
@@ -38,7 +39,7 @@ class TreeCheck {
 
   std::vector<std::uint32_t> run() {
     if (!is_node(view_, tree_.head) || !has(tree_.head, RB_HEAD)) {
-      damage(tree_.head, "this is no head of a tree");
+      damage(tree_.head, tr("this is no head of a tree"));
       return {};
     }
     follow_list();
@@ -70,7 +71,7 @@ class TreeCheck {
     std::uint32_t before = tree_.head;
     const WalkEnd end = walk_list(view_, tree_.head, [&](std::uint32_t number, Rb_node node) {
       if (blink_of(node) != before)
-        damage(number, "the list backwards leads elsewhere than to " + std::to_string(before));
+        damage(number, tr("the list backwards leads elsewhere than to {}", before));
       by_list_.push_back(number);
       before = number;
       return true;
@@ -78,7 +79,7 @@ class TreeCheck {
     if (end != WalkEnd::at_head) {
       damage(before, text_of(end));
     } else if (blink_of(at(tree_.head)) != before) {
-      damage(tree_.head, "the last node of the list is another one backwards");
+      damage(tree_.head, tr("the last node of the list is another one backwards"));
     }
   }
 
@@ -88,7 +89,7 @@ class TreeCheck {
     if (root == tree_.head) return;
     std::vector<Step> steps{{root, tree_.head, 0, 0, false, false}};
     for (std::int64_t visits = 2 * most_nodes(view_); !steps.empty(); --visits) {
-      if (visits == 0) return damage(root, "the tree has no end");
+      if (visits == 0) return damage(root, tr("the tree has no end"));
       Step& step = steps.back();
       if (step.left_done) {
         const Step done = step;
@@ -114,23 +115,23 @@ class TreeCheck {
   // Whether the node may be gone into.
   bool enter(const Step& step) {
     if (!is_node(view_, step.number)) {
-      damage(step.parent, "a child link leads outside the nodes");
+      damage(step.parent, tr("a child link leads outside the nodes"));
       return false;
     }
     if (step.depth > deepest) {
-      damage(step.number, "the tree is deeper than any search goes");
+      damage(step.number, tr("the tree is deeper than any search goes"));
       return false;
     }
     const bool is_root = step.parent == tree_.head;
     if (parent_of(at(step.number)) != step.parent) {
-      damage(step.number, "its parent is not " + std::to_string(step.parent));
+      damage(step.number, tr("its parent is not {}", step.parent));
     }
-    if (has(step.number, RB_HEAD)) damage(step.number, "it is marked as a head");
+    if (has(step.number, RB_HEAD)) damage(step.number, tr("it is marked as a head"));
     if (has(step.number, RB_ROOT) != is_root)
-      damage(step.number, is_root ? "the root is not marked" : "it is marked as the root");
-    if (!is_root && has(step.number, RB_LEFT) != step.left) damage(step.number, "its side is wrong");
+      damage(step.number, is_root ? tr("the root is not marked") : tr("it is marked as the root"));
+    if (!is_root && has(step.number, RB_LEFT) != step.left) damage(step.number, tr("its side is wrong"));
     if (!is_root && has(step.number, RB_RED) && has(step.parent, RB_RED))
-      damage(step.number, "it is red under a red node");
+      damage(step.number, tr("it is red under a red node"));
     return true;
   }
 
@@ -138,19 +139,19 @@ class TreeCheck {
   void pass_middle(const Step& step, std::vector<Step>& steps) {
     const std::uint32_t greatest = by_tree_.empty() ? 0 : by_tree_.back();
     if (word(at(step.number), offsetof(srb_node, k)) != greatest)
-      damage(step.number, "its left extreme is wrong");
+      damage(step.number, tr("its left extreme is wrong"));
     right_extreme_of_ = step.number;
     steps.push_back(child_of(step, false));
   }
 
   void leaf(const Step& step) {
     if (right_extreme_of_ != 0 && word(at(right_extreme_of_), offsetof(srb_node, v)) != step.number) {
-      damage(right_extreme_of_, "its right extreme is wrong");
+      damage(right_extreme_of_, tr("its right extreme is wrong"));
     }
     right_extreme_of_ = 0;
     const int blacks = step.blacks + (has(step.number, RB_RED) ? 0 : 1);
     if (by_tree_.empty()) blacks_ = blacks;
-    if (blacks != blacks_) damage(step.number, "its black height differs");
+    if (blacks != blacks_) damage(step.number, tr("its black height differs"));
     by_tree_.push_back(step.number);
   }
 
@@ -158,7 +159,7 @@ class TreeCheck {
     const auto [in_tree, in_list] =
         std::mismatch(by_tree_.begin(), by_tree_.end(), by_list_.begin(), by_list_.end());
     damage(in_list != by_list_.end() ? *in_list : *in_tree,
-           "the leaves of the tree are not those of the list");
+           tr("the leaves of the tree are not those of the list"));
   }
 
   void check_keys() {
@@ -166,14 +167,14 @@ class TreeCheck {
     for (const std::uint32_t number : by_list_) {
       const std::int64_t offset = key_offset_of(at(number));
       if (!is_data(view_, offset, tree_.key_bytes)) {
-        damage(number, "its key lies outside the data");
+        damage(number, tr("its key lies outside the data"));
         before = nullptr;
         continue;
       }
-      if (value_offset_of(at(number)) != offset) damage(number, "its value is not its key");
+      if (value_offset_of(at(number)) != offset) damage(number, tr("its value is not its key"));
       char* const key = address_of(view_, FlatOffset{offset});
       const bool in_order = before == nullptr || tree_.compare(const_cast<Rb_base*>(view_), before, key) < 0;
-      if (!in_order) damage(number, "its key is not below that of the node before it");
+      if (!in_order) damage(number, tr("its key is not below that of the node before it"));
       before = key;
     }
   }

@@ -8,6 +8,7 @@
 
 #include "caches.h"
 #include "inspect/schema.h"
+#include "inspect/stop.h"
 
 namespace cachet::inspect {
 
@@ -22,13 +23,15 @@ inline std::int64_t most_nodes(const Rb_base* view) {
   return flat_bytes(view) / slot_bytes;
 }
 
-// Calls `each(node_number, node)` for every external node, the largest key first, until it returns false.
+// Calls `each(node_number, node)` for every external node, the largest key first, until it returns false. Throws Stopped
+// when the process is asked to stop.
 template <class Each>
 WalkEnd walk_list(const Rb_base* view, std::uint32_t head, const Each& each) {
   if (!is_node(view, head)) return WalkEnd::bad_link;
   std::uint32_t number = flink_of(node_at(view, head));
   for (std::int64_t steps = most_nodes(view); number != head; --steps) {
     if (steps == 0) return WalkEnd::endless;
+    stop_if_asked();
     if (!is_node(view, number)) return WalkEnd::bad_link;
     const Rb_node node = node_at(view, number);
     if ((status_of(node) & (RB_INTERNAL | RB_HEAD)) != 0) return WalkEnd::no_leaf;

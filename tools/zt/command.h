@@ -36,9 +36,17 @@ struct CommandEntry {
 // In the order of the help.
 std::span<const CommandEntry> commands();
 
-// The argument that nearly every command begins with.
+// The argument that nearly every command begins with. A line of the shell has it already.
+inline constexpr char database_argument[] = "database";
 inline void declare_database(CLI::App& app, std::string& path) {
-  app.add_option("database", path, "The database: its directory and name")->required()->type_name("DIR/NAME");
+  app.add_option(database_argument, path, "The database: its directory and name")
+      ->required()
+      ->type_name("DIR/NAME");
+}
+
+// And what those on one table go on with.
+inline void declare_table(CLI::App& app, std::string& table) {
+  app.add_option("table", table, "The table")->required()->type_name("TABLE");
 }
 
 }  // namespace zt

@@ -7,7 +7,9 @@ namespace zt {
 namespace {
 
 constexpr char looking[] = "Look at databases (zt-look(1))";
+constexpr char data[] = "Make and fill databases (zt-data(1))";
 constexpr char health[] = "Health (zt-check(1))";
+constexpr char shell[] = "All of them (zt-shell(1))";
 constexpr char processes[] = "Processes and locks (zt-locks(1))";
 
 constexpr auto table = std::to_array<CommandEntry>({
@@ -17,12 +19,19 @@ constexpr auto table = std::to_array<CommandEntry>({
     {"tables", looking, "Count records, live and deleted, and the keys of each index", make_tables},
     {"stat", looking, "Show what is done in a database, second by second", make_stat},
     {"top", looking, "Watch a database on the full screen", make_top},
+    {"create", data, "Make an empty database by a schema file", make_create},
+    {"get", data, "Print rows: all of a table, or those that an index finds", make_get},
+    {"count", data, "Count rows: all of a table, or those that an index finds", make_count},
+    {"insert", data, "Store a row", make_insert},
+    {"set", data, "Change fields of stored rows", make_set},
+    {"delete", data, "Delete rows", make_delete},
     {"ps", processes, "List the processes and sessions of a database", make_ps},
     {"locks", processes, "Show who holds the locks, and who waits for whom", make_locks},
     {"reap", processes, "Clear what dead processes left", make_reap},
     {"verify", health, "Check every tree, list and counter of a database", make_verify},
     {"doctor", health, "Say what is wrong with this host or a database, and how to mend it", make_doctor},
     {"rm", health, "Remove a database that nobody uses", make_rm},
+    {"shell", shell, "Type commands line by line, with history and completion", make_shell},
 });
 
 }  // namespace

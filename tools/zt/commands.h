@@ -10,6 +10,12 @@ std::unique_ptr<Command> make_ls();
 std::unique_ptr<Command> make_info();
 std::unique_ptr<Command> make_schema();
 std::unique_ptr<Command> make_tables();
+std::unique_ptr<Command> make_create();
+std::unique_ptr<Command> make_get();
+std::unique_ptr<Command> make_count();
+std::unique_ptr<Command> make_insert();
+std::unique_ptr<Command> make_set();
+std::unique_ptr<Command> make_delete();
 std::unique_ptr<Command> make_ps();
 std::unique_ptr<Command> make_verify();
 std::unique_ptr<Command> make_top();
@@ -18,6 +24,7 @@ std::unique_ptr<Command> make_doctor();
 std::unique_ptr<Command> make_rm();
 std::unique_ptr<Command> make_reap();
 std::unique_ptr<Command> make_locks();
+std::unique_ptr<Command> make_shell();
 
 }  // namespace zt
 

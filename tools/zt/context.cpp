@@ -14,7 +14,7 @@ Format format_of(const Settings& settings) {
   const int chosen =
       settings.box + settings.tabs + settings.json + settings.csv + settings.markdown + settings.line;
   if (chosen > 1)
-    throw UsageError("only one of --box, --tsv, --json, --csv, --md and --line can be asked for");
+    throw UsageError(tr("only one of --box, --tsv, --json, --csv, --md and --line can be asked for"));
   if (settings.box) return Format::box;
   if (settings.tabs) return Format::tabs;
   if (settings.json) return Format::json;
@@ -39,8 +39,18 @@ int terminal_width() {
 
 }  // namespace
 
+void Settings::take_format(const Settings& other) {
+  box = other.box;
+  tabs = other.tabs;
+  json = other.json;
+  csv = other.csv;
+  markdown = other.markdown;
+  line = other.line;
+}
+
 Context::Context(const Settings& settings)
-    : encoding_(settings.encoding.empty() ? Encoding::of_locale() : settings.encoding,
+    : settings_(settings),
+      encoding_(settings.encoding.empty() ? Encoding::of_locale() : settings.encoding,
                 settings.stored_encoding),
       style_{format_of(settings), Shape::table, use_color(settings.color), terminal_width()} {}
 
@@ -59,9 +69,16 @@ void Context::say(const std::string& utf8) const {
   std::fputs(("zt: " + encoding_.to_outside(utf8) + "\n").c_str(), stderr);
 }
 
+std::string Context::argument(std::string_view text) const {
+  if (auto utf8 = encoding_.exactly_from_outside(text)) return *std::move(utf8);
+  throw UsageError(tr("\"{}\" is no text in the locale's encoding; to name another: --encoding",
+                      encoding_.from_outside(text)));
+}
+
 void Context::say_left_alone(const std::string& shown_path) const {
-  say("the last process left " + shown_path +
-      " while it was looked at, so its memory stays behind; to remove it: zt rm " + shown_path);
+  say(tr(
+      "the last process left {} while it was looked at, so its memory stays behind; to remove it: zt rm {}",
+      shown_path, shown_path));
 }
 
 }  // namespace zt

@@ -8,6 +8,7 @@
 
 #include "inspect/raw_database.h"
 #include "zt/output/rows.h"
+#include "zt/translation.h"
 
 namespace zt {
 
@@ -17,12 +18,16 @@ struct Settings {
   std::string color = "auto";
   std::string encoding;  // outside; empty = the locale's
   std::string stored_encoding = "GBK";
+
+  bool has_format() const { return box || tabs || json || csv || markdown || line; }
+  void take_format(const Settings& other);
 };
 
 class Context {
  public:
   explicit Context(const Settings& settings);
 
+  const Settings& settings() const { return settings_; }
   const Encoding& encoding() const { return encoding_; }
   Format format() const { return style_.format; }
   bool color() const { return style_.color; }
@@ -37,10 +42,15 @@ class Context {
   // The same for a text of the library, which is stored text.
   std::string from_stored(std::string_view text) const { return encoding_.from_stored(text); }
 
+  // What was written on the command line, in UTF-8. Throws UsageError when it is no text in the encoding outside: what
+  // is looked for or stored is never guessed.
+  std::string argument(std::string_view text) const;
+
   // Says that the memory stays behind, because the last regular user left while it was looked at.
   void say_left_alone(const std::string& shown_path) const;
 
  private:
+  Settings settings_;
   Encoding encoding_;
   Style style_;
 };

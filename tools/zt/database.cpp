@@ -1,52 +1,27 @@
 #include "zt/database.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <unistd.h>
-
-#include <cstdio>
 
 #include "inspect/database_check.h"
 #include "inspect/file_lock.h"
 #include "inspect/host.h"
+#include "zt/quiet.h"
 #include "zt/status.h"
 
 namespace zt {
 
 using namespace cachet::inspect;
+namespace inspect = cachet::inspect;
 
 namespace {
-
-// Opening calls print their errors on standard output, and keep them to be asked for.
-class Quiet {
- public:
-  Quiet() {
-    std::fflush(stdout);
-    kept_ = dup(STDOUT_FILENO);
-    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    dup2(nowhere, STDOUT_FILENO);
-    close(nowhere);
-  }
-  ~Quiet() {
-    std::fflush(stdout);
-    dup2(kept_, STDOUT_FILENO);
-    close(kept_);
-  }
-  Quiet(const Quiet&) = delete;
-  Quiet& operator=(const Quiet&) = delete;
-
- private:
-  int kept_;
-};
 
 // What the handle would trust: it is not given a frame that contradicts itself.
 std::string version_of_sound(const RawDatabase& database) {
   Findings findings;
   check_frame(database, read_schema(*database.view()), findings);
   if (findings.has(Severity::damage)) {
-    throw Damaged(fmt::format("{} is damaged ({}: {}); to see more: zt verify {}", database.path().shown(),
-                              findings.list().front().where, findings.list().front().what,
-                              database.path().shown()));
+    throw Damaged(tr("{} is damaged ({}: {}); to see more: zt verify {}", database.path().shown(),
+                     findings.list().front().where, findings.list().front().what, database.path().shown()));
   }
   const Rb_memory header = database.header();
   return text_in(header.version, sizeof header.version);
@@ -72,21 +47,20 @@ bool Hold::release() noexcept {
 }
 
 Database::Database(const Context& context, const std::string& path, Access access)
-    : context_(context), path_(BasePath::parse(path)) {
+    : context_(context), path_(BasePath::parse(path)), access_(access) {
   Look look(context, path);
   const std::string version = version_of_sound(*look);
   was_orphan_ = look->others() == 0;
   look.close();
   if (const auto holder = exclusive_file_lock_holder(path_)) {
-    throw Refused(
-        fmt::format("process {} holds the file lock of {}: it makes the database, or keeps others out",
-                    *holder, path_.shown()));
+    throw Refused(tr("process {} holds the file lock of {}: it makes the database, or keeps others out",
+                     *holder, path_.shown()));
   }
-  open(access, version);
+  open(version);
 }
 
-void Database::open(Access access, const std::string& version) {
-  const int mode = access == Access::write ? ZT_MODE_READ_WRITE : ZT_MODE_READ_ONLY;
+void Database::open(const std::string& version) {
+  const int mode = access_ == Access::write ? ZT_MODE_READ_WRITE : ZT_MODE_READ_ONLY;
   bool opened = false;
   {
     const Quiet quiet;
@@ -99,9 +73,11 @@ void Database::open(Access access, const std::string& version) {
       ZtUnLockDb(handle_);
     }
   }
-  if (opened) return;
   try {
-    fail("cannot open " + path_.shown());
+    if (!opened) fail(tr("cannot open {}", shown_path()));
+    Look look(context_, path_.shown());  // at what was opened, which stays now
+    schema_ = read_schema(*look->view());
+    for (inspect::Table& table : schema_.tables) table.record = nullptr;  // ends with the look
   } catch (...) {
     end();
     throw;
@@ -113,6 +89,13 @@ void Database::fail(const std::string& doing) const {
   char text[ZT_ERRMSG_SIZE] = {};
   ZtGetError(handle_, &code, text);
   throw Failure(fmt::format("{}: {} ({})", doing, context_.from_stored(text), code));
+}
+
+void Database::throw_if_failed(const std::string& doing) const {
+  int code = 0;
+  char text[ZT_ERRMSG_SIZE] = {};
+  ZtGetError(handle_, &code, text);
+  if (code != ZT_OK) fail(doing);
 }
 
 Database::~Database() {

@@ -17,8 +17,6 @@ using namespace cachet::inspect;
 
 namespace {
 
-constexpr std::int64_t least_room_of_an_insert = 81920;
-constexpr std::size_t longest_base_path = 79;
 constexpr int looks_at_spin_word = 20;
 constexpr useconds_t pause_between_looks_us = 5000;
 
@@ -43,12 +41,12 @@ class Examination {
 
   void examine_path() {
     const std::size_t length = path_.text().size();
-    const bool fits = length <= longest_base_path;
-    add("path", fits ? "ok" : "fault", fmt::format("{} of {} bytes", length, longest_base_path),
-        fits ? "" : "no database can be made here: choose a shorter directory or name");
+    const bool fits = length <= BasePath::longest_text;
+    add("path", fits ? "ok" : "fault", tr("{} of {} bytes", length, BasePath::longest_text),
+        fits ? "" : tr("no database can be made here: choose a shorter directory or name"));
     struct stat directory;
     if (stat(path_.directory.c_str(), &directory) != 0 || !S_ISDIR(directory.st_mode)) {
-      add("directory", "fault", path_.directory + " is no directory", "mkdir " + path_.directory);
+      add("directory", "fault", tr("{} is no directory", path_.directory), "mkdir " + path_.directory);
     }
   }
 
@@ -59,7 +57,7 @@ class Examination {
                                  [](const Object& each) { return each.has_key_file || each.id >= 0; });
     if (!any) return false;
     for (const Object& each : objects) examine(each);
-    if (!missing_) add("objects", "ok", "every key file has its object");
+    if (!missing_) add("objects", "ok", tr("every key file has its object"));
     return true;
   }
 
@@ -68,41 +66,41 @@ class Examination {
         fmt::format("{} ({})", kind_name(each.kind), context_.encoding().from_outside(each.key_file));
     if (each.has_key_file && each.file_owner != geteuid() && geteuid() != 0) {
       missing_ = true;
-      add("key file", "fault", fmt::format("{} belongs to {}", name, user_name(each.file_owner)),
-          "a database serves the user that made it: run as that user, or as root");
+      add("key file", "fault", tr("{} belongs to {}", name, user_name(each.file_owner)),
+          tr("a database serves the user that made it: run as that user, or as root"));
     }
     if (each.has_key_file && !S_ISREG(each.file_mode)) {
       missing_ = true;
-      add("key file", "fault", name + " is no regular file", "remove it");
+      add("key file", "fault", tr("{} is no regular file", name), tr("remove it"));
     }
     if (each.kind == ObjectKind::store) {
       examine_store(each);
     } else if (!each.has_key_file || each.id < 0) {
       missing_ = true;
-      const char* const lost = each.has_key_file ? "its key file is there, the object is not"
-                               : each.id >= 0    ? "the object is there, its key file is not"
-                                                 : "it is missing";
-      add(kind_name(each.kind), "fault", fmt::format("{}: {}", name, lost),
-          "nobody can open the database any more: save what its processes hold, end them, then zt rm " +
-              shown_ + " and make it anew");
+      const std::string lost = each.has_key_file ? tr("its key file is there, the object is not")
+                               : each.id >= 0    ? tr("the object is there, its key file is not")
+                                                 : tr("it is missing");
+      add(kind_name(each.kind), "fault", name + ": " + lost,
+          tr("nobody can open the database any more: save what its processes hold, end them, then zt rm {} "
+             "and make it anew",
+             shown_));
     }
   }
 
   void examine_store(const Object& each) {
     if (life_of(each.store_pid) != Life::dead) return;  // its owner needs it
     add("rollback store", "warning",
-        fmt::format("{} belongs to process {}, which is dead",
-                    context_.encoding().from_outside(each.key_file), each.store_pid),
+        tr("{} belongs to process {}, which is dead", context_.encoding().from_outside(each.key_file),
+           each.store_pid),
         "zt reap " + shown_);
   }
 
   void examine_file_lock() {
     const auto holder = exclusive_file_lock_holder(path_);
-    if (!holder) return add("file lock", "ok", "nobody keeps others out");
+    if (!holder) return add("file lock", "ok", tr("nobody keeps others out"));
     add("file lock", "warning",
-        fmt::format("process {} ({}) holds it exclusively: every opening waits", *holder,
-                    process(*holder).command),
-        "it has to call ZtUnLockDb, or to end");
+        tr("process {} ({}) holds it exclusively: every opening waits", *holder, process(*holder).command),
+        tr("it has to call ZtUnLockDb, or to end"));
   }
 
   void examine_locks() {
@@ -111,19 +109,19 @@ class Examination {
       state = read_lock_state(path_);
       if (state.left_alone) context_.say_left_alone(shown_);
     } catch (const std::runtime_error& error) {
-      return add("lock page", "fault", error.what(), "end all its processes, then zt rm " + shown_);
+      return add("lock page", "fault", error.what(), tr("end all its processes, then zt rm {}", shown_));
     }
     Findings findings;
     check_locks(state, findings);
     for (const Finding& each : findings.list()) {
       add("locks", each.severity == Severity::note ? "warning" : "fault", each.where + ": " + each.what,
-          each.severity == Severity::leftover ? "zt reap " + shown_ : "open with dbsesion_mode 1");
+          each.severity == Severity::leftover ? "zt reap " + shown_ : tr("open with dbsesion_mode 1"));
     }
     if (!cachet::is_recoverable(state.page)) {
-      add("lock page", "warning", "it was made without what recovery needs",
-          "make the database with this library");
+      add("lock page", "warning", tr("it was made without what recovery needs"),
+          tr("make the database with this library"));
     }
-    if (findings.list().empty()) add("locks", "ok", "nothing is left of the dead");
+    if (findings.list().empty()) add("locks", "ok", tr("nothing is left of the dead"));
     examine_spin_words();
   }
 
@@ -142,9 +140,9 @@ class Examination {
       const int holder = state.page.sections[slot].record.pid;
       const bool dead = life_of(holder) == Life::dead;
       add("spin lock", "fault",
-          fmt::format("slot {} has been taken all the while, last by process {}, which {}", slot, holder,
-                      dead ? "is dead" : "lives"),
-          dead ? "zt reap " + shown_ : fmt::format("let it go on: kill -CONT {}", holder));
+          dead ? tr("slot {} has been taken all the while, last by process {}, which is dead", slot, holder)
+               : tr("slot {} has been taken all the while, last by process {}, which lives", slot, holder),
+          dead ? "zt reap " + shown_ : tr("let it go on: kill -CONT {}", holder));
     }
   }
 
@@ -155,23 +153,23 @@ class Examination {
     Findings findings;
     check_frame(*look, schema, findings);
     for (const Finding& each : findings.list()) {
-      add(each.where, "fault", each.what, "zt verify " + shown_ + " shows more");
+      add(each.where, "fault", each.what, tr("zt verify {} shows more", shown_));
     }
     try {
       Findings marks;
       check_marks(look->view(), schema, read_lock_state(path_), marks);
       for (const Finding& each : marks.list()) {
         add("mark", "fault", context_.from_stored(each.where) + ": " + each.what,
-            "readers wait for it: the handle that wrote has to commit or end; if it is dead: zt reap " +
-                shown_);
+            tr("readers wait for it: the handle that wrote has to commit or end; if it is dead: zt reap {}",
+               shown_));
       }
     } catch (const std::runtime_error&) {
       // Without a lock page nobody can tell; that was said.
     }
     const Fill fill = fill_of(look->header());
     const bool room = fill.free_bytes() >= least_room_of_an_insert;
-    add("room", room ? "ok" : "fault", fmt::format("{} bytes are free", fill.free_bytes()),
-        room ? "" : "nothing can be inserted any more: ZtResetDb, or a larger database");
+    add("room", room ? "ok" : "fault", tr("{} bytes are free", fill.free_bytes()),
+        room ? "" : tr("nothing can be inserted any more: ZtResetDb, or a larger database"));
   }
 
   const Context& context_;

@@ -2,6 +2,7 @@
 #ifndef CACHET_TOOLS_ZT_DIAGNOSIS_H
 #define CACHET_TOOLS_ZT_DIAGNOSIS_H
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,9 @@ struct Diagnosis {
   std::string detail;
   std::string remedy;
 };
+
+// Bytes that must be free before the library inserts anything.
+inline constexpr std::int64_t least_room_of_an_insert = 81920;
 
 using Diagnoses = std::vector<Diagnosis>;
 

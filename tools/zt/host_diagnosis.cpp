@@ -1,27 +1,19 @@
 // What of this host keeps databases from being made, or takes them away: limits of shared memory and semaphores, and
 // who removes what nobody is attached to.
-#include <fmt/format.h>
-#include <sys/ipc.h>
-#include <sys/sem.h>
-#include <sys/shm.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <optional>
-#include <sstream>
 
-#include "inspect/processes.h"
 #include "zt/diagnosis.h"
+#include "zt/host_limits.h"
 
 namespace zt {
 namespace {
 
 constexpr double nearly_all = 0.9;
 constexpr std::uint64_t whole_segment_bytes = 1u << 30;
-constexpr std::uint64_t semaphores_of_a_set = 10;
-constexpr std::uint64_t semaphores_of_a_database = 40;
 constexpr std::uint64_t last_system_user = 999;
 
 void add(Diagnoses& diagnoses, std::string check, bool well, const char* otherwise, std::string detail,
@@ -30,55 +22,41 @@ void add(Diagnoses& diagnoses, std::string check, bool well, const char* otherwi
       {std::move(check), well ? "ok" : otherwise, std::move(detail), well ? "" : std::move(remedy)});
 }
 
-std::optional<std::uint64_t> setting(const char* name) {
-  std::ifstream file(std::string("/proc/sys/") + name);
-  std::uint64_t value = 0;
-  return file >> value ? std::optional(value) : std::nullopt;
-}
-
 void examine_segments(Diagnoses& diagnoses) {
-  shminfo limits{};
-  shm_info used{};
-  if (shmctl(0, IPC_INFO, reinterpret_cast<shmid_ds*>(&limits)) < 0 ||
-      shmctl(0, SHM_INFO, reinterpret_cast<shmid_ds*>(&used)) < 0) {
-    return;
-  }
-  add(diagnoses, "kernel.shmmax", limits.shmmax >= whole_segment_bytes, "warning",
-      fmt::format("{} bytes for one segment", limits.shmmax),
-      fmt::format("a database of 1 GiB or more needs it: sysctl -w kernel.shmmax={}", whole_segment_bytes));
+  const auto limits = segment_limits();
+  if (!limits) return;
+  add(diagnoses, "kernel.shmmax", limits->most_bytes >= whole_segment_bytes, "warning",
+      tr("{} bytes for one segment", limits->most_bytes),
+      tr("a database of 1 GiB or more needs it: sysctl -w kernel.shmmax={}", whole_segment_bytes));
   add(diagnoses, "kernel.shmall",
-      static_cast<double>(used.shm_tot) < nearly_all * static_cast<double>(limits.shmall), "fault",
-      fmt::format("{} of {} pages are taken", used.shm_tot, limits.shmall),
-      "raise it (sysctl -w kernel.shmall=PAGES), or remove what nobody uses: zt ls --orphans");
+      static_cast<double>(limits->pages) < nearly_all * static_cast<double>(limits->most_pages), "fault",
+      tr("{} of {} pages are taken", limits->pages, limits->most_pages),
+      tr("raise it (sysctl -w kernel.shmall=PAGES), or remove what nobody uses: zt ls --orphans"));
   add(diagnoses, "kernel.shmmni",
-      static_cast<double>(used.used_ids) < nearly_all * static_cast<double>(limits.shmmni), "fault",
-      fmt::format("{} of {} segments exist", used.used_ids, limits.shmmni),
-      "raise it (sysctl -w kernel.shmmni=NUMBER), or remove what nobody uses: zt ls --orphans");
+      static_cast<double>(limits->segments) < nearly_all * static_cast<double>(limits->most_segments),
+      "fault", tr("{} of {} segments exist", limits->segments, limits->most_segments),
+      tr("raise it (sysctl -w kernel.shmmni=NUMBER), or remove what nobody uses: zt ls --orphans"));
 }
 
 void examine_semaphores(Diagnoses& diagnoses) {
-  seminfo limits{}, used{};
-  if (semctl(0, 0, IPC_INFO, &limits) < 0 || semctl(0, 0, SEM_INFO, &used) < 0) return;
-  const bool room = used.semusz + 4 <= limits.semmni &&
-                    static_cast<std::uint64_t>(used.semaem) + semaphores_of_a_database <=
-                        static_cast<std::uint64_t>(limits.semmns) &&
-                    static_cast<std::uint64_t>(limits.semmsl) >= semaphores_of_a_set;
-  add(diagnoses, "kernel.sem", room, "fault",
-      fmt::format("{} of {} sets, {} of {} semaphores, at most {} in a set", used.semusz, limits.semmni,
-                  used.semaem, limits.semmns, limits.semmsl),
-      "a database needs 4 sets of 10: sysctl -w kernel.sem=\"250 32000 100 1024\"");
+  const auto limits = semaphore_limits();
+  if (!limits) return;
+  add(diagnoses, "kernel.sem", has_room_for_semaphores(*limits), "fault",
+      tr("{} of {} sets, {} of {} semaphores, at most {} in a set", limits->sets, limits->most_sets,
+         limits->semaphores, limits->most_semaphores, limits->most_in_set),
+      remedy_for_semaphores());
 }
 
 void examine_removal(Diagnoses& diagnoses) {
-  if (const auto forced = setting("kernel/shm_rmid_forced")) {
-    add(diagnoses, "kernel.shm_rmid_forced", *forced == 0, "fault", fmt::format("{}", *forced),
-        "with 1 the kernel removes what nobody is attached to, also after a crash: sysctl -w "
-        "kernel.shm_rmid_forced=0");
+  if (const auto forced = kernel_setting("kernel/shm_rmid_forced")) {
+    add(diagnoses, "kernel.shm_rmid_forced", *forced == 0, "fault", std::to_string(*forced),
+        tr("with 1 the kernel removes what nobody is attached to, also after a crash: sysctl -w "
+           "kernel.shm_rmid_forced=0"));
   }
-  if (const auto pids = setting("kernel/pid_max")) {
+  if (const auto pids = kernel_setting("kernel/pid_max")) {
     constexpr std::uint64_t plenty = 1u << 20;
-    add(diagnoses, "kernel.pid_max", *pids >= plenty, "warning", fmt::format("{}", *pids),
-        "a process id that is used again hides a dead session: sysctl -w kernel.pid_max=4194304");
+    add(diagnoses, "kernel.pid_max", *pids >= plenty, "warning", std::to_string(*pids),
+        tr("a process id that is used again hides a dead session: sysctl -w kernel.pid_max=4194304"));
   }
 }
 
@@ -110,26 +88,17 @@ void examine_logind(Diagnoses& diagnoses) {
   const std::string value = remove_ipc();
   const bool kept = value == "no" || value == "false" || value == "0" || value == "off";
   add(diagnoses, "logind RemoveIPC", kept || geteuid() <= last_system_user, "fault", value,
-      "logind removes this user's databases at log-out: RemoveIPC=no in /etc/systemd/logind.conf, or a "
-      "system user");
+      tr("logind removes this user's databases at log-out: RemoveIPC=no in /etc/systemd/logind.conf, or a "
+         "system user"));
 }
 
 void examine_memory(Diagnoses& diagnoses) {
-  std::ifstream table("/proc/meminfo");
-  std::uint64_t total_kib = 0, available_kib = 0;
-  for (std::string line; std::getline(table, line);) {
-    std::istringstream words(line);
-    std::string name;
-    std::uint64_t kib = 0;
-    words >> name >> kib;
-    if (name == "MemTotal:") total_kib = kib;
-    if (name == "MemAvailable:") available_kib = kib;
-  }
-  if (total_kib == 0) return;
+  const auto memory = host_memory();
+  if (!memory) return;
   constexpr std::uint64_t share = 10;
-  add(diagnoses, "memory", available_kib >= total_kib / share, "warning",
-      fmt::format("{} MiB of {} MiB are available", available_kib / 1024, total_kib / 1024),
-      "the memory of a database is taken when it is first touched: end something, or add swap");
+  add(diagnoses, "memory", memory->available_kib >= memory->total_kib / share, "warning",
+      tr("{} MiB of {} MiB are available", memory->available_kib / 1024, memory->total_kib / 1024),
+      tr("the memory of a database is taken when it is first touched: end something, or add swap"));
 }
 
 }  // namespace

@@ -34,7 +34,7 @@ void print(const std::string& bytes) {
 
 Screen::Screen(const Encoding& encoding) : encoding_(encoding) {
   if (isatty(STDIN_FILENO) == 0 || isatty(STDOUT_FILENO) == 0 || tcgetattr(STDIN_FILENO, &before_) != 0) {
-    throw UsageError("a full screen needs a terminal; for a pipe there is zt stat");
+    throw UsageError(tr("a full screen needs a terminal; for a pipe there is zt stat"));
   }
   termios raw = before_;
   raw.c_lflag &= static_cast<tcflag_t>(~(ICANON | ECHO));

@@ -1,8 +1,10 @@
-// How the tool ends: its exit statuses, and the errors that lead to them.
+// How the tool ends: its exit statuses, and the errors that lead to them. What they say is made by tr().
 #ifndef CACHET_TOOLS_ZT_STATUS_H
 #define CACHET_TOOLS_ZT_STATUS_H
 
 #include <stdexcept>
+
+#include "zt/translation.h"
 
 namespace zt {
 

@@ -11,7 +11,7 @@ namespace {
 class Doctor final : public Command {
  public:
   void declare(CLI::App& app) override {
-    app.add_option("database", path_, "A database to look at as well")->type_name("DIR/NAME");
+    app.add_option(database_argument, path_, "A database to look at as well")->type_name("DIR/NAME");
   }
 
   Status run(Context& context) override {
@@ -21,7 +21,7 @@ class Doctor final : public Command {
     const auto rows = context.rows({{"state", Kind::state}, {"check"}, {"detail"}, {"remedy"}});
     for (const Diagnosis& each : diagnoses) rows->row({each.state, each.check, each.detail, each.remedy});
     rows->end();
-    if (!found) throw cachet::inspect::NotFound("there is no database " + path_);
+    if (!found) throw cachet::inspect::NotFound(tr("there is no database {}", path_));
     const bool fault = std::any_of(diagnoses.begin(), diagnoses.end(),
                                    [](const Diagnosis& each) { return each.state == "fault"; });
     return fault ? Status::damaged : Status::ok;

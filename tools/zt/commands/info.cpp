@@ -24,7 +24,7 @@ class Info final : public Command {
     const std::vector<std::string> faults = look->faults();
     look.close();
     const auto status = status_of_segment(id);
-    if (!status) throw NotFound(path_ + ": the database was removed just now");
+    if (!status) throw NotFound(tr("{}: the database was removed just now", path_));
 
     const Attached attached = attached_to(id);
     const Fill fill = fill_of(header);

@@ -129,8 +129,8 @@ class Locks final : public Command {
       }
       for (int type = 0; type < 4; ++type) {
         if (counted[type] <= 0) continue;
-        context.say(fmt::format("slot {}: {} of those counted under \"{}\" have no session: they track none",
-                                slot, counted[type], state_name(static_cast<SessionType>(type))));
+        context.say(tr("slot {}: {} of those counted under \"{}\" have no session: they track none", slot,
+                       counted[type], state_name(static_cast<SessionType>(type))));
       }
     }
   }

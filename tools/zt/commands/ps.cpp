@@ -1,6 +1,4 @@
 // zt ps: who is attached, and who holds or waits for the lock.
-#include <fmt/format.h>
-
 #include "zt/commands.h"
 #include "zt/sessions.h"
 
@@ -31,8 +29,8 @@ class Ps final : public Command {
     for (const Participant& each : all.list) rows->row(row(context, each, all.unseen == 0));
     rows->end();
     if (all.unseen > 0) {
-      context.say(
-          fmt::format("{} attachments belong to processes that cannot be seen from here", all.unseen));
+      context.say(trn("{} attachment belongs to a process that cannot be seen from here",
+                      "{} attachments belong to processes that cannot be seen from here", all.unseen));
     }
     return Status::ok;
   }

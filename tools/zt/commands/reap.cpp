@@ -1,7 +1,5 @@
 // zt reap: clears what dead processes left, through the library. It judges only where it can see everybody: a process
 // of another pid namespace looks dead from here, and its transaction would be rolled back while it writes.
-#include <fmt/format.h>
-
 #include <algorithm>
 
 #include "inspect/host.h"
@@ -56,7 +54,7 @@ class Reap final : public Command {
     const std::vector<Remains> before = remains_of(path, read_lock_state(path));
     if (before.empty()) {
       print(context, before, {}, "");
-      context.print(path_ + ": nothing is left of any dead process\n");
+      context.print(tr("{}: nothing is left of any dead process", path_) + "\n");
       return Status::ok;
     }
     if (dry_run_) {
@@ -77,10 +75,10 @@ class Reap final : public Command {
     const Attached attached = attached_to(segment_id);
     if (attached.unseen == 0 && attached.renumbered == 0) return;
     throw Refused(
-        fmt::format("{} of the processes attached to {} belong to another user or another pid namespace and "
-                    "cannot be judged from "
-                    "here: run zt as root, in the namespace of all its processes",
-                    attached.unseen + attached.renumbered, path_));
+        tr("{} of the processes attached to {} belong to another user or another pid namespace and "
+           "cannot be judged from "
+           "here: run zt as root, in the namespace of all its processes",
+           attached.unseen + attached.renumbered, path_));
   }
 
   bool clear(const Context& context) {
@@ -106,12 +104,12 @@ class Reap final : public Command {
   }
 
   Status say_why(const Context& context) const {
-    context.say(
-        path_ +
-        ": something dead is still there. Either the dead writer had no shared store, so that its changes "
+    context.say(tr(
+        "{}: something dead is still there. Either the dead writer had no shared store, so that its changes "
         "cannot be taken back, or a load of the whole database was cut off: empty it with ZtResetDb and "
         "clear "
-        "again, or end all its processes and make it anew");
+        "again, or end all its processes and make it anew",
+        path_));
     return Status::failure;
   }
 

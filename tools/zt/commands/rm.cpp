@@ -1,6 +1,5 @@
 // zt rm: removes the memory, the semaphores and the key files of a database that nobody uses. The lock file stays, as
 // it does behind the last regular user: it is empty, and two who make a database meet at it.
-#include <fmt/format.h>
 #include <sys/sem.h>
 #include <unistd.h>
 
@@ -26,12 +25,12 @@ class Rm final : public Command {
   Status run(Context& context) override {
     const BasePath path = BasePath::parse(path_);
     const ExclusiveFileLock lock(path);
-    if (!lock.is_ours()) throw Refused(path_ + " is in use: somebody holds its file lock");
+    if (!lock.is_ours()) throw Refused(tr("{} is in use: somebody holds its file lock", path_));
     std::vector<Object> objects;
     for (Object& each : objects_of(path)) {
       if (each.has_key_file || each.id >= 0) objects.push_back(std::move(each));
     }
-    if (objects.empty()) throw NotFound("there is no database " + path_);
+    if (objects.empty()) throw NotFound(tr("there is no database {}", path_));
     refuse_if_used(objects);
     const auto rows =
         context.rows({{"object"}, {"id", Kind::integer}, {"size", Kind::bytes}, {"key_file"}, {"result"}});
@@ -53,8 +52,8 @@ class Rm final : public Command {
   void refuse_if_used(const std::vector<Object>& objects) const {
     for (const Object& each : objects) {
       if (each.attachments == 0) continue;
-      throw Refused(fmt::format("{} is in use: {} attachments to its {}; to see by whom: zt ps {}", path_,
-                                each.attachments, kind_name(each.kind), path_));
+      throw Refused(tr("{} is in use: {} attachments to its {}; to see by whom: zt ps {}", path_,
+                       each.attachments, kind_name(each.kind), path_));
     }
   }
 

@@ -1,9 +1,8 @@
 // zt schema: the tables with their fields and indexes, by the catalog.
 #include "inspect/schema.h"
 
-#include <fmt/format.h>
-
 #include "zt/commands.h"
+#include "zt/definition.h"
 
 namespace zt {
 namespace {
@@ -15,13 +14,34 @@ class SchemaCommand final : public Command {
   void declare(CLI::App& app) override {
     declare_database(app, path_);
     app.add_option("table", table_, "Only this table")->type_name("TABLE");
+    app.add_option("--as", notation_, "As a file that zt create reads: toml, json")
+        ->check(CLI::IsMember({"toml", "json"}));
   }
 
   Status run(Context& context) override {
     Look look(context, path_);
-    const Schema schema = read_schema(*look->view());
+    Schema schema = read_schema(*look->view());
     look.close();
-    bool found = table_.empty();
+    if (!table_.empty()) keep_named(context, schema);
+    if (notation_.empty()) {
+      print(context, schema);
+    } else {
+      const Notation notation = notation_ == "json" ? Notation::json : Notation::toml;
+      std::fputs(write_definition(schema, notation, context.encoding()).c_str(), stdout);
+    }
+    for (const std::string& fault : schema.faults) context.say(fault);
+    return schema.faults.empty() ? Status::ok : Status::damaged;
+  }
+
+ private:
+  void keep_named(const Context& context, Schema& schema) const {
+    const std::string wanted = context.encoding().from_outside(table_);
+    std::erase_if(schema.tables,
+                  [&](const Table& table) { return context.from_stored(table.name) != wanted; });
+    if (schema.tables.empty()) throw NotFound(tr("{} has no table {}", path_, wanted));
+  }
+
+  static void print(const Context& context, const Schema& schema) {
     const auto rows = context.rows({{"table"},
                                     {"kind"},
                                     {"id", Kind::integer},
@@ -33,19 +53,12 @@ class SchemaCommand final : public Command {
                                     {"fields"}});
     for (const Table& table : schema.tables) {
       const std::string name = context.from_stored(table.name);
-      if (!table_.empty() && name != context.encoding().from_outside(table_)) continue;
-      found = true;
       print_fields(context, *rows, name, table);
       print_indexes(context, *rows, name, table);
     }
     rows->end();
-    for (const std::string& fault : schema.faults) context.say(fault);
-    if (!found)
-      throw NotFound(fmt::format("{} has no table {}", path_, context.encoding().from_outside(table_)));
-    return schema.faults.empty() ? Status::ok : Status::damaged;
   }
 
- private:
   static void print_fields(const Context& context, RowSink& rows, const std::string& name,
                            const Table& table) {
     for (std::int64_t id = 0; const Field& field : table.fields) {
@@ -71,6 +84,7 @@ class SchemaCommand final : public Command {
 
   std::string path_;
   std::string table_;
+  std::string notation_;  // empty = as rows
 };
 
 }  // namespace

@@ -86,6 +86,8 @@ class Stat final : public Command {
         rows.row(row(rates_between(before, now), now));
         before = now;
       }
+    } catch (const cachet::inspect::Stopped&) {
+      // Its ordinary end.
     } catch (const std::runtime_error&) {
       rows.end();
       throw;

@@ -23,7 +23,7 @@ class Tables final : public Command {
     const auto rows = indexes_ ? index_rows(context, *look, schema) : table_rows(context, *look, schema);
     look.close();
     rows->end();
-    if (!whole_) context.say(path_ + " has broken links; to see where: zt verify " + path_);
+    if (!whole_) context.say(tr("{} has broken links; to see where: zt verify {}", path_, path_));
     return whole_ ? Status::ok : Status::damaged;
   }
 

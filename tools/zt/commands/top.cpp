@@ -36,11 +36,15 @@ class Top final : public Command {
     take_snapshot(context, path_, 0);  // what cannot be looked at is said before the screen changes
     catch_stop_signals();
     const Screen screen(context.encoding());
-    for (long shown = 0; count_ == 0 || shown < count_; ++shown) {
-      if (shown > 0 && !wait(screen)) break;
-      const Snapshot now = take_snapshot(context, path_, most_records_to_count);
-      show(context, screen, before ? rates_between(*before, now) : Rates{}, now);
-      before = now;
+    try {
+      for (long shown = 0; count_ == 0 || shown < count_; ++shown) {
+        if (shown > 0 && !wait(screen)) break;
+        const Snapshot now = take_snapshot(context, path_, most_records_to_count);
+        show(context, screen, before ? rates_between(*before, now) : Rates{}, now);
+        before = now;
+      }
+    } catch (const Stopped&) {
+      // Its ordinary end.
     }
     return Status::ok;
   }

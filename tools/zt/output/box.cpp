@@ -38,7 +38,7 @@ std::string title_of(const Column& column) {
 BoxSink::BoxSink(const Style& style, std::vector<Column> columns, const Encoding& encoding, std::FILE* out)
     : style_(style), columns_(std::move(columns)), encoding_(encoding), out_(out) {}
 
-void BoxSink::row(const Row& cells) {
+void BoxSink::write(const Row& cells) {
   std::vector<std::string>& texts = rows_.emplace_back();
   for (std::size_t i = 0; i < columns_.size(); ++i) {
     const std::string text = visible(for_people(cells[i], columns_[i].kind));

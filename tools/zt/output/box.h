@@ -14,10 +14,10 @@ namespace zt {
 class BoxSink final : public RowSink {
  public:
   BoxSink(const Style& style, std::vector<Column> columns, const Encoding& encoding, std::FILE* out);
-  void row(const Row& cells) override;
   void end() override;
 
  private:
+  void write(const Row& cells) override;
   std::string table() const;
   std::string record(const std::vector<std::string>& row) const;
   std::string_view color(const std::vector<std::string>& row, std::size_t column) const;

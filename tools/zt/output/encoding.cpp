@@ -16,7 +16,7 @@ class Converter {
  public:
   Converter(const std::string& to, const std::string& from) {
     state_ = iconv_open(to.c_str(), from.c_str());
-    if (state_ == none()) throw UsageError(fmt::format("no conversion from encoding {} to {}", from, to));
+    if (state_ == none()) throw UsageError(tr("no conversion from encoding {} to {}", from, to));
   }
   ~Converter() { iconv_close(state_); }
   Converter(const Converter&) = delete;
@@ -66,6 +66,10 @@ std::size_t escape_byte(std::string_view rest, std::string& result) {
   return 1;
 }
 
+std::size_t give_up(std::string_view, std::string&) {
+  return 0;
+}
+
 std::size_t question_mark(std::string_view utf8, std::string& result) {
   result += '?';
   std::size_t bytes = 1;
@@ -102,8 +106,12 @@ std::string Encoding::to_outside(std::string_view utf8) const {
   return *to_outside_->convert(utf8, question_mark);
 }
 
+std::optional<std::string> Encoding::exactly_from_outside(std::string_view text) const {
+  return from_outside_->convert(text, give_up);
+}
+
 std::optional<std::string> Encoding::to_stored(std::string_view utf8) const {
-  return to_stored_->convert(utf8, [](std::string_view, std::string&) { return std::size_t{0}; });
+  return to_stored_->convert(utf8, give_up);
 }
 
 }  // namespace zt

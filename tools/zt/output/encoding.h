@@ -25,6 +25,8 @@ class Encoding {
   // A byte that is no character there becomes "\xNN".
   std::string from_stored(std::string_view text) const;
   std::string from_outside(std::string_view text) const;
+  // None when a byte is no character there.
+  std::optional<std::string> exactly_from_outside(std::string_view text) const;
   // A character that is missing there becomes "?".
   std::string to_outside(std::string_view utf8) const;
   // None when a character is missing there: what is stored is never silently changed.

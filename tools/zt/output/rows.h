@@ -10,6 +10,7 @@
 #include <variant>
 #include <vector>
 
+#include "inspect/stop.h"
 #include "zt/output/encoding.h"
 
 namespace zt {
@@ -19,6 +20,7 @@ enum class Kind {
   state,  // a text that colour makes stand out
   integer,
   real,
+  exact,  // a real number with all its digits
   bytes,  // "1.5 MiB" for people, a number for programs
   percent,
   seconds,
@@ -50,10 +52,16 @@ struct Style {
 class RowSink {
  public:
   virtual ~RowSink() = default;
-  // A cell for each column.
-  virtual void row(const Row& cells) = 0;
+  // A cell for each column. Throws Stopped when the process is asked to stop.
+  void row(const Row& cells) {
+    cachet::inspect::stop_if_asked();
+    write(cells);
+  }
   // Behind the last row, once.
   virtual void end() = 0;
+
+ private:
+  virtual void write(const Row& cells) = 0;
 };
 
 // `encoding` and `out` outlive the sink.

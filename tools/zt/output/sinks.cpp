@@ -41,11 +41,12 @@ class TabSink final : public TextSink {
       : TextSink(std::move(columns), encoding, out) {
     print_line([&](std::size_t i) { return columns_[i].name; }, "\t", "\n");
   }
-  void row(const Row& cells) override {
+
+ private:
+  void write(const Row& cells) override {
     print_line([&](std::size_t i) { return escaped(for_programs(cells[i], columns_[i].kind)); }, "\t", "\n");
   }
 
- private:
   static std::string escaped(const std::string& text) {
     std::string result;
     for (const char byte : text) {
@@ -76,11 +77,12 @@ class CsvSink final : public TextSink {
       : TextSink(std::move(columns), encoding, out) {
     print_line([&](std::size_t i) { return quoted(columns_[i].name); }, ",", "\r\n");
   }
-  void row(const Row& cells) override {
+
+ private:
+  void write(const Row& cells) override {
     print_line([&](std::size_t i) { return quoted(for_programs(cells[i], columns_[i].kind)); }, ",", "\r\n");
   }
 
- private:
   static std::string quoted(const std::string& text) {
     if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
     std::string result = "\"";
@@ -98,13 +100,14 @@ class MarkdownSink final : public TextSink {
     print_line([&](std::size_t i) { return std::string(is_number(columns_[i].kind) ? "---:" : "---"); }, "|",
                "|\n");
   }
-  void row(const Row& cells) override {
+
+ private:
+  void write(const Row& cells) override {
     print("| ");
     print_line([&](std::size_t i) { return escaped(visible(for_people(cells[i], columns_[i].kind))); }, " | ",
                " |\n");
   }
 
- private:
   static std::string escaped(const std::string& text) {
     std::string result;
     for (const char byte : text) result += byte == '|' ? std::string("\\|") : std::string(1, byte);
@@ -118,7 +121,9 @@ class LineSink final : public TextSink {
       : TextSink(std::move(columns), encoding, out), color_(style.color) {
     for (const Column& column : columns_) width_ = std::max(width_, column.name.size());
   }
-  void row(const Row& cells) override {
+
+ private:
+  void write(const Row& cells) override {
     if (std::exchange(began_, true)) print("\n");
     for (std::size_t i = 0; i < columns_.size(); ++i) {
       const std::string text = visible(for_programs(cells[i], columns_[i].kind));
@@ -128,7 +133,6 @@ class LineSink final : public TextSink {
     }
   }
 
- private:
   bool color_;
   bool began_ = false;
   std::size_t width_ = 0;
@@ -140,18 +144,19 @@ class JsonSink final : public TextSink {
   JsonSink(const Style& style, std::vector<Column> columns, const Encoding& encoding, std::FILE* out)
       : TextSink(std::move(columns), encoding, out), in_array_(style.shape == Shape::table) {}
 
-  void row(const Row& cells) override {
+  void end() override {
+    if (in_array_) print_bytes(began_ ? "]\n" : "[]\n");
+  }
+
+ private:
+  void write(const Row& cells) override {
     std::string line = !in_array_ ? "" : std::exchange(began_, true) ? ",\n " : "[";
     for (std::size_t i = 0; i < columns_.size(); ++i) {
       line += (i > 0 ? "," : "{") + text_of(columns_[i].name) + ":" + value(cells[i], columns_[i].kind);
     }
     print_bytes(line + (in_array_ ? "}" : "}\n"));
   }
-  void end() override {
-    if (in_array_) print_bytes(began_ ? "]\n" : "[]\n");
-  }
 
- private:
   static std::string text_of(const std::string& utf8) {
     return nlohmann::json(utf8).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
   }
