@@ -11,7 +11,7 @@ namespace cachet {
 
 // The largest key that is not above the searched one (`found`: it is equal), or the head. Reads like
 // rb_find_gkey_n with ZtComp, whose decisions it takes.
-IndexPlace find_in_index(Rb_base* base, const ZtTable& table, std::size_t indexid, ZtIndexItem* key);
+IndexPlace find_in_index(Rb_base* base, const ZtTable& table, std::size_t indexid, ZtIndexItem* item);
 
 // The same for a key that is about to enter the tree: `separator` is set.
 IndexPlace find_place_in_index(ZtDb* database, const ZtTable& table, std::size_t indexid,

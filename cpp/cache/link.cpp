@@ -99,10 +99,10 @@ IndexPlace place_in_index(ZtDbHandle database, const ZtTable& table, std::size_t
 }
 
 // A bound that no insert reaches: twice the bytes of all blocks, since a block may leave as much unused at a segment's
-// edge, and twice those of all nodes, of which a page holds one less than it has room for.
+// edge, and twice those of all nodes, since a page leaves the last one out.
 std::int64_t more_than_insert_takes(const ZtTable& table) {
-  constexpr std::int64_t block_rounding = 2 * 8;
-  std::int64_t blocks = stored_bytes(table) + block_rounding + round_up(sizeof(ZtListItem), 8);
+  constexpr std::int64_t block_rounding = 16;
+  std::int64_t blocks = std::int64_t{stored_bytes(table)} + block_rounding + round_up(sizeof(ZtListItem), 8);
   for (const ZtIndexDescrible& index : table.indexdescrible) {
     blocks += round_up(sizeof(ZtIndexItem), 8) + round_up(key_field_bytes(index), 8);
   }
