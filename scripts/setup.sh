@@ -6,7 +6,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 build_packages=(g++ cmake ninja-build libboost-thread-dev libboost-system-dev libboost-date-time-dev)
 test_packages=(libgtest-dev pkg-config binutils locales)
-tool_packages=(libcli11-dev libspdlog-dev libsystemd-dev pkg-config libfmt-dev nlohmann-json3-dev
+tool_packages=(libcli11-dev libspdlog-dev libsystemd-dev pkg-config libfmt-dev nlohmann-json3-dev libssl-dev
                libtomlplusplus-dev libutf8proc-dev libedit-dev gettext)
 package_packages=(dpkg-dev gzip binutils)
 fuzz_packages=(clang libclang-rt-dev)

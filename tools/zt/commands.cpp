@@ -9,6 +9,7 @@ namespace {
 constexpr char looking[] = "Look at databases (zt-look(1))";
 constexpr char data[] = "Make and fill databases (zt-data(1))";
 constexpr char health[] = "Health (zt-check(1))";
+constexpr char moving[] = "Move data (zt-move(1))";
 constexpr char shell[] = "All of them (zt-shell(1))";
 constexpr char processes[] = "Processes and locks (zt-locks(1))";
 
@@ -28,6 +29,11 @@ constexpr auto table = std::to_array<CommandEntry>({
     {"ps", processes, "List the processes and sessions of a database", make_ps},
     {"locks", processes, "Show who holds the locks, and who waits for whom", make_locks},
     {"reap", processes, "Clear what dead processes left", make_reap},
+    {"import", moving, "Store the rows of a file in a table", make_import},
+    {"export", moving, "Write the rows of a table to a file", make_export},
+    {"save", moving, "Save a database as a folder of files with checksums", make_save},
+    {"load", moving, "Load a saved database", make_load},
+    {"bench", moving, "Measure the library's own speed on this host, in ten seconds", make_bench},
     {"verify", health, "Check every tree, list and counter of a database", make_verify},
     {"doctor", health, "Say what is wrong with this host or a database, and how to mend it", make_doctor},
     {"rm", health, "Remove a database that nobody uses", make_rm},

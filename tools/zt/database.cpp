@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <optional>
+
 #include "inspect/database_check.h"
 #include "inspect/file_lock.h"
 #include "inspect/host.h"
@@ -104,13 +106,14 @@ Database::~Database() {
 
 void Database::end() {
   if (handle_ == nullptr) return;
-  Hold hold(path_);
+  std::optional<Hold> hold;
+  if (survives_) hold.emplace(path_);
   {
     const Quiet quiet;
     ZtDeleteDb(handle_);
   }
   handle_ = nullptr;
-  if (hold.release() && !was_orphan_) context_.say_left_alone(path_.shown());
+  if (hold && hold->release() && !was_orphan_) context_.say_left_alone(path_.shown());
 }
 
 }  // namespace zt

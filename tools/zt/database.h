@@ -56,6 +56,9 @@ class Database {
   // UTF-8.
   std::string shown_path() const { return context_.encoding().from_outside(path_.shown()); }
   Access access() const { return access_; }
+  // At its end it goes as with any last user, instead of surviving the tool; or not, after all.
+  void discard() { survives_ = false; }
+  void keep() { survives_ = true; }
   // The library's last error as a Failure: "TEXT (CODE)", with what was being done before it.
   [[noreturn]] void fail(const std::string& doing) const;
   // The same after a call whose result does not tell; nothing while no call on this handle has failed.
@@ -71,6 +74,7 @@ class Database {
   Access access_ = Access::write;
   ZtDbHandle handle_ = nullptr;
   cachet::inspect::Schema schema_;
+  bool survives_ = true;
   bool was_orphan_ = false;  // nobody else has had it since before
 };
 

@@ -1,24 +1,11 @@
 // zt insert: one row, in a transaction of its own.
 #include "zt/assignment.h"
 #include "zt/commands.h"
+#include "zt/new_row.h"
 #include "zt/transaction.h"
 
 namespace zt {
 namespace {
-
-// A row to be built and stored.
-class NewRow {
- public:
-  explicit NewRow(const Database& database) : database_(database) { ZtCreateRecord(&record_); }
-  ~NewRow() { ZtCloseRecord(database_, record_); }
-  NewRow(const NewRow&) = delete;
-  NewRow& operator=(const NewRow&) = delete;
-  operator ZtRecordHandle() const { return record_; }
-
- private:
-  const Database& database_;
-  ZtRecordHandle record_ = nullptr;
-};
 
 class Insert final : public Command {
  public:

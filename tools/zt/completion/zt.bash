@@ -38,20 +38,29 @@ _zt() {
   case $previous in
     --color) _zt_offer <<<$'auto\nalways\nnever'; return ;;
     --encoding | --stored-encoding) _zt_offer <<<$'UTF-8\nGBK\nGB18030'; return ;;
+    --format) _zt_offer <<<$'csv\njsonl\ntext\nbinary\nimage\ndump'; return ;;
     --as) _zt_offer <<<$'toml\njson'; return ;;
-    --schema) mapfile -t COMPREPLY < <(compgen -f -- "$current"); return ;;
+    --schema | --reject) mapfile -t COMPREPLY < <(compgen -f -- "$current"); return ;;
   esac
   if [[ $current == -* ]]; then
     _zt_offer < <(zt --words "${words[0]}" 2>/dev/null | grep '^-')
   elif ((${#words[@]} == 0)); then
     _zt_offer < <(zt --words '' 2>/dev/null)
-  elif ((${#words[@]} == 1)); then
+  elif ((${#words[@]} == 1)) && [[ ${words[0]} != bench ]]; then
     # Databases of this host; of others, files.
     _zt_offer < <(_zt_column 1 ls)
     ((${#COMPREPLY[@]})) || mapfile -t COMPREPLY < <(compgen -f -- "$current")
   else
     case ${words[0]} in
       get | count | insert | set | delete | schema) _zt_of_database ;;
+      import | export)
+        if ((${#words[@]} == 2)); then
+          _zt_of_database
+        else
+          mapfile -t COMPREPLY < <(compgen -f -- "$current")
+        fi
+        ;;
+      bench) ;;
       *) mapfile -t COMPREPLY < <(compgen -f -- "$current") ;;
     esac
   fi

@@ -5,18 +5,30 @@
 #include <langinfo.h>
 #include <strings.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "zt/status.h"
 
 namespace zt {
 
-// One direction of iconv. Without one, both sides being UTF-8, texts pass as they are.
+namespace {
+
+bool is_ascii(std::string_view text) {
+  return std::all_of(text.begin(), text.end(), [](char byte) { return (byte & 0x80) == 0; });
+}
+
+}  // namespace
+
+// One direction of iconv. Most texts are ASCII, which most encodings keep as it is: iconv is spared then.
 class Converter {
  public:
   Converter(const std::string& to, const std::string& from) {
     state_ = iconv_open(to.c_str(), from.c_str());
     if (state_ == none()) throw UsageError(tr("no conversion from encoding {} to {}", from, to));
+    std::string ascii;
+    for (int byte = 0; byte < 128; ++byte) ascii += static_cast<char>(byte);
+    keeps_ascii_ = convert(ascii, [](std::string_view, std::string&) { return std::size_t{0}; }) == ascii;
   }
   ~Converter() { iconv_close(state_); }
   Converter(const Converter&) = delete;
@@ -26,6 +38,7 @@ class Converter {
   // the rest that was; 0 gives up, and so does the conversion.
   template <class Replace>
   std::optional<std::string> convert(std::string_view text, const Replace& replace) const {
+    if (keeps_ascii_ && is_ascii(text)) return std::string(text);
     std::string result;
     iconv(state_, nullptr, nullptr, nullptr, nullptr);
     while (!text.empty()) {
@@ -37,6 +50,8 @@ class Converter {
     }
     return result;
   }
+
+  bool keeps_ascii() const { return keeps_ascii_; }
 
  private:
   static iconv_t none() { return reinterpret_cast<iconv_t>(-1); }
@@ -57,6 +72,7 @@ class Converter {
   }
 
   iconv_t state_;
+  bool keeps_ascii_ = false;
 };
 
 namespace {
@@ -108,6 +124,14 @@ std::string Encoding::to_outside(std::string_view utf8) const {
 
 std::optional<std::string> Encoding::exactly_from_outside(std::string_view text) const {
   return from_outside_->convert(text, give_up);
+}
+
+std::optional<std::string> Encoding::exactly_to_outside(std::string_view utf8) const {
+  return to_outside_->convert(utf8, give_up);
+}
+
+bool Encoding::outside_keeps_ascii() const {
+  return from_outside_->keeps_ascii() && to_outside_->keeps_ascii();
 }
 
 std::optional<std::string> Encoding::to_stored(std::string_view utf8) const {

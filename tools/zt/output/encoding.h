@@ -29,6 +29,10 @@ class Encoding {
   std::optional<std::string> exactly_from_outside(std::string_view text) const;
   // A character that is missing there becomes "?".
   std::string to_outside(std::string_view utf8) const;
+  // None when a character is missing there.
+  std::optional<std::string> exactly_to_outside(std::string_view utf8) const;
+  // Whether each ASCII character is the same byte outside.
+  bool outside_keeps_ascii() const;
   // None when a character is missing there: what is stored is never silently changed.
   std::optional<std::string> to_stored(std::string_view utf8) const;
   // Whether box-drawing characters can be shown.
