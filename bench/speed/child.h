@@ -5,6 +5,7 @@
 
 #include <sys/types.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -34,6 +35,8 @@ class Child {
 
   // Waits for the child's next line of numbers; throws when it ends without one.
   std::vector<double> numbers();
+  // The same; none when the line does not begin within so many seconds.
+  std::optional<std::vector<double>> numbers_within(int seconds);
   // Lets a child that waits go on, or one that goes on for ever stop.
   void signal();
 
