@@ -43,6 +43,10 @@ TEST_F(ZtLanguage, IsThatOfTheLocaleInItsEncoding) {
   const std::string none_gbk = "zt: \xc3\xbb\xd3\xd0\xca\xfd\xbe\xdd\xbf\xe2 " + path("x");  // "no database"
   const std::string none_utf8 =
       "zt: \xe6\xb2\xa1\xe6\x9c\x89\xe6\x95\xb0\xe6\x8d\xae\xe5\xba\x93 " + path("x");
+  // "the line that has the names of the fields is missing", "no row was imported"
+  const std::string not_imported =
+      "zt: -:1:1: \xc8\xb1\xc9\xd9\xd0\xb4\xd3\xd0\xd7\xd6\xb6\xce\xc3\xfb\xb5\xc4\xd2\xbb\xd0\xd0\n"
+      "zt: \xc3\xbb\xd3\xd0\xb5\xbc\xc8\xeb\xc8\xce\xba\xce\xd0\xd0\n";
   const struct {
     Words arguments;
     const char* locale;
@@ -54,6 +58,7 @@ TEST_F(ZtLanguage, IsThatOfTheLocaleInItsEncoding) {
       {{"info", path("x"), "--encoding=UTF-8"}, "zh_CN.GBK", not_found, none_utf8},
       {{"info"}, "zh_CN.UTF-8", usage, "zt: \xe7\xbc\xba\xe5\xb0\x91 database"},
       {{"schema", path(), "other"}, "zh_CN.GBK", not_found, "\xc3\xbb\xd3\xd0\xb1\xed other"},
+      {{"import", path(), goods_gbk, "-"}, "zh_CN.GBK", failure, not_imported},
       {{"rm", path("x")}, "C.UTF-8", not_found, "zt: there is no database " + path("x") + "\n"},
       {{"info"}, "C", usage, "zt: database is missing"},
   };

@@ -114,7 +114,7 @@ TEST_F(ZtMove, SaysWhereCsvIsWrongAndStoresNothing) {
       {"a,b\n1,2\n1,\"x\n", "-:3:3: the quote that begins here is never closed"},
       {"a,b\n1,x\"y\n", "-:2:4: a quote"},
       {"a,b\n1,\"x\"y\n", "-:2:6: text behind the quote"},
-      {"a,b\n1\n", "-:2:1: 1 values"},
+      {"a,b\n1\n", "-:2:1: 1 value, where"},
       {"a,b\n1,2,3\n", "-:2:5: 3 values"},
       {"a,b\n1,x\ry\n", "-:2:4: a carriage return"},
       {bytes("a,b\n1,x\0\n"), "-:2:4: a NUL"},
@@ -202,7 +202,7 @@ TEST_F(ZtMove, KeepsGoingAndGivesTheRowsThatItRefusesBack) {
   EXPECT_EQ(zt(import).status, failure);
   EXPECT_EQ(contents_of(files.file("bad.csv")),
             "line,column,reason,row\r\n6,5,\"field team: \"\"x\"\" is no whole number\",\"9,n,x,1\"\r\n"
-            "7,1,\"1 values, where the first line names 4\",10\r\n");
+            "7,1,\"1 value, where the first line names 4\",10\r\n");
   EXPECT_EQ(live_items(), 0);
   for (const char* const batch : {"1", "2", "100"}) {
     ZtResetDb(db);

@@ -44,7 +44,7 @@ Database::Database(const Context& context, const std::string& path, NewDatabase 
   make_lock_file(path_);
   const inspect::ExclusiveFileLock lock(path_);
   if (!lock.is_ours() || inspect::segment_of_file(path_.segment_file(0)) >= 0)
-    throw Refused(shown_path() + " is there meanwhile, or somebody makes it just now");
+    throw Refused(tr("{} is there meanwhile, or somebody makes it just now", shown_path()));
   try {
     make(what);
   } catch (...) {

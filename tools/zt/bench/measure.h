@@ -18,7 +18,7 @@ struct Measured {
 
 // Throws Failure as soon as the tool is asked to stop.
 inline void check_stop() {
-  if (stop_asked()) throw Failure("stopped");
+  if (stop_asked()) throw Failure(tr("interrupted"));
 }
 
 // Calls `operation()`, which says how many it has done (0 ends it), until the time is over.

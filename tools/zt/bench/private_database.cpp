@@ -1,6 +1,5 @@
 #include "zt/bench/private_database.h"
 
-#include <fmt/format.h>
 #include <stdlib.h>
 
 #include <cerrno>
@@ -50,13 +49,13 @@ std::string Handle::error() const {
   int code = 0;
   char text[ZT_ERRMSG_SIZE] = {};
   ZtGetError(handle_, &code, text);
-  return fmt::format("the library refuses with {}", code);
+  return tr("the library refuses with {}", code);
 }
 
 TemporaryFolder::TemporaryFolder()
     : path_((std::filesystem::temp_directory_path() / "zt-bench-XXXXXX").string()) {
   if (mkdtemp(path_.data()) == nullptr)
-    throw Failure(fmt::format("cannot make a folder {}: {}", path_, std::strerror(errno)));
+    throw Failure(tr("cannot make a folder {}: {}", path_, std::strerror(errno)));
 }
 
 TemporaryFolder::~TemporaryFolder() {
@@ -68,8 +67,8 @@ PrivateDatabase::PrivateDatabase(int records) : ring_(make_ring(records)) {
   const Quiet quiet;
   if (!ZtCreateDb(handle_.out(), folder_.path().c_str(), name, version,
                   least_bytes + records * bytes_of_a_record, 1)) {
-    throw Failure(fmt::format("cannot make a database in {}: {}; zt doctor knows more", folder_.path(),
-                              handle_.error()));
+    throw Failure(
+        tr("cannot make a database in {}: {}; zt doctor knows more", folder_.path(), handle_.error()));
   }
   ZtSetErrorHandle(handle_, go_on);
   ZtAddTable(handle_, "items");
@@ -89,7 +88,7 @@ PrivateDatabase::PrivateDatabase(int records) : ring_(make_ring(records)) {
 
 void PrivateDatabase::open(Handle& reader) const {
   if (!ZtOpenDb(reader.out(), folder_.path().c_str(), name, version, ZT_MODE_READ_ONLY, 0, false, 0, 0, 1))
-    throw Failure(fmt::format("cannot open the database in {}: {}", folder_.path(), reader.error()));
+    throw Failure(tr("cannot open the database in {}: {}", folder_.path(), reader.error()));
   ZtSetErrorHandle(reader, go_on);
   ZtLoadDbInfo(reader);
   ZtLoadDb(reader);

@@ -15,8 +15,8 @@ constexpr int rows_of_a_range = 100;
 constexpr int searches_at_a_time = 16;
 constexpr int readers = 2;
 
-[[noreturn]] void fail(const char* what) {
-  throw Failure(std::string("the library's answer is wrong: ") + what);
+[[noreturn]] void fail(const std::string& what) {
+  throw Failure(tr("the library's answer is wrong: {}", what));
 }
 
 // A row and a cursor of one handle.
@@ -45,7 +45,7 @@ class Hand {
   void find(int index, int type, const void* key, int bytes, int op = ZT_OP_EQUAL) const {
     aim(index, type, key, bytes);
     if (!ZtFindRecord(database_, table, cursor_, op) || !ZtGetRecord(database_, cursor_, row_))
-      fail("a record is not found");
+      fail(tr("a record is not found"));
   }
   void find_id(int id) const { find(by_id, FIELD_INT, &id, sizeof id); }
 
@@ -84,7 +84,7 @@ void insert_one(ZtDbHandle database, ZtRecordHandle row, int id, int next) {
                       ZtSetField(database, row, field_team, &team) &&
                       ZtSetField(database, row, field_price, &price) &&
                       ZtSetField(database, row, field_next, &next) && ZtPutRecord(database, row);
-  if (!stored) fail("a record is not stored");
+  if (!stored) fail(tr("a record is not stored"));
 }
 
 // All records, however long it takes: what follows needs them.
@@ -148,11 +148,11 @@ Measured find_together(const PrivateDatabase& database, double seconds) {
       hand->aim(by_id, FIELD_INT, &id, sizeof id);
     }
     if (!ZtxFindRecords(handle, table, cursors.data(), searches_at_a_time, ZT_OP_EQUAL, found))
-      fail("searches together are refused");
+      fail(tr("searches together are refused"));
     for (int i = 0; i < searches_at_a_time; ++i) {
       if (!found[i] || !ZtGetRecord(handle, cursors[static_cast<std::size_t>(i)],
                                     hands[static_cast<std::size_t>(i)]->row()))
-        fail("a record is not found");
+        fail(tr("a record is not found"));
     }
     return searches_at_a_time;
   });
@@ -173,7 +173,7 @@ Measured find_by_text(const PrivateDatabase& database, double seconds) {
 std::int64_t step(ZtDbHandle handle, const Hand& hand, std::int64_t rows) {
   std::int64_t seen = 1;
   for (; seen < rows && ZtNextRecord(handle, hand.cursor()); ++seen) {
-    if (!ZtGetRecord(handle, hand.cursor(), hand.row())) fail("a cursor stands nowhere");
+    if (!ZtGetRecord(handle, hand.cursor(), hand.row())) fail(tr("a cursor stands nowhere"));
   }
   return seen;
 }
@@ -200,7 +200,7 @@ Measured scan(const PrivateDatabase& database, double seconds) {
     }
     again = true;
     if (!ZtListRecord(handle, table, hand.cursor()) || !ZtGetRecord(handle, hand.cursor(), hand.row()))
-      fail("the table is empty");
+      fail(tr("the table is empty"));
     return 1;
   });
 }
@@ -213,7 +213,7 @@ Measured update(const PrivateDatabase& database, double seconds) {
     ZtBeginTransaction(database.handle());
     for (int i = 0; i < rows_of_a_transaction; ++i, price += 0.25) {
       hand.find_id(ids.next());
-      if (!ZtSetField(database.handle(), hand.row(), field_price, &price)) fail("a field is not changed");
+      if (!ZtSetField(database.handle(), hand.row(), field_price, &price)) fail(tr("a field is not changed"));
     }
     ZtCommitTransaction(database.handle());
     return rows_of_a_transaction;
@@ -227,7 +227,7 @@ Measured commit(const PrivateDatabase& database, double seconds) {
   return measure(seconds, [&] {
     ZtBeginTransaction(database.handle());
     hand.find_id(ids.next());
-    if (!ZtSetField(database.handle(), hand.row(), field_price, &price)) fail("a field is not changed");
+    if (!ZtSetField(database.handle(), hand.row(), field_price, &price)) fail(tr("a field is not changed"));
     ZtCommitTransaction(database.handle());
     price += 0.25;
     return 1;

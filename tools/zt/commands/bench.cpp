@@ -31,7 +31,7 @@ class Bench final : public Command {
                                     {"per_second", Kind::integer}});
     const auto operations = bench::operations();
     const double each_s = seconds_ / static_cast<double>(operations.size());
-    Progress progress(context.encoding(), "measuring", "operations");
+    Progress progress(context.encoding(), tr("measuring"), tr("operations"));
     for (std::size_t i = 0; i < operations.size(); ++i) {
       progress.draw(static_cast<std::int64_t>(i),
                     static_cast<double>(i) / static_cast<double>(operations.size()));

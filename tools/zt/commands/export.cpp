@@ -1,6 +1,4 @@
 // zt export: one table as a file.
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <optional>
 
@@ -48,13 +46,13 @@ class Export final : public Command {
     const auto writer = make_row_writer(format, context.encoding(), table.fields().columns());
     OutputFile file(choice_.file);
     // The bar would stand between the rows where both go to one terminal.
-    Progress progress(context.encoding(), "exporting", "rows", !choice_.is_standard());
+    Progress progress(context.encoding(), tr("exporting"), tr("rows"), !choice_.is_standard());
     const double all = records_ever(database, table);
     Cursor cursor(context, database, table, {});
     file.put(writer->head());
     std::int64_t count = 0;
     while (cursor.next()) {
-      if (stop_asked()) throw Failure("interrupted: " + choice_.file + " is as it was");
+      if (stop_asked()) throw Failure(tr("interrupted: {} is as it was", choice_.file));
       const ZtRecordHandle record = cursor.row();
       const int id = ZtGetRecordId(database, record);
       file.put(line_of(context, *writer, table.fields(), database, record));
@@ -76,7 +74,7 @@ class Export final : public Command {
       refuse_broken_texts(context, fields, cells, database, record);
       return writer.line(cells);
     } catch (const Failure& error) {
-      throw Failure(fmt::format("record {}: {}", ZtGetRecordId(database, record), error.what()));
+      throw Failure(tr("record {}: {}", ZtGetRecordId(database, record), error.what()));
     }
   }
 
@@ -92,9 +90,9 @@ class Export final : public Command {
       const std::string_view stored(bytes, strnlen(bytes, static_cast<std::size_t>(fields.width_bytes(id))));
       if (context.encoding().to_stored(*text) == stored) continue;
       throw Failure(
-          fmt::format("field {}: \"{}\" is no text in the database's encoding; to move texts byte by byte: "
-                      "--encoding ISO-8859-1 --stored-encoding ISO-8859-1",
-                      fields.name(id), *text));
+          tr("field {}: \"{}\" is no text in the database's encoding; to move texts byte by byte: "
+             "--encoding ISO-8859-1 --stored-encoding ISO-8859-1",
+             fields.name(id), *text));
     }
   }
 

@@ -1,7 +1,5 @@
 // zt import: the rows of a file into one table. Unless it is told to keep going, all of them or none: what can be read
 // twice is checked whole before the first row is stored.
-#include <fmt/format.h>
-
 #include "zt/commands.h"
 #include "zt/move/format.h"
 #include "zt/move/importer.h"
@@ -54,7 +52,8 @@ class Import final : public Command {
                                  FileFormat format) const {
     if (!reject_.empty() || lenient_ || dry_run_) {
       throw UsageError(
-          "--reject, --lenient and --dry-run are for csv and jsonl: the library reads this format by itself");
+          tr("--reject, --lenient and --dry-run are for csv and jsonl: the library reads this format by "
+             "itself"));
     }
     return import_library_file(context, database, table, format, choice_.file, keep_going_);
   }
@@ -83,10 +82,10 @@ class Import final : public Command {
     const ImportCounts& counts = importer.counts();
     if (counts.refused == 0) return counts;
     context.say(importer.first_refusal());
-    if (counts.refused > 1) context.say(fmt::format("and {} rows more", counts.refused - 1));
+    if (counts.refused > 1) context.say(trn("and {} row more", "and {} rows more", counts.refused - 1));
     if (counts.refused > 1 && !importer.broken_off().empty())
-      context.say(importer.broken_off() + "; nothing was read behind it");
-    if (counts.stored == 0 && !dry_run_) context.say("nothing was imported");
+      context.say(tr("{}; nothing was read behind it", importer.broken_off()));
+    if (counts.stored == 0 && !dry_run_) context.say(tr("nothing was imported"));
     return counts;
   }
 

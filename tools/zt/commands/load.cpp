@@ -1,7 +1,5 @@
 // zt load: a saved database into one of the same size and tables, or into one that is made for it. Nothing changes
 // before every checksum has been compared and the library has said that the image fits.
-#include <fmt/format.h>
-
 #include <fstream>
 
 #include "cachetx.h"
@@ -23,7 +21,7 @@ Rb_memory header_of(const std::string& image) {
   Rb_memory header{};
   std::ifstream in(image, std::ios::binary);
   in.read(reinterpret_cast<char*>(&header), sizeof header);
-  if (!in || fill_of(header).node_bytes == 0) throw Damaged(image + " is no image of a database");
+  if (!in || fill_of(header).node_bytes == 0) throw Damaged(tr("{} is no image of a database", image));
   return header;
 }
 
@@ -57,9 +55,8 @@ class Load final : public Command {
   std::int64_t load_into_existing(const Context& context, const SavedFolder& saved) const {
     const Database database(context, path_, dry_run_ ? Access::read : Access::write);
     if (!ZtxCheckDbFile(database, saved.image().c_str())) {
-      database.fail(
-          fmt::format("{} does not fit {}, which needs an image of the same size, version and tables",
-                      saved.image(), path_));
+      database.fail(tr("{} does not fit {}, which needs an image of the same size, version and tables",
+                       saved.image(), path_));
     }
     const std::int64_t replaced = refuse_to_harm(context);
     if (!dry_run_) replace(context, database, saved);
@@ -72,20 +69,20 @@ class Load final : public Command {
     Look look(context, path_);
     if (look->others() > own_attachments && !in_use_ && !dry_run_) {
       throw Refused(
-          fmt::format("{} is in use, and whoever searches it meanwhile may be led astray; to load it all the "
-                      "same: --in-use; to see by whom: zt ps {}",
-                      path_, path_));
+          tr("{} is in use, and whoever searches it meanwhile may be led astray; to load it all the same: "
+             "--in-use; to see by whom: zt ps {}",
+             path_, path_));
     }
     const std::int64_t records = live_records(*look);
     if (records > 0 && !replace_ && !dry_run_)
-      throw Refused(fmt::format("{} has {} records; to replace them: --replace", path_, records));
+      throw Refused(tr("{} has {} records; to replace them: --replace", path_, records));
     return records;
   }
 
   void replace(const Context& context, const Database& database, const SavedFolder& saved) const {
-    if (!ZtLockDb(database, ZT_LOCK_EXCLUSIVE)) database.fail("cannot take the file lock of " + path_);
+    if (!ZtLockDb(database, ZT_LOCK_EXCLUSIVE)) database.fail(tr("cannot take the file lock of {}", path_));
     Transaction transaction(context, database);
-    if (!ZtReadDbFile(database, saved.image().c_str())) database.fail("cannot load " + saved.image());
+    if (!ZtReadDbFile(database, saved.image().c_str())) database.fail(tr("cannot load {}", saved.image()));
     transaction.commit();
     ZtUnLockDb(database);
   }
@@ -106,8 +103,7 @@ class Load final : public Command {
   void refuse_where_none_can_be(const Context& context, std::int64_t size_bytes) const {
     for (const Diagnosis& each : preflight(context, BasePath::parse(path_), size_bytes, {}).diagnoses) {
       if (each.state != "fault") continue;
-      throw Failure(
-          fmt::format("{} cannot be made: {}: {}; {}", path_, each.check, each.detail, each.remedy));
+      throw Failure(tr("{} cannot be made: {}: {}; {}", path_, each.check, each.detail, each.remedy));
     }
   }
 

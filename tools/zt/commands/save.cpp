@@ -40,14 +40,14 @@ class NewFolder {
     const bool exists = std::filesystem::exists(final_);
     const unsigned flags = exists ? RENAME_EXCHANGE : RENAME_NOREPLACE;
     if (renameat2(AT_FDCWD, folder_.path().c_str(), AT_FDCWD, final_.c_str(), flags) != 0)
-      throw Failure(fmt::format("cannot make {}: {}", final_, std::strerror(errno)));
+      throw Failure(tr("cannot make {}: {}", final_, std::strerror(errno)));
   }
 
  private:
   static SavedFolder make(const std::string& final_path) {
     std::string pattern = final_path + ".new-XXXXXX";
     if (mkdtemp(pattern.data()) == nullptr)
-      throw Failure(fmt::format("cannot make a folder beside {}: {}", final_path, std::strerror(errno)));
+      throw Failure(tr("cannot make a folder beside {}: {}", final_path, std::strerror(errno)));
     return SavedFolder(pattern);
   }
 
@@ -57,7 +57,7 @@ class NewFolder {
 
 void write_file(const std::string& path, const std::string& text) {
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  if (!(out << text).flush()) throw Failure(fmt::format("cannot write {}: {}", path, std::strerror(errno)));
+  if (!(out << text).flush()) throw Failure(tr("cannot write {}: {}", path, std::strerror(errno)));
 }
 
 std::string now_in_iso_8601() {
@@ -94,18 +94,18 @@ class Save final : public Command {
   void refuse_what_is_there() const {
     if (!std::filesystem::exists(std::filesystem::symlink_status(folder_))) return;
     if (!SavedFolder(folder_).is_saved_database())
-      throw Refused(fmt::format("{} is there, and is no saved database", folder_));
+      throw Refused(tr("{} is there, and is no saved database", folder_));
     if (!replace_ && !dry_run_)
-      throw Refused(fmt::format("a saved database is in {} already; to replace it: --replace", folder_));
+      throw Refused(tr("a saved database is in {} already; to replace it: --replace", folder_));
   }
 
   void save(const Context& context, const Database& database, Manifest& manifest) const {
     Transaction transaction(context, database);
     const NewFolder made(folder_);
     describe(context, manifest);
-    if (!ZtWriteDbFile(database, made.folder().image().c_str())) database.fail("cannot save " + path_);
+    if (!ZtWriteDbFile(database, made.folder().image().c_str())) database.fail(tr("cannot save {}", path_));
     transaction.commit();
-    if (stop_asked()) throw Failure("stopped: nothing was saved");
+    if (stop_asked()) throw Failure(tr("interrupted: nothing was saved"));
     write_file(made.folder().schema(),
                write_definition(database.schema(), Notation::json, context.encoding()));
     made.folder().seal(context, manifest);

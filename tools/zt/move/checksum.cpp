@@ -35,7 +35,7 @@ class Sha256 {
 
  private:
   static void check(bool done) {
-    if (!done) throw Failure("the checksum cannot be computed");
+    if (!done) throw Failure(tr("the checksum cannot be computed"));
   }
 
   std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> state_;
@@ -46,19 +46,18 @@ class Sha256 {
 Checksum checksum_of(const std::string& file, const std::function<void(std::int64_t)>& each_piece) {
   const auto close = [](std::FILE* open) { std::fclose(open); };
   const std::unique_ptr<std::FILE, decltype(close)> in(std::fopen(file.c_str(), "rbe"), close);
-  if (in == nullptr) throw Failure(fmt::format("cannot open {}: {}", file, std::strerror(errno)));
+  if (in == nullptr) throw Failure(tr("cannot open {}: {}", file, std::strerror(errno)));
   std::setbuf(in.get(), nullptr);
   Sha256 sha256;
   std::vector<char> piece(piece_bytes);
   std::int64_t bytes = 0;
   while (const std::size_t came = std::fread(piece.data(), 1, piece.size(), in.get())) {
-    if (stop_asked()) throw Failure("stopped");
+    if (stop_asked()) throw Failure(tr("interrupted"));
     sha256.add(piece.data(), came);
     bytes += static_cast<std::int64_t>(came);
     each_piece(bytes);
   }
-  if (std::ferror(in.get()) != 0)
-    throw Failure(fmt::format("cannot read {}: {}", file, std::strerror(errno)));
+  if (std::ferror(in.get()) != 0) throw Failure(tr("cannot read {}: {}", file, std::strerror(errno)));
   return {bytes, sha256.digits()};
 }
 

@@ -1,6 +1,7 @@
 #include "zt/move/csv_reader.h"
 
 #include "zt/move/longest_row.h"
+#include "zt/translation.h"
 
 namespace zt {
 
@@ -14,7 +15,7 @@ int CsvReader::take() {
   const int byte = input_.next();
   if (byte == Input::end) return byte;
   if (raw_.size() == longest_row_bytes)
-    throw BrokenText(place_, "a row of more than 16 MiB: is the quote missing that closes a value?");
+    throw BrokenText(place_, tr("a row of more than 16 MiB: is the quote missing that closes a value?"));
   raw_ += static_cast<char>(byte);
   return byte;
 }
@@ -25,7 +26,7 @@ void CsvReader::take_line_end() {
   if (byte != '\r') return;
   if (input_.peek() != '\n' && input_.peek() != Input::end) {
     raw_ += '\r';
-    refuse(place, "a carriage return alone, outside of quotes");
+    refuse(place, tr("a carriage return alone, outside of quotes"));
   }
   input_.next();
 }
@@ -72,8 +73,8 @@ CsvReader::Behind CsvReader::read_value() {
 // Up to the comma or the line's end.
 void CsvReader::read_bare(std::string& bytes) {
   for (; input_.peek() != ',' && !at_line_end(); bytes += static_cast<char>(take())) {
-    if (input_.peek() == '"') refuse(input_.place(), "a quote in a value that has none around it");
-    if (input_.peek() == 0) refuse(input_.place(), "a NUL");
+    if (input_.peek() == '"') refuse(input_.place(), tr("a quote in a value that has none around it"));
+    if (input_.peek() == 0) refuse(input_.place(), tr("a NUL"));
   }
 }
 
@@ -83,8 +84,8 @@ void CsvReader::read_quoted(std::string& bytes) {
   for (;;) {
     const TextPlace place = input_.place();
     const int byte = take();
-    if (byte == Input::end) throw BrokenText(begin, "the quote that begins here is never closed");
-    if (byte == 0) refuse(place, "a NUL");
+    if (byte == Input::end) throw BrokenText(begin, tr("the quote that begins here is never closed"));
+    if (byte == 0) refuse(place, tr("a NUL"));
     if (byte == '"') {
       if (input_.peek() != '"') break;
       take();
@@ -92,7 +93,7 @@ void CsvReader::read_quoted(std::string& bytes) {
     bytes += static_cast<char>(byte);
   }
   if (input_.peek() != ',' && !at_line_end())
-    refuse(input_.place(), "text behind the quote that closes a value");
+    refuse(input_.place(), tr("text behind the quote that closes a value"));
 }
 
 }  // namespace zt

@@ -1,6 +1,4 @@
 // Rows of a CSV file: its first record names the fields, in any order.
-#include <fmt/format.h>
-
 #include <algorithm>
 
 #include "zt/move/csv_reader.h"
@@ -34,16 +32,15 @@ class CsvRows final : public RowReader {
  private:
   void read_head() {
     try {
-      if (!csv_.next()) throw BrokenText({}, "there is no line with the names of the fields");
+      if (!csv_.next()) throw BrokenText({}, tr("there is no line with the names of the fields"));
       for (const CsvValue& name : csv_.values()) field_of_column_.push_back(field_of(name));
     } catch (const BadRow& bad) {
       throw BrokenText(bad.place, bad.what());
     }
     for (int id = 0; id < fields_.count() && !lenient_; ++id) {
       if (std::ranges::count(field_of_column_, id) == 0) {
-        throw BrokenText(
-            csv_.place(),
-            fmt::format("the field {} is missing; to leave it 0 or empty: --lenient", fields_.name(id)));
+        throw BrokenText(csv_.place(),
+                         tr("the field {} is missing; to leave it 0 or empty: --lenient", fields_.name(id)));
       }
     }
   }
@@ -52,12 +49,11 @@ class CsvRows final : public RowReader {
     const std::string utf8 = utf8_of(name);
     const int id = fields_.id_of(utf8);
     if (id < 0 && !lenient_) {
-      throw BrokenText(name.place,
-                       fmt::format("the table has no field \"{}\", it has {}; to skip it: --lenient", utf8,
-                                   names_of(fields_)));
+      throw BrokenText(name.place, tr("the table has no field \"{}\", it has {}; to skip it: --lenient", utf8,
+                                      names_of(fields_)));
     }
     if (id >= 0 && std::ranges::count(field_of_column_, id) > 0)
-      throw BrokenText(name.place, fmt::format("the field {} is named twice", utf8));
+      throw BrokenText(name.place, tr("the field {} is named twice", utf8));
     return id < 0 ? skipped : id;
   }
 
@@ -65,7 +61,8 @@ class CsvRows final : public RowReader {
     const std::size_t expected = field_of_column_.size(), found = csv_.values().size();
     if (found == expected) return;
     const TextPlace place = found > expected ? csv_.values()[expected].place : csv_.values().back().place;
-    throw BadRow(place, fmt::format("{} values, where the first line names {}", found, expected));
+    throw BadRow(place, trn("{} value, where the first line names {}",
+                            "{} values, where the first line names {}", found, expected));
   }
 
   void take(const CsvValue& value, int field) {
@@ -76,9 +73,8 @@ class CsvRows final : public RowReader {
 
   std::string utf8_of(const CsvValue& value) const {
     if (auto utf8 = encoding_.exactly_from_outside(value.bytes)) return *std::move(utf8);
-    throw BadRow(value.place,
-                 fmt::format("\"{}\" is no text in the encoding of the file; to name another: --encoding",
-                             encoding_.from_outside(value.bytes)));
+    throw BadRow(value.place, tr("\"{}\" is no text in the encoding of the file; to name another: --encoding",
+                                 encoding_.from_outside(value.bytes)));
   }
 
   bool lenient_;
@@ -94,7 +90,7 @@ class CsvRows final : public RowReader {
 std::unique_ptr<RowReader> make_csv_rows(const ReaderOptions& options, const Encoding& encoding,
                                          const Fields& fields, Input& input) {
   if (!encoding.outside_keeps_ascii())
-    throw UsageError("CSV needs an encoding that keeps ASCII, such as UTF-8 or GBK");
+    throw UsageError(tr("CSV needs an encoding that keeps ASCII, such as UTF-8 or GBK"));
   return std::make_unique<CsvRows>(options, encoding, fields, input);
 }
 

@@ -1,7 +1,5 @@
 #include "zt/move/format.h"
 
-#include <fmt/format.h>
-
 #include <array>
 #include <filesystem>
 
@@ -54,10 +52,10 @@ FileFormat FileChoice::chosen() const {
                              : is_standard() ? &names.front()
                                              : find(extensions, extension);
   if (named == nullptr)
-    throw UsageError(fmt::format("the name {} does not tell its format; to name it: --format", file));
+    throw UsageError(tr("the name {} does not tell its format; to name it: --format", file));
   if (is_standard() && is_of_library(named->format)) {
-    throw UsageError(fmt::format(
-        "the library reads and writes {} by a file's name: it cannot go through a pipe", named->name));
+    throw UsageError(
+        tr("the library reads and writes {} by a file's name: it cannot go through a pipe", named->name));
   }
   return named->format;
 }

@@ -36,7 +36,7 @@ Importer::Importer(const Context& context, const Database& database, const Table
 
 // Calls `each(reader)` with every row that can be read.
 template <class Each>
-void Importer::for_each_row(const char* doing, bool stop_at_refusal, const Each& each) {
+void Importer::for_each_row(const std::string& doing, bool stop_at_refusal, const Each& each) {
   std::unique_ptr<RowReader> reader;
   try {
     reader = make_row_reader(options_.reader, context_.encoding(), table_.fields(), input_);
@@ -45,10 +45,10 @@ void Importer::for_each_row(const char* doing, bool stop_at_refusal, const Each&
     broken_off_ = first_refusal_;
     return;
   }
-  Progress progress(context_.encoding(), doing, "rows");
+  Progress progress(context_.encoding(), doing, tr("rows"));
   for (Step step = read(*reader); step != Step::end; step = read(*reader)) {
     progress.at(++counts_.rows, input_.share());
-    if (stop_asked()) throw Failure("interrupted: " + what_was_stored());
+    if (stop_asked()) end_interrupted();
     if (step == Step::row) step = each(*reader);
     if (step == Step::broken || (step == Step::refused && stop_at_refusal)) return;
   }
@@ -91,14 +91,14 @@ Importer::Step Importer::break_off(TextPlace place, const std::string& reason, c
 }
 
 void Importer::check() {
-  for_each_row("checking", !rejects_.is_wanted(), [](const RowReader&) { return Step::row; });
+  for_each_row(tr("checking"), !rejects_.is_wanted(), [](const RowReader&) { return Step::row; });
 }
 
 void Importer::store() {
   const NewRow row(database_);
   const std::int64_t limit = options_.rows_of_a_transaction;
   std::optional<Transaction> transaction(std::in_place, context_, database_);
-  for_each_row("importing", limit == 0, [&](const RowReader& reader) {
+  for_each_row(tr("importing"), limit == 0, [&](const RowReader& reader) {
     const Step step = put(row, reader);
     if (step == Step::row && ++pending_ == limit) {
       transaction->commit();
@@ -125,9 +125,10 @@ Importer::Step Importer::put(const NewRow& row, const RowReader& reader) {
   return Step::refused;
 }
 
-std::string Importer::what_was_stored() const {
-  return counts_.stored > 0 ? fmt::format("{} rows were imported before", counts_.stored)
-                            : "nothing was imported";
+void Importer::end_interrupted() const {
+  if (counts_.stored == 0) throw Failure(tr("interrupted: nothing was imported"));
+  throw Failure(trn("interrupted: {} row was imported before", "interrupted: {} rows were imported before",
+                    counts_.stored));
 }
 
 }  // namespace zt

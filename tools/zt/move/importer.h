@@ -44,13 +44,13 @@ class Importer {
   enum class Step { row, refused, broken, end };
 
   template <class Each>
-  void for_each_row(const char* doing, bool stop_at_refusal, const Each& each);
+  void for_each_row(const std::string& doing, bool stop_at_refusal, const Each& each);
   Step read(RowReader& reader);
   void convert(const RowReader& reader);
   Step put(const NewRow& row, const RowReader& reader);
   void refuse(TextPlace place, const std::string& reason, const std::string& raw);
   Step break_off(TextPlace place, const std::string& reason, const std::string& raw);
-  std::string what_was_stored() const;
+  [[noreturn]] void end_interrupted() const;
 
   const Context& context_;
   const Database& database_;

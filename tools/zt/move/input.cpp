@@ -1,7 +1,6 @@
 #include "zt/move/input.h"
 
 #include <fcntl.h>
-#include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -19,12 +18,12 @@ constexpr std::size_t buffer_bytes = 256 << 10;
 }  // namespace
 
 Input::Input(const std::string& file)
-    : name_(file == "-" ? "standard input" : file),
+    : name_(file == "-" ? tr("standard input") : file),
       file_(file == "-" ? STDIN_FILENO : open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY)),
       buffer_(buffer_bytes) {
   struct stat status {};
   if (file_ < 0 || fstat(file_, &status) != 0)
-    throw Failure(fmt::format("cannot open {}: {}", name_, std::strerror(errno)));
+    throw Failure(tr("cannot open {}: {}", name_, std::strerror(errno)));
   const bool from_begin = file_ != STDIN_FILENO || lseek(file_, 0, SEEK_CUR) == 0;
   if (S_ISREG(status.st_mode) && from_begin) size_bytes_ = status.st_size;
 }
@@ -36,10 +35,10 @@ Input::~Input() {
 bool Input::refill() {
   ssize_t came = -1;
   do {
-    if (stop_asked()) throw Failure("interrupted while reading " + name_);
+    if (stop_asked()) throw Failure(tr("interrupted while reading {}", name_));
     came = read(file_, buffer_.data(), buffer_.size());
   } while (came < 0 && errno == EINTR);
-  if (came < 0) throw Failure(fmt::format("cannot read {}: {}", name_, std::strerror(errno)));
+  if (came < 0) throw Failure(tr("cannot read {}: {}", name_, std::strerror(errno)));
   taken_bytes_ += static_cast<std::int64_t>(filled_);
   filled_ = static_cast<std::size_t>(came);
   position_ = 0;
@@ -61,7 +60,7 @@ double Input::share() const {
 
 void Input::rewind() {
   if (lseek(file_, 0, SEEK_SET) != 0)
-    throw Failure(fmt::format("cannot read {} again: {}", name_, std::strerror(errno)));
+    throw Failure(tr("cannot read {} again: {}", name_, std::strerror(errno)));
   position_ = filled_ = 0;
   taken_bytes_ = 0;
   place_ = {};

@@ -1,7 +1,5 @@
 // Rows of a file of JSON lines: an object of names and values on each line, in UTF-8. Numbers are taken as they are
 // spelled, so that no digit is lost on the way.
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
@@ -57,14 +55,13 @@ class ObjectTaker final : public nlohmann::json_sax<Json> {
 
   bool null() override {
     if (!lenient_ && field_ >= 0) {
-      throw BadRow(at_,
-                   fmt::format("field {}: null, and there are no nulls; to leave it 0 or empty: --lenient",
-                               fields_.name(field_)));
+      throw BadRow(at_, tr("field {}: null, and there are no nulls; to leave it 0 or empty: --lenient",
+                           fields_.name(field_)));
     }
     return take_nothing();
   }
   bool boolean(bool value) override {
-    if (field_ >= 0) throw BadRow(at_, fmt::format("{} is neither a number nor a text", value));
+    if (field_ >= 0) throw BadRow(at_, tr("{} is neither a number nor a text", value ? "true" : "false"));
     return take_nothing();
   }
   bool number_integer(number_integer_t number) override { return take(std::to_string(number)); }
@@ -74,12 +71,12 @@ class ObjectTaker final : public nlohmann::json_sax<Json> {
   bool binary(binary_t&) override { return false; }
 
   bool start_object(std::size_t) override {
-    if (depth_++ > 0 && field_ >= 0) throw BadRow(at_, "an object in a row");
+    if (depth_++ > 0 && field_ >= 0) throw BadRow(at_, tr("an object in a row"));
     return true;
   }
   bool start_array(std::size_t) override {
-    if (depth_++ == 0) throw BadRow(here(), "an array, where a row is an object");
-    if (field_ >= 0) throw BadRow(at_, "an array in a row");
+    if (depth_++ == 0) throw BadRow(here(), tr("an array, where a row is an object"));
+    if (field_ >= 0) throw BadRow(at_, tr("an array in a row"));
     return true;
   }
   bool end_object() override { return leave(); }
@@ -90,16 +87,16 @@ class ObjectTaker final : public nlohmann::json_sax<Json> {
     at_ = here();
     field_ = fields_.id_of(name);
     if (field_ < 0 && !lenient_) {
-      throw BadRow(at_, fmt::format("the table has no field \"{}\", it has {}; to skip it: --lenient", name,
-                                    names_of(fields_)));
+      throw BadRow(at_, tr("the table has no field \"{}\", it has {}; to skip it: --lenient", name,
+                           names_of(fields_)));
     }
     const bool twice =
         std::ranges::any_of(values_, [&](const InputValue& each) { return each.field == field_; });
-    if (twice) throw BadRow(at_, fmt::format("the field {} is named twice", name));
+    if (twice) throw BadRow(at_, tr("the field {} is named twice", name));
     return true;
   }
   bool parse_error(std::size_t, const std::string& token, const nlohmann::detail::exception&) override {
-    throw BadRow(here(), fmt::format("this is no JSON, from \"{}\" on", token));
+    throw BadRow(here(), tr("this is no JSON, from \"{}\" on", token));
   }
 
  private:
@@ -108,13 +105,13 @@ class ObjectTaker final : public nlohmann::json_sax<Json> {
     return true;
   }
   bool take(std::string text) {
-    if (depth_ == 0) throw BadRow(here(), "a row is an object");
+    if (depth_ == 0) throw BadRow(here(), tr("a row is an object"));
     if (field_ < 0) return take_nothing();
     values_.push_back({field_, std::move(text), at_});
     return true;
   }
   bool take_nothing() const {
-    if (depth_ == 0) throw BadRow(here(), "a row is an object");
+    if (depth_ == 0) throw BadRow(here(), tr("a row is an object"));
     return true;
   }
 
@@ -157,7 +154,7 @@ class JsonRows final : public RowReader {
     place_ = input_.place();
     if (input_.peek() == Input::end) return false;
     for (int byte = input_.next(); byte != Input::end && byte != '\n'; byte = input_.next()) {
-      if (line_.size() == longest_row_bytes) throw BrokenText(place_, "a line of more than 16 MiB");
+      if (line_.size() == longest_row_bytes) throw BrokenText(place_, tr("a line of more than 16 MiB"));
       line_ += static_cast<char>(byte);
     }
     return true;
@@ -169,8 +166,8 @@ class JsonRows final : public RowReader {
       const bool named =
           std::ranges::any_of(values_, [&](const InputValue& each) { return each.field == id; });
       if (!named) {
-        throw BadRow(taker_.here(), fmt::format("the field {} is missing; to leave it 0 or empty: --lenient",
-                                                fields_.name(id)));
+        throw BadRow(taker_.here(),
+                     tr("the field {} is missing; to leave it 0 or empty: --lenient", fields_.name(id)));
       }
     }
   }

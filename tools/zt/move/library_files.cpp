@@ -45,34 +45,34 @@ void check_text_lines(const std::string& file) {
   for (int byte = input.next(); byte != Input::end; byte = input.next()) {
     bytes = byte == '\n' || byte == '\r' ? 0 : bytes + 1;
     if (bytes > longest_line_bytes) {
-      throw Damaged(fmt::format("{}:{}: a line of more than {} bytes, and nothing was imported", file,
-                                input.place().line, longest_line_bytes));
+      throw Damaged(tr("{}:{}: a line of more than {} bytes, and nothing was imported", file,
+                       input.place().line, longest_line_bytes));
     }
   }
 }
 
 void check_binary_lines(const std::string& file) {
   std::ifstream in(file, std::ios::binary);
-  if (!in) throw Failure(fmt::format("cannot open {}: {}", file, std::strerror(errno)));
+  if (!in) throw Failure(tr("cannot open {}: {}", file, std::strerror(errno)));
   std::int32_t bytes = 0;
   for (std::int64_t row = 1; in.read(reinterpret_cast<char*>(&bytes), sizeof bytes); ++row) {
     const bool whole = bytes >= 0 && bytes <= longest_line_bytes && in.ignore(bytes).gcount() == bytes;
-    if (!whole) throw Damaged(fmt::format("{}: row {} is damaged, and nothing was imported", file, row));
+    if (!whole) throw Damaged(tr("{}: row {} is damaged, and nothing was imported", file, row));
   }
-  if (in.gcount() != 0) throw Damaged(file + " is cut off, and nothing was imported");
+  if (in.gcount() != 0) throw Damaged(tr("{} is cut off, and nothing was imported", file));
 }
 
 void check_image(const Database& database, const cachet::inspect::Table& table, const std::string& file) {
   std::ifstream in(file, std::ios::binary);
   char version[image_head_bytes + 1] = {};
   in.read(version, image_head_bytes);
-  if (!in) throw Damaged(file + " is no image of a table");
+  if (!in) throw Damaged(tr("{} is no image of a table", file));
   if (std::strcmp(version, ZtGetDbVersion(database)) != 0)
-    throw Refused(fmt::format("{} is of version \"{}\", the database is not", file, version));
+    throw Refused(tr("{} is of version \"{}\", the database is not", file, version));
   const auto bytes = static_cast<std::int64_t>(std::filesystem::file_size(file)) - image_head_bytes;
   if (table.record_bytes == 0 || bytes % table.record_bytes != 0) {
-    throw Damaged(fmt::format("{} is damaged, or of another table: its records do not have {} bytes each",
-                              file, table.record_bytes));
+    throw Damaged(tr("{} is damaged, or of another table: its records do not have {} bytes each", file,
+                     table.record_bytes));
   }
 }
 
@@ -81,9 +81,8 @@ void refuse_full_table(const Context& context, const Database& database, const T
   const auto& of_database = database.schema().tables[static_cast<std::size_t>(table.id())];
   const auto live = cachet::inspect::count_records(look->view(), of_database).live;
   if (live > 0) {
-    throw Refused(
-        fmt::format("table {} has {} records: an image, whose keys nobody checks, goes into an empty table",
-                    table.name(), live));
+    throw Refused(tr("table {} has {} records: an image, whose keys nobody checks, goes into an empty table",
+                     table.name(), live));
   }
 }
 
@@ -98,7 +97,7 @@ void check(const Context& context, const Database& database, const Table& table,
       refuse_full_table(context, database, table);
       return check_image(database, database.schema().tables[static_cast<std::size_t>(table.id())], file);
     default:
-      throw UsageError("a dump is for an engineer's eyes: nothing reads it back");
+      throw UsageError(tr("a dump is for an engineer's eyes: nothing reads it back"));
   }
 }
 
@@ -117,7 +116,7 @@ void export_library_file(const Database& database, const Table& table, FileForma
                      : format == FileFormat::binary ? ZtWriteTableBinary
                      : format == FileFormat::image  ? ZtWriteDbTable
                                                     : ZtDumpTable;
-  if (!write(database, table.id(), file.c_str())) database.fail("cannot export " + table.name());
+  if (!write(database, table.id(), file.c_str())) database.fail(tr("cannot export {}", table.name()));
 }
 
 ImportCounts import_library_file(const Context& context, const Database& database, const Table& table,
@@ -127,10 +126,11 @@ ImportCounts import_library_file(const Context& context, const Database& databas
   const std::int64_t before = records_ever(database, table);
   refusals = {};
   ZtSetErrorHandle(database, note_refusal);
-  if (!read_file(database, table, format, file.c_str())) database.fail("cannot import " + file);
+  if (!read_file(database, table, format, file.c_str())) database.fail(tr("cannot import {}", file));
   if (refusals.count > 0 && !keep_going) {
-    throw Failure(fmt::format("{} rows of {} are refused, and nothing was imported; the first: {}",
-                              refusals.count, file, context.from_stored(refusals.first)));
+    throw Failure(trn("{} row of {} is refused, and nothing was imported: {}",
+                      "{} rows of {} are refused, and nothing was imported; the first: {}", refusals.count,
+                      file, context.from_stored(refusals.first)));
   }
   if (format != FileFormat::image) transaction.go_on();
   transaction.commit();

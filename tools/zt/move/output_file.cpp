@@ -1,7 +1,6 @@
 #include "zt/move/output_file.h"
 
 #include <fcntl.h>
-#include <fmt/format.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -32,7 +31,7 @@ mode_t mode_for(const std::string& file) {
 
 }  // namespace
 
-OutputFile::OutputFile(const std::string& file) : name_(file == "-" ? "standard output" : file) {
+OutputFile::OutputFile(const std::string& file) : name_(file == "-" ? tr("standard output") : file) {
   if (file == "-") {
     out_ = stdout;
   } else if (is_written_straight(file)) {
@@ -57,7 +56,7 @@ void OutputFile::open_beside() {
 void OutputFile::fail() const {
   const int error = errno;
   if (!beside_.empty()) unlink(beside_.c_str());
-  throw Failure(fmt::format("cannot write {}: {}", name_, std::strerror(error)));
+  throw Failure(tr("cannot write {}: {}", name_, std::strerror(error)));
 }
 
 void OutputFile::finish() {

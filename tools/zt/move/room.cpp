@@ -1,6 +1,6 @@
 #include "zt/move/room.h"
 
-#include <fmt/format.h>
+#include <algorithm>
 
 #include "caches.h"
 #include "zt/status.h"
@@ -41,8 +41,9 @@ void refuse_without_room(ZtDbHandle database, const Table& table, std::int64_t r
   const std::int64_t free = std::max<std::int64_t>(size - used - kept_free_bytes, 0);
   const std::int64_t least = rows * least_bytes_of_a_row(table);
   if (least <= free) return;
-  throw Failure(fmt::format("{} rows take {} bytes at least, and there is room for {}: nothing was imported",
-                            rows, least, free));
+  throw Failure(trn("{} row takes {} bytes at least, and there is room for {}: nothing was imported",
+                    "{} rows take {} bytes at least, and there is room for {}: nothing was imported", rows,
+                    least, free));
 }
 
 }  // namespace zt

@@ -1,7 +1,5 @@
 #include "zt/move/row_writer.h"
 
-#include <fmt/format.h>
-
 #include <cmath>
 #include <nlohmann/json.hpp>
 
@@ -15,7 +13,7 @@ class CsvWriter final : public RowWriter {
   CsvWriter(const Encoding& encoding, std::vector<Column> columns)
       : encoding_(encoding), columns_(std::move(columns)) {
     if (!encoding.outside_keeps_ascii())
-      throw UsageError("CSV needs an encoding that keeps ASCII, such as UTF-8 or GBK");
+      throw UsageError(tr("CSV needs an encoding that keeps ASCII, such as UTF-8 or GBK"));
   }
 
   std::string head() override {
@@ -37,10 +35,9 @@ class CsvWriter final : public RowWriter {
 
   std::string outside(const std::string& utf8, std::size_t column) const {
     if (auto text = encoding_.exactly_to_outside(utf8)) return *std::move(text);
-    throw Failure(
-        fmt::format("field {}: \"{}\" has a character that the encoding of the file lacks; to name another: "
-                    "--encoding",
-                    columns_[column].name, utf8));
+    throw Failure(tr(
+        "field {}: \"{}\" has a character that the encoding of the file lacks; to name another: --encoding",
+        columns_[column].name, utf8));
   }
 
   const Encoding& encoding_;

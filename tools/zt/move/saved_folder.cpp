@@ -1,8 +1,8 @@
 #include "zt/move/saved_folder.h"
 
-#include <fmt/format.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -45,7 +45,7 @@ Json to_json(const Manifest& manifest) {
 // Throws Json's exceptions for what is not there, or of another type.
 Manifest from_json(const Json& json) {
   if (json.at("format") != format_name || json.at("format_version") != format_version) {
-    throw Damaged("it is of another program, or of a later version");
+    throw Damaged(tr("it is of another program, or of a later version"));
   }
   Manifest manifest{json.at("database"), json.at("version"), json.at("saved"), json.at("size"), {}, {}};
   for (const Json& table : json.at("tables")) {
@@ -57,8 +57,8 @@ Manifest from_json(const Json& json) {
   return manifest;
 }
 
-Checksum checksum_with_progress(const Context& context, const std::string& file, const std::string& doing) {
-  Progress progress(context.encoding(), doing, "MiB");
+Checksum checksum_with_progress(const Context& context, const std::string& file) {
+  Progress progress(context.encoding(), tr("checking"), "MiB");
   std::ifstream end(file, std::ios::ate | std::ios::binary);
   const auto whole = static_cast<double>(std::max<std::streamoff>(end.tellg(), 1));
   return checksum_of(
@@ -73,23 +73,23 @@ bool SavedFolder::is_saved_database() const {
 
 void SavedFolder::seal(const Context& context, Manifest& manifest) const {
   for (const char* const name : {image_name, schema_name}) {
-    manifest.files[name] = checksum_with_progress(context, path_ + "/" + name, "checking");
+    manifest.files[name] = checksum_with_progress(context, path_ + "/" + name);
   }
   std::ofstream out(this->manifest(), std::ios::binary | std::ios::trunc);
   out << to_json(manifest).dump(2, ' ', false, Json::error_handler_t::replace) << "\n";
-  if (!out.flush()) throw Failure(fmt::format("cannot write {}: {}", this->manifest(), std::strerror(errno)));
+  if (!out.flush()) throw Failure(tr("cannot write {}: {}", this->manifest(), std::strerror(errno)));
 }
 
 Manifest SavedFolder::read() const {
   std::ifstream in(manifest(), std::ios::binary);
   if (!in) {
     throw NotFound(
-        fmt::format("there is no saved database in {} ({}: {})", path_, manifest_name, std::strerror(errno)));
+        tr("there is no saved database in {} ({}: {})", path_, manifest_name, std::strerror(errno)));
   }
   try {
     return from_json(Json::parse(in));
   } catch (const std::exception& error) {
-    throw Damaged(fmt::format("{} is no manifest of a saved database: {}", manifest(), error.what()));
+    throw Damaged(tr("{} is no manifest of a saved database: {}", manifest(), error.what()));
   }
 }
 
@@ -98,7 +98,7 @@ Manifest SavedFolder::verified(const Context& context) const {
   for (const char* const name : {schema_name, image_name}) {
     const auto expected = manifest.files.find(name);
     if (expected == manifest.files.end())
-      throw Damaged(fmt::format("{} lacks the checksum of {}", this->manifest(), name));
+      throw Damaged(tr("{} lacks the checksum of {}", this->manifest(), name));
     verify(context, name, expected->second);
   }
   return manifest;
@@ -106,15 +106,15 @@ Manifest SavedFolder::verified(const Context& context) const {
 
 void SavedFolder::verify(const Context& context, const std::string& name, const Checksum& expected) const {
   const std::string file = path_ + "/" + name;
-  if (access(file.c_str(), F_OK) != 0) throw Damaged(fmt::format("{} is missing: nothing is loaded", file));
-  const Checksum found = checksum_with_progress(context, file, "checking");
+  if (access(file.c_str(), F_OK) != 0) throw Damaged(tr("{} is missing: nothing is loaded", file));
+  const Checksum found = checksum_with_progress(context, file);
   if (found.bytes != expected.bytes) {
-    throw Damaged(fmt::format("{} is damaged, nothing is loaded: it has {} bytes, {} were saved", file,
-                              found.bytes, expected.bytes));
+    throw Damaged(tr("{} is damaged, nothing is loaded: it has {} bytes, {} were saved", file, found.bytes,
+                     expected.bytes));
   }
   if (found != expected) {
     throw Damaged(
-        fmt::format("{} is damaged, nothing is loaded: its checksum is not the one of what was saved", file));
+        tr("{} is damaged, nothing is loaded: its checksum is not the one of what was saved", file));
   }
 }
 

@@ -12,6 +12,7 @@
 
 #include "zt/output/bar.h"
 #include "zt/output/width.h"
+#include "zt/translation.h"
 
 namespace zt {
 namespace {
@@ -53,7 +54,7 @@ std::string progress_line(const ProgressText& text, int columns, bool boxes) {
   }
   if (text.share < 0) return cut_to(text.doing + ": " + numbers, static_cast<std::size_t>(columns), "~");
   const double share = std::min(text.share, 1.0);
-  if (share > 0) numbers += fmt::format(", {} left", clock_text(text.elapsed_s * (1 - share) / share));
+  if (share > 0) numbers += ", " + tr("{} left", clock_text(text.elapsed_s * (1 - share) / share));
   std::string line = fmt::format(" {:3.0f} %, {}", 100 * share, numbers);
   const int room = columns - static_cast<int>(width_of(text.doing) + width_of(line)) - 3;
   const std::string bar =

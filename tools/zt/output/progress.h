@@ -11,7 +11,7 @@
 
 namespace zt {
 
-// What a bar says, and how wide it may be.
+// What a bar says; its words are in the language of the user.
 struct ProgressText {
   std::string doing;   // "importing"
   std::string unit;    // "rows"
