@@ -19,7 +19,7 @@ class Import final : public Command {
     CLI::Option* const keep_going = app.add_flag(
         "--keep-going", keep_going_, "Store what can be stored, and leave out the rows that cannot");
     app.add_option("--batch", batch_, "Rows of a transaction, with --keep-going")
-        ->check(CLI::PositiveNumber)
+        ->check(CLI::Range(std::int64_t{1}, std::int64_t{1'000'000'000}))
         ->capture_default_str()
         ->needs(keep_going);
     app.add_option("--reject", reject_, "Write the rows that are refused here, with the reason of each")

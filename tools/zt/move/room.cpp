@@ -25,7 +25,8 @@ std::int64_t key_bytes(const Table& table, const Index& index) {
 
 // Equal keys share a leaf: only unique ones are counted.
 std::int64_t least_bytes_of_a_row(const Table& table) {
-  std::int64_t bytes = ZT_RECORD_HEADER + table.record_bytes + key_in_tree_bytes + sizeof(ZtListItem);
+  constexpr auto list_item_bytes = static_cast<std::int64_t>(sizeof(ZtListItem));
+  std::int64_t bytes = ZT_RECORD_HEADER + table.record_bytes + key_in_tree_bytes + list_item_bytes;
   for (const Index& index : table.indexes) {
     bytes += slot_bytes;
     if (index.unique) bytes += key_in_tree_bytes + key_bytes(table, index);
