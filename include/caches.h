@@ -207,17 +207,17 @@ struct ZtDb {
   int reuse_shmmap = 0;
 
   // The handle's own state, behind the documented fields.
-  std::string lock_name;                              // base path of the lock's and the store's key files
-  int creator_pid = 0;                                // who made the handle; a forked child is somebody else
-  cachet::UndoArray undo;                             // in place of `recordcopy`
-  cachet::AddressSet shared_undo;                     // in place of `shmrcset_index`
-  std::set<long long>::node_type spare_lock;          // of `locks`, for the next position
-  std::vector<int> tables_to_unmark;                  // marked tables whose copies a reset dropped
-  std::vector<cachet::IndexPlace> index_places;       // scratch of an insert
-  bool has_provided_nonces = false;                   // once, in its first transaction
-  std::vector<signed char> standings;                 // scratch of a search for many keys
-  std::vector<cachet::LearntHint> learnt_hints;       // likewise
-  std::shared_ptr<cachet::RowsAhead> rows_ahead;      // of the last walk, once there was one
+  std::string lock_name;                          // base path of the lock's and the store's key files
+  int creator_pid = 0;                            // who made the handle; a forked child is somebody else
+  cachet::UndoArray undo;                         // in place of `recordcopy`
+  cachet::AddressSet shared_undo;                 // in place of `shmrcset_index`
+  std::set<long long>::node_type spare_lock;      // of `locks`, for the next position
+  std::vector<int> tables_to_unmark;              // marked tables whose copies a reset dropped
+  std::vector<cachet::IndexPlace> index_places;   // scratch of an insert
+  bool has_provided_nonces = false;               // once, in its first transaction
+  std::vector<signed char> standings;             // scratch of a search for many keys
+  std::vector<cachet::LearntHint> learnt_hints;   // likewise
+  std::shared_ptr<cachet::RowsAhead> rows_ahead;  // of the last walk, once there was one
 };
 
 /* ---- internal calls ---- */
