@@ -43,6 +43,7 @@ class RowFetcher {
   // It may begin in one line and end in the next.
   void record(std::int64_t offset) noexcept {
     constexpr std::int64_t line_bytes = 64;
+    if (!reach_.data(offset, ZT_RECORD_HEADER)) return;
     const char* const record = address_of(base_, FlatOffset{offset});
     prefetch(record);
     prefetch(record + line_bytes - 1);

@@ -80,6 +80,13 @@ IndexPlace search(Rb_base* base, const ZtTable& table, std::size_t indexid, cons
   return place_at_end(again);
 }
 
+template <bool checked>
+IndexPlace search_for_entry(Rb_base* base, Rb_node head, const SearchKey& key) {
+  IndexDescent<checked> descent(base, head, key.bytes(), StoredKeys<checked>(base, key));
+  go_down(descent);
+  return place_for_entry(descent);
+}
+
 // The searches of one round. From the root: where searches hide each other's misses,
 // packed levels save none, and cost what they are kept up with.
 template <bool checked, std::size_t width>
@@ -94,7 +101,10 @@ class Round {
   void run() { go_down_together(descents_, count_); }
   // Asks for the leaves to whose other side a new one goes.
   void fetch_neighbours() const {
-    for (std::size_t index = 0; index < count_; ++index) prefetch(node_at(base_, blink_of(at(index).node())));
+    for (std::size_t index = 0; index < count_; ++index) {
+      if (const std::uint32_t link = blink_of(at(index).node()); !checked || is_node(base_, link))
+        prefetch(node_at(base_, link));
+    }
   }
   const IndexDescent<checked>& at(std::size_t index) const { return descents_[index].value; }
   IndexDescent<checked>& at(std::size_t index) { return descents_[index].value; }
@@ -136,6 +146,28 @@ void search_all(Rb_base* base, const ZtTable& table, const ZtConditionHandle* co
   }
 }
 
+// The places of a row's keys in some of its table's indexes, from `first` to before `end`.
+template <bool checked, std::size_t width>
+void find_some_places(Rb_base* base, const ZtTable& table, ZtRecord* row, std::size_t first, std::size_t end,
+                      std::vector<IndexPlace>& places) {
+  std::array<Later<RowKey>, width> fields;
+  std::array<Later<SearchKey>, width> keys;
+  Round<checked, width> round(base);
+  for (std::size_t id = first; id < end; ++id) {
+    ZtIndexItem* const item = fields[id - first].make(table, table.indexdescrible[id], row).item();
+    const SearchKey& key = keys[id - first].make(table, id, item);
+    if constexpr (features::interleaving) {
+      round.add(table.indexs[id], key);
+    } else {
+      places[id] = find_place_in_index(base, table, id, key);
+    }
+  }
+  if constexpr (!features::interleaving) return;
+  round.run();
+  round.fetch_neighbours();
+  for (std::size_t id = first; id < end; ++id) places[id] = place_for_entry(round.at(id - first));
+}
+
 template <bool checked>
 IndexPlace search_id(Rb_base* base, Rb_node head, ZtListItem* wanted) {
   const KeyBytes bytes = bytes_of_id(wanted->recordid);
@@ -153,13 +185,11 @@ IndexPlace find_in_index(Rb_base* base, const ZtTable& table, std::size_t indexi
                             : search<false>(base, table, indexid, key);
 }
 
-IndexPlace find_place_in_index(ZtDb* database, const ZtTable& table, std::size_t indexid,
+IndexPlace find_place_in_index(Rb_base* base, const ZtTable& table, std::size_t indexid,
                                const SearchKey& key) {
-  Rb_base* const base = &database->base;
   if constexpr (!features::separators) return search_plainly(base, table.indexs[indexid], key.item(), ZtComp);
-  IndexDescent<false> descent(base, table.indexs[indexid], key.bytes(), StoredKeys<false>(base, key));
-  go_down(descent);
-  return place_for_entry(descent);
+  return checks_links(base) ? search_for_entry<true>(base, table.indexs[indexid], key)
+                            : search_for_entry<false>(base, table.indexs[indexid], key);
 }
 
 void find_in_indexes(ZtDb* database, const ZtTable& table, const ZtConditionHandle* conditions,
@@ -179,27 +209,13 @@ void find_in_indexes(ZtDb* database, const ZtTable& table, const ZtConditionHand
 
 void find_places_in_indexes(ZtDb* database, const ZtTable& table, ZtRecord* row,
                             std::vector<IndexPlace>& places) {
+  Rb_base* const base = &database->base;
   places.resize(table.indexs.size());
   constexpr std::size_t width = features::interleaving ? 4 : 1;
   for (std::size_t first = 0; first < places.size(); first += width) {
-    std::array<Later<RowKey>, width> fields;
-    std::array<Later<SearchKey>, width> keys;
-    if constexpr (features::interleaving) {
-      const std::size_t count = std::min(places.size() - first, width);
-      Round<false, width> round(&database->base);
-      for (std::size_t index = 0; index < count; ++index) {
-        const std::size_t id = first + index;
-        ZtIndexItem* const item = fields[index].make(table, table.indexdescrible[id], row).item();
-        round.add(table.indexs[id], keys[index].make(table, id, item));
-      }
-      round.run();
-      round.fetch_neighbours();
-      for (std::size_t index = 0; index < count; ++index)
-        places[first + index] = place_for_entry(round.at(index));
-    } else {
-      ZtIndexItem* const item = fields[0].make(table, table.indexdescrible[first], row).item();
-      places[first] = find_place_in_index(database, table, first, keys[0].make(table, first, item));
-    }
+    const std::size_t end = std::min(places.size(), first + width);
+    checks_links(base) ? find_some_places<true, width>(base, table, row, first, end, places)
+                       : find_some_places<false, width>(base, table, row, first, end, places);
   }
 }
 

@@ -14,7 +14,7 @@ namespace cachet {
 IndexPlace find_in_index(Rb_base* base, const ZtTable& table, std::size_t indexid, ZtIndexItem* item);
 
 // The same for a key that is about to enter the tree: `separator` is set.
-IndexPlace find_place_in_index(ZtDb* database, const ZtTable& table, std::size_t indexid,
+IndexPlace find_place_in_index(Rb_base* base, const ZtTable& table, std::size_t indexid,
                                const SearchKey& key);
 
 // find_in_index, or a hint, for the keys of up to lockstep_width conditions, at the same time. Adds to `learnt` what is

@@ -95,7 +95,7 @@ void enter_into_list(Rb_base* base, Rb_node head, ZtListItem* list_item) {
 IndexPlace place_in_index(ZtDbHandle database, const ZtTable& table, std::size_t id, ZtRecord* row) {
   RowKey fields(table, table.indexdescrible[id], row);
   const SearchKey key(table, id, fields.item());
-  return find_place_in_index(database, table, id, key);
+  return find_place_in_index(&database->base, table, id, key);
 }
 
 // A bound that no insert reaches: twice the bytes of all blocks, since a block may leave as much unused at a segment's
@@ -129,15 +129,18 @@ void find_places(ZtDbHandle database, ZtTable& table, ZtRecord* row) {
   find_places_in_indexes(database, table, row, database->index_places);
 }
 
+// Checks its links: an isolated handle looks while its manager may be writing.
 bool conflicts(ZtDbHandle database, const ZtTable& table) {
   const Rb_base* const base = &database->base;
   for (std::size_t id = 0; id < table.indexs.size(); ++id) {
     const IndexPlace& place = database->index_places[id];
     if (table.indexdescrible[id].indextype != ZT_INDEX_UNIQUE || !place.found) continue;
-    std::uint32_t number = CurrentList::head(stored_item(base, place.node));
-    while (number != 0) {
+    const ZtIndexItem* const item = stored_item(base, place.node);
+    std::uint32_t number = item != nullptr ? CurrentList::head(item) : 0;
+    while (is_node(base, number)) {
       const ZtIndexNode* const entry = entry_at(base, number);
-      if (!is_deleted(record_at(base, record_offset_of(entry)))) return true;
+      const std::int64_t record = record_offset_of(entry);
+      if (is_data(base, record, ZT_RECORD_HEADER) && !is_deleted(record_at(base, record))) return true;
       number = CurrentList::next(entry);
     }
   }

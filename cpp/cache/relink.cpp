@@ -96,7 +96,8 @@ void add_keys_of(ZtDbHandle database, const RevivedRecord& revived, std::vector<
   ZtTable& table = database->database[static_cast<std::size_t>(revived.tableid)];
   for (std::size_t id = 0; id < table.indexs.size(); ++id) {
     RowKey fields(table, table.indexdescrible[id], revived.record);
-    const IndexPlace place = find_place_in_index(database, table, id, SearchKey(table, id, fields.item()));
+    const IndexPlace place =
+        find_place_in_index(&database->base, table, id, SearchKey(table, id, fields.item()));
     if (!place.found) continue;
     all.push_back({stored_item(&database->base, place.node), id_of(revived.record), revived.record});
   }
