@@ -66,8 +66,8 @@ void HintTable::forget() noexcept {
 
 bool HintTable::reserve() noexcept {
   const std::size_t most_bytes = std::bit_floor(std::min(hint_limit(), largest_table_bytes));
-  const bool has_room =
-      hint_bytes() + first_bytes <= hint_limit();  // asked first: a mapping costs more than a search
+  // Asked first: a mapping that is given up again costs more than a search.
+  const bool has_room = hint_bytes() + first_bytes <= hint_limit();
   if (most_bytes < first_bytes || !has_room) return false;
   void* const mapping = mmap(nullptr, most_bytes + huge_page_bytes, PROT_NONE,
                              MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
