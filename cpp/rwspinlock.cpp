@@ -295,6 +295,7 @@ bool Crwspinlock::Create(char* name, int dbsesion_mode) {
   m_open = for_each_semaphore(*this, name, [](Cztsema& semaphore, const std::string& semaphore_name) {
     return semaphore.Create(semaphore_name.c_str(), lock_key_id, lock_semaphore_id, lock_semaphore_max);
   });
+  if (m_open) m_epoch = &page_of(*this).epoch;
   return m_open;
 }
 
@@ -310,6 +311,7 @@ bool Crwspinlock::Open(char* name, int dbsesion_mode) {
   m_open = for_each_semaphore(*this, name, [](Cztsema& semaphore, const std::string& semaphore_name) {
     return semaphore.Open(semaphore_name.c_str(), lock_key_id, lock_semaphore_id);
   });
+  if (m_open) m_epoch = &page_of(*this).epoch;
   return m_open;
 }
 
@@ -321,11 +323,13 @@ bool Crwspinlock::Watch(char* name) {
   if (address == reinterpret_cast<void*>(-1)) return false;
   m_watched = static_cast<const LockPage*>(address);
   m_watched_name = name;
+  m_epoch = &m_watched->epoch;
   return true;
 }
 
 // Who watched kept the last user from seeing that it was the last; so it becomes a user and leaves as one.
 void Crwspinlock::CloseWatch() {
+  m_epoch = nullptr;
   shmdt(std::exchange(m_watched, nullptr));
   Crwspinlock lock;
   if (lock.m_lockpage.Open((m_watched_name + page_suffix).c_str(), lock_key_id, false)) lock.Close();
@@ -342,11 +346,6 @@ bool Crwspinlock::IsOpen() const {
 bool Crwspinlock::WriterHolds(int lockid) const {
   return m_open && is_slot(lockid) &&
          load_acquire<std::int32_t>(&page_of(*this).slots[lockid].writers_holding) > 0;
-}
-
-std::uint64_t Crwspinlock::Epoch() const {
-  const LockPage* const page = m_open ? &page_of(*this) : m_watched;
-  return page != nullptr ? load_acquire<std::uint64_t>(&page->epoch) : 0;
 }
 
 void Crwspinlock::RaiseEpoch() {
@@ -397,6 +396,7 @@ cachet::LockPage* Crwspinlock::RecoverablePage() const {
 void Crwspinlock::Close() {
   if (m_watched != nullptr) CloseWatch();
   m_open = false;
+  m_epoch = nullptr;
   if (m_lockpage.m_p == nullptr) return;
   const int page_id = m_lockpage.m_shamemid;
   const bool only_user = m_lockpage.usercount() == 1;

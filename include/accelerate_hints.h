@@ -15,7 +15,10 @@
 #ifndef CACHET_ACCELERATE_HINTS_H
 #define CACHET_ACCELERATE_HINTS_H
 
+#include <emmintrin.h>
+
 #include <atomic>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <utility>
@@ -47,6 +50,9 @@ static_assert(sizeof(Hint) == 16);
 // Used by one thread at a time, as the handle it belongs to.
 class HintTable {
  public:
+  // The type of the index's only field, if its keys are hashed in the short way; 0 otherwise.
+  signed char lone_type = 0;
+
   HintTable() = default;
   ~HintTable() { forget(); }
   HintTable(HintTable&& other) noexcept { swap(other); }
@@ -62,11 +68,16 @@ class HintTable {
 
   // The hint for the hash of a key, if the tree is still in the era of the table; null when there is none.
   const Hint* find(const Era& era, std::uint32_t hash) noexcept {
-    if (lines_ == nullptr || !era_.goes_on_as(era) || hint_limit() == 0) return nullptr;
+    if (lines_ == nullptr || !era_.goes_on_as(era)) return nullptr;
     const Line& own = line_of(hash);
     if (const Hint* hint = own.find(hash)) return hint;
     return own.full() ? neighbour_of(own).find(hash) : nullptr;
   }
+  // The same without a look into the second line.
+  [[gnu::always_inline]] const Hint* find_at_once(const Era& era, std::uint32_t hash) noexcept {
+    return era_.goes_on_as(era) ? line_of(hash).find(hash) : nullptr;
+  }
+  bool empty() const noexcept { return lines_ == nullptr; }
 
   // Keeps a hint for later, or replaces another one. Nothing is kept in an era without a nonce.
   void remember(const Era& era, const Hint& hint) noexcept;
@@ -81,11 +92,20 @@ class HintTable {
     static constexpr std::size_t slot_count = 4;
     Hint slots[slot_count];
 
-    const Hint* find(std::uint32_t hash) const noexcept {
-      for (const Hint& slot : slots) {
-        if (slot.hash == hash && slot.node_number != 0) return &slot;
-      }
-      return nullptr;
+    // All slots at once: which one it is nobody can foretell, so that a branch for each would often be mistaken. A
+    // free slot has the hash 0, and hides a hint of that hash.
+    [[gnu::always_inline]] const Hint* find(std::uint32_t hash) const noexcept {
+      const auto load = [this](std::size_t slot) {
+        return _mm_load_si128(reinterpret_cast<const __m128i*>(&slots[slot]));
+      };
+      static_assert(slot_count == 4 && offsetof(Hint, hash) == 0);
+      const __m128i hashes =
+          _mm_unpacklo_epi64(_mm_unpacklo_epi32(load(0), load(1)), _mm_unpacklo_epi32(load(2), load(3)));
+      const __m128i equal = _mm_cmpeq_epi32(hashes, _mm_set1_epi32(static_cast<int>(hash)));
+      const int which = _mm_movemask_ps(_mm_castsi128_ps(equal));
+      if (which == 0) return nullptr;
+      const Hint& slot = slots[std::countr_zero(static_cast<unsigned>(which))];
+      return slot.node_number != 0 ? &slot : nullptr;
     }
     Hint* slot_for(std::uint32_t hash) noexcept {
       for (Hint& slot : slots) {

@@ -36,7 +36,7 @@ struct Era {
   Nonce nonce = Nonce::none;
   std::int64_t node_front = 0;
 
-  static Era of(const Rb_base* base, const srb_node* head) noexcept {
+  [[gnu::always_inline]] static Era of(const Rb_base* base, const srb_node* head) noexcept {
     return {nonce_of(head), load_acquire<ZTINT8>(&base->memory->nodeoffset)};
   }
   // Whether what was known in this era counts in a later one, and moves it on. The node area never shrinks while the

@@ -89,7 +89,43 @@ inline bool is_data(const Rb_base* base, std::int64_t offset, std::int64_t lengt
          (length == 0 || in_one_segment(offset, offset + length - 1));
 }
 
-// The same two questions, many times in a row: the fronts are kept, and looked at again only for what lies beyond
+// The flat space of a handle whose segments lie side by side, for one call: what most handles have, and where an
+// address is one addition away. Says false, and serves for nothing, on any other handle.
+class FlatSpace {
+ public:
+  explicit FlatSpace(const Rb_base* base) noexcept : begin_(base->flat_begin), bytes_(base->attached_bytes) {}
+  explicit operator bool() const noexcept { return begin_ != nullptr; }
+
+  char* at(std::int64_t offset) const noexcept { return begin_ + offset; }
+  Rb_node node(std::uint32_t number) const noexcept {
+    return reinterpret_cast<Rb_node>(at(std::int64_t{number} << slot_bits));
+  }
+  // The same as is_node and is_readable_data.
+  [[gnu::always_inline]] bool has_node(std::uint32_t number) const noexcept {
+    const std::int64_t begin = std::int64_t{number} << slot_bits;
+    const std::int64_t front = load_acquire<ZTINT8>(at(offsetof(Rb_memory, nodeoffset)));
+    return begin >= static_cast<std::int64_t>(sizeof(Rb_memory)) &&
+           begin >= load_relaxed<ZTINT8>(at(offsetof(Rb_memory, memoryheadsize))) &&
+           begin + slot_bytes <= front && front <= bytes_;
+  }
+  [[gnu::always_inline]] bool has_data(std::int64_t offset, std::int64_t length) const noexcept {
+    const std::int64_t front = load_relaxed<ZTINT8>(at(offsetof(Rb_memory, dataoffset)));
+    return offset > 0 && offset >= front && offset <= bytes_ - length;
+  }
+
+ private:
+  char* begin_;
+  std::int64_t bytes_;
+};
+
+// Whether the `length` bytes at `offset` lie in the data area, and can be read from its address on. Less to ask than
+// is_data where the segments lie side by side: there, bytes that cross from one to the next can be read too.
+inline bool is_readable_data(const Rb_base* base, std::int64_t offset, std::int64_t length) noexcept {
+  const FlatSpace space(base);
+  return space ? space.has_data(offset, length) : is_data(base, offset, length);
+}
+
+// The same questions, many times in a row: the fronts are kept, and looked at again only for what lies beyond
 // them. A front that a reset has taken back meanwhile is noticed late: what lies behind it is memory all the same.
 class Reach {
  public:

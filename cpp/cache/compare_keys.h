@@ -77,27 +77,6 @@ template <bool checked>
   return 0;
 }
 
-// Whether a key in process memory and one that lies in a tree compare as equal, when they have fields of the same
-// types. The shorter way to an answer that compare_keys gives too.
-template <bool checked>
-[[gnu::always_inline]] inline bool equal_keys(const Rb_base* base, const ZtIndexItem& key,
-                                              const void* stored_key) {
-  const KeyFields<checked> stored(base, stored_key);
-  if (!stored.readable() || stored.count() != key.point) return false;
-  for (int index = 0; index < key.point; ++index) {
-    const ZtIndexField& field = key.index[index];
-    const Value own{field.data, static_cast<unsigned short>(field.length)};
-    const Value other = stored.value(index);
-    if (other.data == nullptr) return false;
-    if (field.type == FIELD_INT8) {
-      if (number_in<std::int64_t>(own) != number_in<std::int64_t>(other)) return false;
-    } else if (compare_values(field.type, own, other) != 0) {
-      return false;
-    }
-  }
-  return true;
-}
-
 }  // namespace cachet
 
 #endif

@@ -14,15 +14,15 @@ namespace {
 constexpr std::size_t padding_bytes = 8;
 constexpr int longest_value = 65535;
 
-// The block for the value of field `number`, with room for `bytes`: the one that it had before, if that is large enough.
-char* block_for(ZtConditionHandle condition, int number, std::size_t bytes) {
-  ValueBlock& block = condition->blocks[number];
-  if (block.bytes < bytes) {
-    std::free(block.data);
-    block = {static_cast<char*>(std::malloc(bytes)), bytes};
-    if (block.data == nullptr) fatal::out_of_heap(fatal::condition_key_line);
-  }
-  return block.data;
+// Makes the field's block large enough, and adds the value then. Apart, so that the common way saves no registers.
+[[gnu::noinline]] void add_to_larger_block(ZtConditionHandle condition, int type, int len,
+                                           const void* value) {
+  ValueBlock& block = condition->blocks[condition->indexitem.point];
+  const std::size_t bytes = static_cast<std::size_t>(len) + padding_bytes;
+  std::free(block.data);
+  block = {static_cast<char*>(std::malloc(bytes)), bytes};
+  if (block.data == nullptr) fatal::out_of_heap(fatal::condition_key_line);
+  ZtAddConditionIndexItem(condition, type, len, value);
 }
 
 bool has_room(const ZtIndexItem& key, int len, const void* value) {
@@ -63,10 +63,15 @@ void ZtAddConditionIndexItem(ZtConditionHandle condition, int type, int len, con
     return;
   }
   const auto length = static_cast<std::size_t>(len);
-  char* const copy = block_for(condition, key.point, length + padding_bytes);
-  if (length != 0) std::memcpy(copy, value, length);
-  std::memset(copy + length, 0, padding_bytes);
-  key.index[key.point++] = {copy, static_cast<signed char>(type), 0, static_cast<short>(len)};
+  const ValueBlock& block = condition->blocks[key.point];
+  if (block.bytes < length + padding_bytes) return add_to_larger_block(condition, type, len, value);
+  key.index[key.point++] = {block.data, static_cast<signed char>(type), 0, static_cast<short>(len)};
+  std::memset(block.data + length, 0, padding_bytes);
+  if (length == sizeof(ZTINT8)) {
+    std::memcpy(block.data, value, sizeof(ZTINT8));
+  } else if (length != 0) {
+    std::memcpy(block.data, value, length);
+  }
 }
 
 // `nodepoint` is left out: the copy goes on from the key, not from the record within it.

@@ -5,6 +5,7 @@
 #ifndef CACHET_CPP_CACHE_CURSOR_H
 #define CACHET_CPP_CACHE_CURSOR_H
 
+#include "base/element.h"
 #include "cache/entry.h"
 #include "cache/key.h"
 #include "cache/record.h"
@@ -57,7 +58,7 @@ struct Backward {
                                                        std::int64_t offset) {
   const Rb_base* const base = &database->base;
   const ZtTable& table = database->database[static_cast<std::size_t>(condition->tableid)];
-  if (!is_data(base, offset, stored_bytes(table))) [[unlikely]]
+  if (!is_readable_data(base, offset, stored_bytes(table))) [[unlikely]]
     return Standing::unreadable;
   condition->precord = offset;
   return is_deleted(record_at(base, offset)) ? Standing::deleted : Standing::live;
@@ -81,24 +82,31 @@ inline Standing stand_on_list_item(ZtDbHandle database, ZtConditionHandle condit
   return stand_on_record(database, condition, load_unaligned<std::int64_t>(&item->precord));
 }
 
-// Puts an index cursor on the first record of the key at `point`. An empty key leaves `nodepoint` as it is.
+// Puts it on the first record of a key. An empty key leaves `nodepoint` as it is.
+template <class Direction>
+[[gnu::always_inline]] inline Standing stand_on_item(ZtDbHandle database, ZtConditionHandle condition,
+                                                     const ZtIndexItem* item) {
+  const std::uint32_t first = Direction::Records::head(item);
+  return first != 0 ? stand_on_entry(database, condition, first) : Standing::empty_key;
+}
+
+// Puts an index cursor on the first record of the key at `point`.
 template <class Direction>
 [[gnu::always_inline]] inline Standing stand_on_key(ZtDbHandle database, ZtConditionHandle condition) {
   const ZtIndexItem* const item = stored_item(&database->base, condition->point);
   if (item == nullptr) [[unlikely]]
     return Standing::unreadable;
-  const std::uint32_t first = Direction::Records::head(item);
-  return first != 0 ? stand_on_entry(database, condition, first) : Standing::empty_key;
+  return stand_on_item<Direction>(database, condition, item);
 }
 
 // Whether the condition names a loaded table (and an index) of this database.
 inline bool names_table(const ZtDb* database, int tableid, const ZtCondition* condition) {
-  const auto id = static_cast<std::size_t>(tableid);
-  if (id >= database->database.size() || database->database[id].listindex == nullptr) return false;
+  if (!has_element(database->database, tableid)) return false;
+  const ZtTable& table = database->database[index_of_id(tableid)];
+  if (table.listindex == nullptr) return false;
   if (!walks_index(condition)) return true;
-  const std::vector<Rb_node>& indexes = database->database[id].indexs;
-  const auto indexid = static_cast<std::size_t>(condition->indexid);
-  return indexid < indexes.size() && indexes[indexid] != nullptr;
+  return has_element(table.indexs, condition->indexid) &&
+         table.indexs[index_of_id(condition->indexid)] != nullptr;
 }
 // Says why it does not.
 [[gnu::cold]] bool report_table(ZtDbHandle database, int tableid, const ZtCondition* condition);

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <type_traits>
 
+#include "base/element.h"
 #include "base/messages.h"
 #include "caches.h"
 
@@ -25,15 +26,13 @@ bool report(ZtDbHandle database, int errcode, const message::Message<Args...>& t
 
 // Null, reported, for an id out of range.
 inline ZtTable* table_at(ZtDbHandle database, int tableid) {
-  const auto index = static_cast<std::size_t>(tableid);  // a negative one is beyond every size
-  if (index < database->database.size()) [[likely]]
-    return &database->database[index];
+  if (has_element(database->database, tableid)) [[likely]]
+    return &database->database[index_of_id(tableid)];
   return report_bad_table(database, tableid);
 }
 inline const ZtDataField* field_at(ZtDbHandle database, const ZtTable& table, int fieldid) {
-  const auto index = static_cast<std::size_t>(fieldid);
-  if (index < table.fielddescrible.size()) [[likely]]
-    return &table.fielddescrible[index];
+  if (has_element(table.fielddescrible, fieldid)) [[likely]]
+    return &table.fielddescrible[index_of_id(fieldid)];
   return report_bad_field(database, fieldid);
 }
 

@@ -4,6 +4,7 @@
 
 #include "cache/cursor.h"
 #include "cache/error.h"
+#include "cache/find_by_hint.h"
 #include "cache/hinted_key.h"
 #include "cache/index_search.h"
 #include "cache/snapshot.h"
@@ -71,26 +72,66 @@ class Placement {
 };
 
 struct Outcome {
-  bool found;
-  Standing standing;
+  bool found = false;
+  Standing standing = Standing::unreadable;
 };
 
 // One search. `learnt` counts if no writer has touched the table meanwhile.
+template <bool checked>
 Outcome find(ZtDbHandle database, const ZtTable& table, ZtConditionHandle condition, LearntHint& learnt) {
   Rb_base* const base = &database->base;
   const auto indexid = static_cast<std::size_t>(condition->indexid);
   HintedKey hinted(base, table, indexid, &condition->indexitem);
+  hinted.take_hint();
   bool found = true;
-  Rb_node node = hinted.find();
+  Rb_node node = hinted.prove<checked>();
   if (node == nullptr) {
     const IndexPlace place = find_in_index(base, table, indexid, &condition->indexitem);
     node = place.node;
     found = place.found;
     if (found) learnt = hinted.learn(node);
   }
-  if (!place_cursor(base, table.indexs[indexid], condition, node, found))
-    return {false, Standing::unreadable};
+  if (!place_cursor(base, table.indexs[indexid], condition, node, found)) return {};
   return {true, stand_on_key<Forward>(database, condition)};
+}
+
+[[gnu::noinline]] bool search(ZtDbHandle database, int tableid, ZtConditionHandle condition, int op) {
+  if (!accepts_search(database, tableid, condition, op)) return false;
+  begin_search(tableid, condition, op);
+  const ZtTable& table = database->database[static_cast<std::size_t>(tableid)];
+  const auto find_in_table = checks_links(&database->base) ? find<true> : find<false>;
+  LearntHint learnt;
+  const Outcome outcome = read_table(database, tableid, [&] {
+    learnt.table = nullptr;
+    return find_in_table(database, table, condition, learnt);
+  });
+  learnt.keep();
+  if (!outcome.found) return end_read(database, false);
+  if (outcome.standing == Standing::empty_key) condition->nodepoint = nullptr;
+  return end_read(database, settle<Forward>(database, condition, outcome.standing));
+}
+
+// By the hints of an index, or by the whole search. Each kind of key has its own, with nothing but its own in it.
+template <signed char type>
+[[gnu::noinline]] bool find_hinted(ZtDbHandle database, int tableid, ZtConditionHandle condition,
+                                   HintedIndex index) {
+  if (!stand_by_hint<type, false>(database, index, condition))
+    return search(database, tableid, condition, ZT_OP_EQUAL);
+  begin_search(tableid, condition, ZT_OP_EQUAL);
+  return true;
+}
+
+template <signed char type>
+[[gnu::noinline]] bool find_hinted_unchanged(ZtDbHandle database, int tableid, ZtConditionHandle condition,
+                                             HintedIndex index) {
+  bool stands = false;
+  const auto attempt = [&]() __attribute__((always_inline)) {
+    stands = stand_by_hint<type, true>(database, index, condition);
+  };
+  if (!runs_unchanged(database, catalog_of(database, tableid), attempt) || !stands)
+    return search(database, tableid, condition, ZT_OP_EQUAL);
+  begin_search(tableid, condition, ZT_OP_EQUAL);
+  return end_read(database, true);
 }
 
 }  // namespace
@@ -116,16 +157,14 @@ bool place_cursor(const Rb_base* base, Rb_node head, ZtConditionHandle condition
 }  // namespace cachet
 
 bool ZtFindRecord(ZtDbHandle database, int tableid, ZtConditionHandle condition, int op) {
-  if (!accepts_search(database, tableid, condition, op)) return false;
-  begin_search(tableid, condition, op);
-  const ZtTable& table = database->database[static_cast<std::size_t>(tableid)];
-  LearntHint learnt;
-  const Outcome outcome = read_table(database, tableid, [&] {
-    learnt.table = nullptr;
-    return find(database, table, condition, learnt);
-  });
-  learnt.keep();
-  if (!outcome.found) return end_read(database, false);
-  if (outcome.standing == Standing::empty_key) condition->nodepoint = nullptr;
-  return end_read(database, settle<Forward>(database, condition, outcome.standing));
+  if (op != ZT_OP_EQUAL || database->base.isolate) return search(database, tableid, condition, op);
+  const HintedIndex index = hinted_index(database, tableid, condition);
+  if (index.table == nullptr) return search(database, tableid, condition, op);
+  const bool is_text = index.hints->lone_type == FIELD_STRING;
+  if (database->base.mode == ZT_MODE_READ_ONLY) {
+    return is_text ? find_hinted_unchanged<FIELD_STRING>(database, tableid, condition, index)
+                   : find_hinted_unchanged<FIELD_INT8>(database, tableid, condition, index);
+  }
+  return is_text ? find_hinted<FIELD_STRING>(database, tableid, condition, index)
+                 : find_hinted<FIELD_INT8>(database, tableid, condition, index);
 }

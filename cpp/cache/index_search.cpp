@@ -132,7 +132,7 @@ void search_all(Rb_base* base, const ZtTable& table, const ZtConditionHandle* co
   std::size_t left = 0;
   for (std::size_t index = 0; index < count; ++index) {
     const HintedKey& key = hinted[index].value;
-    places[index] = {key.prove(), true, {}};
+    places[index] = {key.prove<checked>(), true, {}};
     if (places[index].node != nullptr) continue;
     const auto indexid = static_cast<std::size_t>(conditions[index]->indexid);
     round.add(table.indexs[indexid], keys[left].make(table, indexid, &conditions[index]->indexitem));

@@ -27,7 +27,7 @@ class RowKey {
 template <class Item>
 Item* item_at(const Rb_base* base, Rb_node node) {
   const std::int64_t offset = key_offset_of(node);
-  if (!is_data(base, offset, sizeof(Item))) [[unlikely]]
+  if (!is_readable_data(base, offset, sizeof(Item))) [[unlikely]]
     return nullptr;
   return reinterpret_cast<Item*>(address_of(base, FlatOffset{offset}));
 }

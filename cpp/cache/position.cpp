@@ -65,14 +65,27 @@ void provide_buffer(const ZtTable& table, int tableid, ZtRecordRow* row) {
 }
 
 // A copy that no writer touched half-way, into the row's buffer.
-[[gnu::noinline]] void copy_unchanged(ZtDbHandle database, const ZtTable& table, int tableid,
-                                      const ZtRecord* record, ZtRecordRow* row) {
+void copy_unchanged(ZtDbHandle database, const ZtTable& table, int tableid, const ZtRecord* record,
+                    ZtRecordRow* row) {
   provide_buffer(table, tableid, row);
-  read_unchanged(database, record, [&] {
-    std::memcpy(row->record, record, static_cast<std::size_t>(stored_bytes(table)));
-    return true;
-  });
-  ZtUnLock(database);
+  const auto copy = [&] {
+    return std::memcpy(row->record, record, static_cast<std::size_t>(stored_bytes(table))) != nullptr;
+  };
+  if (!runs_unchanged(database, record, copy)) read_unchanged(database, record, copy);
+  end_read(database, true);
+}
+
+// Hands a record out to a row that has a buffer of its own, or has to have one.
+[[gnu::noinline]] bool hand_out(ZtDbHandle database, int tableid, ZtRecord* record, ZtRecordRow* row) {
+  if (database->base.mode == ZT_MODE_READ_ONLY) {
+    copy_unchanged(database, database->database[static_cast<std::size_t>(tableid)], tableid, record, row);
+  } else {
+    release_row(row);
+    row->record = record;
+  }
+  row->newrow = false;
+  row->tableid = tableid;
+  return true;
 }
 
 }  // namespace
@@ -125,20 +138,15 @@ bool ZtGotoRecord(ZtDbHandle database, int tableid, int rowid, ZtConditionHandle
 }
 
 bool ZtGetRecord(ZtDbHandle database, ZtConditionHandle condition, ZtRecordHandle recordrow) {
-  const int tableid = condition->tableid;
-  const ZtTable* const table = table_at(database, tableid);
+  const ZtTable* const table = table_at(database, condition->tableid);
   if (table == nullptr) return false;
   const Rb_base* const base = &database->base;
-  if (base->memory == nullptr || !is_data(base, condition->precord, stored_bytes(*table))) [[unlikely]]
+  if (base->memory == nullptr || !is_readable_data(base, condition->precord, stored_bytes(*table)))
+      [[unlikely]]
     return report(database, ZT_ERR_GENERAL, message::no_position);
   ZtRecord* const record = record_at(base, condition->precord);
-  if (base->mode == ZT_MODE_READ_ONLY) {
-    copy_unchanged(database, *table, tableid, record, recordrow);
-  } else {
-    if (recordrow->copied_bytes != 0) release_row(recordrow);
-    recordrow->record = record;
-  }
-  recordrow->newrow = false;
-  recordrow->tableid = tableid;
+  if (base->mode == ZT_MODE_READ_ONLY || recordrow->copied_bytes != 0)
+    return hand_out(database, condition->tableid, record, recordrow);
+  *recordrow = {record, condition->tableid, false, 0};
   return true;
 }

@@ -15,7 +15,7 @@ struct ChangeMark {
 
 // `updateno` before `duty`: a writer sets the flag first and then counts, so that this order never pairs a
 // clear flag with the count of a change that is still under way.
-inline ChangeMark mark_of(const Rb_tablename* table) noexcept {
+[[gnu::always_inline]] inline ChangeMark mark_of(const Rb_tablename* table) noexcept {
   const int updateno = load_acquire<int>(&table->updateno);
   return {updateno, load_acquire<char>(&table->duty) != 0};
 }

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "cache/error.h"
+#include "cache/key_hash.h"
 
 using namespace cachet;
 
@@ -31,6 +32,13 @@ ZtIndexDescrible* index_at(ZtDbHandle database, ZtTable& table, int indexid) {
   }
   report(database, ZT_ERR_GENERAL, message::bad_index, indexid);
   return nullptr;
+}
+
+// See HintTable.
+signed char lone_type_of(const ZtTable& table, const ZtIndexDescrible& index) {
+  if (index.indextype != ZT_INDEX_UNIQUE || index.indexdescrible.size() != 1) return 0;
+  const signed char type = table.fielddescrible[static_cast<std::size_t>(index.indexdescrible[0])].type;
+  return is_lone_type(type) ? type : 0;
 }
 
 }  // namespace
@@ -80,5 +88,6 @@ void ZtAddIndexField(ZtDbHandle database, int tableid, int indexid, int fieldid)
   table->fielddescrible[static_cast<std::size_t>(fieldid)].indexed = 1;
   index->indexdescrible.push_back(fieldid);
   const int count = static_cast<int>(index->indexdescrible.size());
+  table->hints[static_cast<std::size_t>(indexid)].lone_type = lone_type_of(*table, *index);
   if (count > table->maxindexfield) table->maxindexfield = count;
 }

@@ -23,21 +23,27 @@ class WriterWait {
   long pause_ns_ = 0;
 };
 
-// Runs `attempt` until a run of it overlapped no change of what `watched` marks (a table's catalog record, or
-// a record), and returns its result. The epoch is read first and compared last: a rollback raises it after
-// the restored counters and before the marks clear, so a clear mark behind a rollback always shows the new
-// epoch.
+// Runs `attempt` once, unless what `watched` marks (a table's catalog record, or a record) is under change. True when
+// it ran and overlapped no change. The epoch is read first and compared last: a rollback raises it after the restored
+// counters and before the marks clear, so a clear mark behind a rollback always shows the new epoch.
+template <class Watched, class Attempt>
+[[gnu::always_inline]] inline bool runs_unchanged(const ZtDb* database, const Watched* watched,
+                                                  const Attempt& attempt) {
+  const std::uint64_t epoch = database->lock.Epoch();
+  const ChangeMark before = mark_of(watched);
+  if (before.duty || epoch % 2 != 0) return false;
+  attempt();
+  std::atomic_thread_fence(std::memory_order_acquire);
+  return mark_of(watched) == before && database->lock.Epoch() == epoch;
+}
+
+// Runs `attempt` until a run of it overlapped no change, and returns its result.
 template <class Watched, class Attempt>
 auto read_unchanged(ZtDbHandle database, const Watched* watched, const Attempt& attempt) {
   WriterWait wait_for_writers(database);
   for (;;) {
-    const std::uint64_t epoch = database->lock.Epoch();
-    const ChangeMark before = mark_of(watched);
-    if (!before.duty && epoch % 2 == 0) {
-      const auto result = attempt();
-      std::atomic_thread_fence(std::memory_order_acquire);
-      if (mark_of(watched) == before && database->lock.Epoch() == epoch) return result;
-    }
+    decltype(attempt()) result;
+    if (runs_unchanged(database, watched, [&] { result = attempt(); })) return result;
     wait_for_writers();
   }
 }
@@ -51,7 +57,7 @@ auto read_table(ZtDbHandle database, int tableid, const Attempt& attempt) {
 
 // Ends a public call of a read-only handle: the position lock that a wait may have taken is given back.
 inline bool end_read(ZtDbHandle database, bool result) {
-  if (database->base.mode == ZT_MODE_READ_ONLY) ZtUnLock(database);
+  if (database->base.mode == ZT_MODE_READ_ONLY && !database->locks.empty()) ZtUnLock(database);
   return result;
 }
 

@@ -1,0 +1,64 @@
+// The most frequent of all reads in one straight piece: the search for the one record under a number or a text that is
+// the whole key of a unique index, by a hint (hinted_key.h) that holds.
+//
+// Where anything is out of the ordinary it says false, and the whole search begins from nothing.
+#ifndef CACHET_CPP_CACHE_FIND_BY_HINT_H
+#define CACHET_CPP_CACHE_FIND_BY_HINT_H
+
+#include "base/element.h"
+#include "cache/entry.h"
+#include "cache/hinted_key.h"
+#include "cache/record.h"
+#include "cache/snapshot.h"
+
+namespace cachet {
+
+// An index for whose next search there may be a hint.
+struct HintedIndex {
+  const ZtTable* table = nullptr;  // null: there is none
+  HintTable* hints = nullptr;
+};
+
+[[gnu::always_inline]] inline HintedIndex hinted_index(const ZtDb* database, int tableid,
+                                                       const ZtCondition* condition) noexcept {
+  if (!features::hints || !has_element(database->database, tableid)) return {};
+  const ZtTable& table = database->database[index_of_id(tableid)];
+  if (!has_element(table.hints, condition->indexid)) return {};
+  HintTable& hints = table.hints[index_of_id(condition->indexid)];
+  const ZtIndexItem& key = condition->indexitem;
+  if (hints.empty() || key.point != 1 || key.index->type != hints.lone_type) return {};
+  const bool may_serve = !condition->overfull && hint_limit() != 0 && database->base.flat_begin != nullptr;
+  return may_serve ? HintedIndex{&table, &hints} : HintedIndex{};
+}
+
+// Puts the cursor on the first record of the key, whose only field has the type. `checked` is checks_links(base).
+template <signed char type, bool checked>
+[[gnu::always_inline]] inline bool stand_by_hint(const ZtDb* database, const HintedIndex& index,
+                                                 ZtConditionHandle condition) noexcept {
+  const FlatSpace space(&database->base);
+  const ZtIndexField& field = *condition->indexitem.index;
+  const ExactKey key = exact_lone_key<type>(field);
+  if (!key.is_exact) return false;
+  const Rb_node head = index.table->indexs[static_cast<std::size_t>(condition->indexid)];
+  const Hint* const hint = index.hints->find_at_once(Era::of(&database->base, head), key.hash);
+  if (hint == nullptr) return false;
+  fetch_hinted(space, *hint);
+  const char* const item = space.at(hint->key_offset);
+  if (!leads_to_leaf(space, *hint)) return false;
+  if (!equal_lone_keys<type, checked>(space, field, key.text_length, item)) return false;
+
+  const std::uint32_t first = CurrentList::head(reinterpret_cast<const ZtIndexItem*>(item));
+  if (!space.has_node(first)) return false;
+  auto* const entry = reinterpret_cast<ZtIndexNode*>(space.node(first));
+  const std::int64_t record = record_offset_of(entry);
+  if (!space.has_data(record, stored_bytes(*index.table))) return false;
+  if (is_deleted(reinterpret_cast<const ZtRecord*>(space.at(record)))) return false;
+  condition->begin = condition->point = condition->end = space.node(hint->node_number);
+  condition->nodepoint = entry;
+  condition->precord = record;
+  return true;
+}
+
+}  // namespace cachet
+
+#endif
