@@ -96,6 +96,7 @@ class FlatSpace {
   explicit FlatSpace(const Rb_base* base) noexcept : begin_(base->flat_begin), bytes_(base->attached_bytes) {}
   explicit operator bool() const noexcept { return begin_ != nullptr; }
 
+  std::int64_t bytes() const noexcept { return bytes_; }
   char* at(std::int64_t offset) const noexcept { return begin_ + offset; }
   Rb_node node(std::uint32_t number) const noexcept {
     return reinterpret_cast<Rb_node>(at(std::int64_t{number} << slot_bits));

@@ -1,7 +1,6 @@
 #include "accelerate/leaves_ahead.h"
 
 #include <algorithm>
-#include <array>
 
 #include "accelerate/prefetch.h"
 #include "rb/node.h"
@@ -11,103 +10,78 @@ namespace cachet {
 namespace {
 
 // No balanced tree is higher; a tree under change may seem to be.
-constexpr unsigned max_depth = 128;
+constexpr unsigned max_height = 60;
 
-// A list of nodes with room for so many; what finds none is left out.
-template <unsigned room>
-class Nodes {
+// The nodes that there are at one moment.
+class NodesNow {
  public:
-  bool empty() const noexcept { return count_ == 0; }
-  unsigned count() const noexcept { return count_; }
-  Rb_node operator[](unsigned index) const noexcept { return nodes_[index]; }
-  void push(Rb_node node) noexcept {
-    if (count_ != room) nodes_[count_++] = node;
-  }
-  Rb_node pop() noexcept { return nodes_[--count_]; }
+  explicit NodesNow(const FlatSpace& space) noexcept
+      : space_(space),
+        first_(std::max<std::int64_t>(sizeof(Rb_memory),
+                                      load_relaxed<ZTINT8>(space.at(offsetof(Rb_memory, memoryheadsize))))),
+        end_(std::min<std::int64_t>(space.bytes(),
+                                    load_acquire<ZTINT8>(space.at(offsetof(Rb_memory, nodeoffset))))) {}
 
- private:
-  std::array<Rb_node, room> nodes_;
-  unsigned count_ = 0;
-};
-
-using Subtrees = Nodes<max_depth>;
-
-class Walk {
- public:
-  Walk(const Rb_base* base, bool leftward) : base_(base), reach_(base), leftward_(leftward) {}
-
-  // The subtrees next to a leaf in the order of the walk, until they promise so many leaves.
-  void climb(Rb_node leaf, unsigned wanted, Subtrees& subtrees) {
-    unsigned promised = 0;
-    Rb_node node = leaf;
-    for (unsigned level = 0; level < max_depth && promised < wanted && !is(node, RB_ROOT); ++level) {
-      const std::uint32_t parent = parent_of(node);
-      if (!reach_.node(parent)) return;
-      const bool is_left = is(node, RB_LEFT);
-      node = node_at(base_, parent);
-      if (!is(node, RB_INTERNAL)) return;
-      if (is_left == leftward_) continue;
-      add(child_of(node, leftward_), subtrees);
-      promised += 1U << std::min(level, 8U);
-    }
-  }
-
-  // Asks for their nodes, level by level: those of one level come together.
-  void fetch(const Subtrees& subtrees) {
-    Nodes<2 * most_leaves_ahead> queue;
-    for (unsigned index = 0; index < subtrees.count(); ++index) queue.push(subtrees[index]);
-    for (unsigned index = 0; index < queue.count(); ++index) {
-      const Rb_node node = queue[index];
-      if (!is(node, RB_INTERNAL)) continue;
-      add(child_of(node, !leftward_), queue);
-      add(child_of(node, leftward_), queue);
-    }
-  }
-
-  // Their leaves in order, the first ones if they have too many.
-  unsigned collect(const Subtrees& subtrees, Rb_node* leaves) {
-    unsigned count = 0;
-    unsigned visits_left = 4 * most_leaves_ahead;
-    Nodes<max_depth> stack;
-    for (unsigned index = 0; index < subtrees.count(); ++index) {
-      stack.push(subtrees[index]);
-      while (!stack.empty()) {
-        if (count == most_leaves_ahead || visits_left-- == 0) return count;
-        const Rb_node node = stack.pop();
-        if (is(node, RB_INTERNAL)) {
-          add(child_of(node, leftward_), stack);
-          add(child_of(node, !leftward_), stack);
-        } else {
-          leaves[count++] = node;
-        }
-      }
-    }
-    return count;
-  }
-
- private:
-  template <unsigned room>
-  void add(std::uint32_t number, Nodes<room>& to) {
-    if (!reach_.node(number)) return;
-    const Rb_node node = node_at(base_, number);
+  // Null for a link that leads nowhere; asked for otherwise.
+  [[gnu::always_inline]] Rb_node fetch(std::uint32_t number) const noexcept {
+    const std::int64_t offset = std::int64_t{number} << slot_bits;
+    if (offset < first_ || offset + slot_bytes > end_) return nullptr;
+    const Rb_node node = space_.node(number);
     prefetch(node);
-    to.push(node);
+    return node;
   }
 
-  const Rb_base* base_;
-  Reach reach_;
-  bool leftward_;
+ private:
+  FlatSpace space_;
+  std::int64_t first_;
+  std::int64_t end_;
 };
 
 }  // namespace
 
-unsigned leaves_ahead(const Rb_base* base, Rb_node behind, bool leftward, unsigned wanted,
-                      Rb_node* leaves) noexcept {
-  Walk walk(base, leftward);
-  Subtrees subtrees;
-  walk.climb(behind, wanted, subtrees);
-  walk.fetch(subtrees);
-  return walk.collect(subtrees, leaves);
+void LeavesAhead::fetch_first(const FlatSpace& space, Rb_node at, bool leftward) noexcept {
+  prefetch(space.node(leftward ? blink_of(at) : flink_of(at)));
+  prefetch(space.node(parent_of(at)));
+}
+
+void LeavesAhead::begin(const FlatSpace& space, Rb_node behind, bool leftward, unsigned wanted) noexcept {
+  const NodesNow nodes(space);
+  leftward_ = leftward;
+  count_ = 0;
+  unsigned promised = 0;
+  Rb_node node = behind;
+  for (unsigned level = 0; level < max_height && promised < wanted && !is(node, RB_ROOT); ++level) {
+    const bool is_left = is(node, RB_LEFT);
+    node = nodes.fetch(parent_of(node));
+    if (node == nullptr || !is(node, RB_INTERNAL)) return;
+    if (is_left == leftward) continue;
+    const Rb_node subtree = nodes.fetch(child_of(node, leftward));
+    if (subtree == nullptr) return;
+    half_[which_][count_++] = subtree;
+    promised += 1U << std::min(level, 8U);
+  }
+}
+
+unsigned LeavesAhead::advance(const FlatSpace& space, Rb_node* leaves) noexcept {
+  const NodesNow nodes(space);
+  const Rb_node* from = half_[which_].data();
+  const Rb_node* const end = from + count_;
+  Rb_node* const begin = half_[which_ ^= 1].data();
+  Rb_node* to = begin;
+  Rb_node* leaf = leaves;
+  for (; from != end && !is(*from, RB_INTERNAL); ++from) *leaf++ = *from;
+  // Nodes far ahead that find no room are left out; the walk begins anew where they are missed.
+  for (const Rb_node* const full = begin + room - 1; from != end && to < full; ++from) {
+    const Rb_node node = *from;
+    if (!is(node, RB_INTERNAL)) {
+      *to++ = node;
+      continue;
+    }
+    if ((*to = nodes.fetch(child_of(node, !leftward_))) != nullptr) ++to;
+    if ((*to = nodes.fetch(child_of(node, leftward_))) != nullptr) ++to;
+  }
+  count_ = static_cast<unsigned>(to - begin);
+  return static_cast<unsigned>(leaf - leaves);
 }
 
 }  // namespace cachet

@@ -5,6 +5,7 @@
 #include "base/features.h"
 #include "cache/error.h"
 #include "cache/key.h"
+#include "cache/next_row.h"
 #include "cache/record.h"
 #include "cache/rows_ahead.h"
 #include "cache/snapshot.h"
@@ -31,20 +32,22 @@ Step step_for(const ZtDb* database, const ZtCondition* condition, Standing stand
 }
 
 template <class Direction>
-void read_ahead(ZtDbHandle database, const ZtCondition* condition, Rb_node from) {
+[[gnu::always_inline]] inline void read_ahead(ZtDbHandle database, const FlatSpace& space,
+                                              const ZtCondition* condition, Rb_node from) {
   if (database->rows_ahead == nullptr) [[unlikely]]
     database->rows_ahead = std::make_shared<RowsAhead>();
   const auto tree = walks_index(condition) ? RowsAhead::Tree::index : RowsAhead::Tree::record_ids;
-  database->rows_ahead->follow(&database->base, tree, from, condition->point, Direction::is_leftward);
+  database->rows_ahead->follow(space, tree, from, condition->point, Direction::is_leftward);
 }
 
 template <class Direction>
 Step step_to_next_key(ZtDbHandle database, ZtConditionHandle condition) {
   if (condition->point == nullptr || condition->point == Direction::limit(condition)) return step_exhausted;
-  const Rb_node next = Direction::next_key(&database->base, condition->point);
+  const Rb_node next = neighbour(&database->base, Direction::next_link(condition->point));
   if (next == nullptr || (status_of(next) & RB_HEAD) != 0) return step_exhausted;
   const Rb_node from = std::exchange(condition->point, next);
-  if constexpr (features::read_ahead) read_ahead<Direction>(database, condition, from);
+  if (const FlatSpace space(&database->base); features::read_ahead && space)
+    read_ahead<Direction>(database, space, condition, from);
   if (!walks_index(condition)) {
     return step_for<Direction>(database, condition, stand_on_list_item(database, condition));
   }
@@ -149,6 +152,38 @@ inline bool run(ZtDbHandle database, ZtConditionHandle condition, int code) {
   return code == step_stands || run_on(database, condition, code);
 }
 
+// The straight step. False, and nothing has moved, when the way is not so plain.
+template <class Direction>
+[[gnu::always_inline]] inline bool move_at_once(ZtDbHandle database, ZtConditionHandle condition) {
+  const FlatSpace space(&database->base);
+  const int tableid = condition->tableid;
+  if (!space || !walks_index(condition) || !has_element(database->database, tableid)) return false;
+  const int record_bytes = stored_bytes(database->database[index_of_id(tableid)]);
+  NextRow row;
+  bool found = false;
+  const auto find = [&]() __attribute__((always_inline)) {
+    found = find_next_row<Direction>(space, condition, record_bytes, row);
+  };
+  if (database->base.mode != ZT_MODE_READ_ONLY) {
+    find();
+  } else if (!runs_unchanged(database, catalog_of(database, tableid), find)) {
+    return false;
+  }
+  if (!found) return false;
+  condition->nodepoint = row.entry;
+  condition->precord = row.record;
+  const Rb_node from = std::exchange(condition->point, row.point);
+  if (features::read_ahead && from != row.point) read_ahead<Direction>(database, space, condition, from);
+  return true;
+}
+
+template <class Direction>
+bool move(ZtDbHandle database, ZtConditionHandle condition) {
+  const bool moved = move_at_once<Direction>(database, condition) ||
+                     run_on(database, condition, step<Direction>(database, condition));
+  return end_read(database, moved);
+}
+
 }  // namespace
 
 bool report_table(ZtDbHandle database, int tableid, const ZtCondition* condition) {
@@ -156,6 +191,14 @@ bool report_table(ZtDbHandle database, int tableid, const ZtCondition* condition
   if (table == nullptr) return false;
   if (table->listindex == nullptr) return report(database, ZT_ERR_GENERAL, message::database_not_open);
   return report(database, ZT_ERR_GENERAL, message::bad_index, condition->indexid);
+}
+
+void expect_walk(ZtDbHandle database, const ZtCondition* condition) {
+  const FlatSpace space(&database->base);
+  if (!features::read_ahead || !space) return;
+  if (database->rows_ahead == nullptr) [[unlikely]]
+    database->rows_ahead = std::make_shared<RowsAhead>();
+  database->rows_ahead->expect(space, condition->point, Forward::is_leftward);
 }
 
 template <class Direction>
@@ -207,8 +250,8 @@ bool ZtMovePrevRecord(ZtDbHandle database, ZtConditionHandle condition) {
 }
 
 bool ZtNextRecord(ZtDbHandle database, ZtConditionHandle condition) {
-  return end_read(database, ZtNextLoop(database, condition));
+  return move<Forward>(database, condition);
 }
 bool ZtPrevRecord(ZtDbHandle database, ZtConditionHandle condition) {
-  return end_read(database, ZtPrevLoop(database, condition));
+  return move<Backward>(database, condition);
 }

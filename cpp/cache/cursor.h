@@ -41,7 +41,7 @@ struct Forward {
   static constexpr Step skip = step_skip_forward;
   static constexpr Step unlink = step_unlink_forward;
   static Rb_node limit(const ZtCondition* condition) { return condition->end; }
-  static Rb_node next_key(const Rb_base* base, Rb_node node) { return neighbour(base, blink_of(node)); }
+  static std::uint32_t next_link(Rb_node node) { return blink_of(node); }
 };
 
 struct Backward {
@@ -50,7 +50,7 @@ struct Backward {
   static constexpr Step skip = step_skip_backward;
   static constexpr Step unlink = step_unlink_backward;
   static Rb_node limit(const ZtCondition* condition) { return condition->begin; }
-  static Rb_node next_key(const Rb_base* base, Rb_node node) { return neighbour(base, flink_of(node)); }
+  static std::uint32_t next_link(Rb_node node) { return flink_of(node); }
 };
 
 // Puts the cursor on the record at `offset`.
@@ -113,6 +113,9 @@ inline bool names_table(const ZtDb* database, int tableid, const ZtCondition* co
 inline bool require_table(ZtDbHandle database, int tableid, const ZtCondition* condition) {
   return names_table(database, tableid, condition) || report_table(database, tableid, condition);
 }
+
+// Begins to read ahead of a cursor that has been put on the first key of a range.
+void expect_walk(ZtDbHandle database, const ZtCondition* condition);
 
 // Ends a call that has put the cursor somewhere: true on a live record, else by a move to the next one in the
 // direction, through the unlinking of a deleted one where this handle may.

@@ -107,6 +107,7 @@ Outcome find(ZtDbHandle database, const ZtTable& table, ZtConditionHandle condit
   });
   learnt.keep();
   if (!outcome.found) return end_read(database, false);
+  if (op != ZT_OP_EQUAL) expect_walk(database, condition);
   if (outcome.standing == Standing::empty_key) condition->nodepoint = nullptr;
   return end_read(database, settle<Forward>(database, condition, outcome.standing));
 }

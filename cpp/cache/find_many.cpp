@@ -33,7 +33,7 @@ void stand_on_records(ZtDbHandle database, const ZtTable& table, const ZtConditi
     const bool found = place_cursor(base, head, conditions[index], places[index].node, places[index].found);
     standings[index] = found ? on_its_way : not_found;
   }
-  RowFetcher fetcher(base);
+  const RowFetcher fetcher{FlatSpace(base)};
   each([&](ZtConditionHandle condition, signed char&) { fetcher.item(condition->point); });
   each([&](ZtConditionHandle condition, signed char&) { fetcher.first_record(condition->point); });
   each([database](ZtConditionHandle condition, signed char& standing) {

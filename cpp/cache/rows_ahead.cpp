@@ -8,9 +8,10 @@ namespace cachet {
 
 void RowsAhead::restart(Rb_node at, bool leftward) noexcept {
   next_ = due_ = records_ = items_ = count_ = strays_ = 0;
+  wanted_ = first_leaves;
   here_ = at;
   leftward_ = leftward;
-  goes_on_ = false;
+  ahead_.stop();
 }
 
 void RowsAhead::drop_passed() noexcept {
@@ -21,26 +22,41 @@ void RowsAhead::drop_passed() noexcept {
   next_ = 0;
 }
 
-void RowsAhead::look_further(const Rb_base* base) noexcept {
-  const Rb_node last = count_ != 0 ? leaves_[count_ - 1] : here_;
-  const unsigned wanted = goes_on_ ? most_leaves_ahead / 2 : first_leaves;
-  count_ += leaves_ahead(base, last, leftward_, wanted, leaves_.data() + count_);
-  goes_on_ = true;
+void RowsAhead::expect(const FlatSpace& space, Rb_node at, bool leftward) noexcept {
+  restart(at, leftward);
+  LeavesAhead::fetch_first(space, at, leftward);
 }
 
-// Records of the portion behind the next one, items of the portion behind that. Each reads what the look before has
-// asked for, but for the first time.
-void RowsAhead::fetch(const Rb_base* base, Tree tree) noexcept {
-  RowFetcher fetcher(base);
+void RowsAhead::begin_portion(const FlatSpace& space) noexcept {
+  if (ahead_.goes_on() || count_ >= least_leaves) return;
+  ahead_.begin(space, count_ != 0 ? leaves_[count_ - 1] : here_, leftward_, wanted_);
+  wanted_ = most_leaves;
+}
+
+// One level further, or, with nothing known, all at once.
+void RowsAhead::look_further(const FlatSpace& space) noexcept {
+  if (count_ == 0) begin_portion(space);
+  do {
+    if (count_ < least_leaves) count_ += ahead_.advance(space, leaves_.data() + count_);
+  } while (count_ == 0 && ahead_.goes_on());
+}
+
+// Items of the portion behind the one whose records are asked for. Each reads what the look before has asked for, but
+// for the first time.
+void RowsAhead::fetch_items(const FlatSpace& space) noexcept {
+  const RowFetcher fetcher(space);
   for (const unsigned end = std::min(count_, 3 * portion); items_ < end; ++items_)
     fetcher.item(leaves_[items_]);
+}
+
+void RowsAhead::fetch_records(const FlatSpace& space, Tree tree) noexcept {
+  const RowFetcher fetcher(space);
   for (const unsigned end = std::min(count_, 2 * portion); records_ < end; ++records_) {
     tree == Tree::index ? fetcher.first_record(leaves_[records_]) : fetcher.listed_record(leaves_[records_]);
   }
-  due_ = std::min(portion, (count_ + 1) / 2);
 }
 
-void RowsAhead::go_on(const Rb_base* base, Tree tree, Rb_node from, Rb_node to, bool leftward) noexcept {
+void RowsAhead::go_on(const FlatSpace& space, Tree tree, Rb_node from, Rb_node to, bool leftward) noexcept {
   if (from != here_ || leftward != leftward_ || strays_ == most_strays) return restart(to, leftward);
   here_ = to;
   if (next_ < count_) {
@@ -50,8 +66,11 @@ void RowsAhead::go_on(const Rb_base* base, Tree tree, Rb_node from, Rb_node to, 
     if (next_ < due_) return;
   }
   drop_passed();
-  if (count_ <= 2 * portion) look_further(base);
-  fetch(base, tree);
+  look_further(space);
+  fetch_items(space);
+  begin_portion(space);
+  fetch_records(space, tree);
+  due_ = std::min(ahead_.goes_on() ? portion / 2 : portion, (count_ + 1) / 4);
 }
 
 }  // namespace cachet

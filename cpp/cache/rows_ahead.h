@@ -1,14 +1,16 @@
 // Reading ahead of a cursor: the leaves that it comes to, their items, and their records are asked for while it is
 // still some rows away.
 //
-//   leaves_   | behind the cursor | records asked for | items asked for | leaves asked for |
+//   leaves_   | behind the cursor | records asked for | items asked for | leaves asked for |  ahead_
 //             0                 next_            records_          items_             count_
 //
-// The three are asked for in portions, so that most steps only see that the cursor goes the expected way. One walk at
-// a time, in steps; another walk, or a turn, starts it anew. A walk is read ahead from its second step on.
+// What is asked for is looked at in portions, so that most steps only see that the cursor goes the expected way: small
+// ones at first, when the next rows are needed soon, larger ones when the walk has got ahead. One walk at a time, in
+// steps; another walk, or a turn, starts it anew. A walk is read ahead from its second step on, one that a search for
+// a range has announced from its first.
 //
 // The list of leaves is the authority: a leaf that was not expected is passed by, and nothing here decides what a
-// cursor reads.
+// cursor reads. Only where segments lie side by side.
 #ifndef CACHET_CPP_CACHE_ROWS_AHEAD_H
 #define CACHET_CPP_CACHE_ROWS_AHEAD_H
 
@@ -23,35 +25,43 @@ class RowsAhead {
  public:
   enum class Tree : bool { index, record_ids };
 
+  // A walk is about to begin at a leaf.
+  void expect(const FlatSpace& space, Rb_node at, bool leftward) noexcept;
+
   // The cursor has gone from one leaf to its neighbour: the left one (`leftward`, against the list) or the right one.
-  void follow(const Rb_base* base, Tree tree, Rb_node from, Rb_node to, bool leftward) noexcept {
+  void follow(const FlatSpace& space, Tree tree, Rb_node from, Rb_node to, bool leftward) noexcept {
     const bool is_expected = from == here_ && next_ < due_ && leaves_[next_] == to && leftward == leftward_;
-    if (!is_expected) return go_on(base, tree, from, to, leftward);
+    if (!is_expected) return go_on(space, tree, from, to, leftward);
     here_ = to;
     ++next_;
   }
 
  private:
-  static constexpr unsigned portion = 8;       // steps from one look to the next
+  static constexpr unsigned portion = 8;       // steps from one look to the next, at most
   static constexpr unsigned first_leaves = 8;  // that a walk looks ahead, before it has shown that it goes on
+  static constexpr unsigned most_leaves = LeavesAhead::room / 2;
+  static constexpr unsigned least_leaves = 40;  // with fewer known, more are looked for
   static constexpr unsigned most_strays = 8;
 
-  void go_on(const Rb_base* base, Tree tree, Rb_node from, Rb_node to, bool leftward) noexcept;
+  void go_on(const FlatSpace& space, Tree tree, Rb_node from, Rb_node to, bool leftward) noexcept;
   void restart(Rb_node at, bool leftward) noexcept;
   void drop_passed() noexcept;
-  void look_further(const Rb_base* base) noexcept;
-  void fetch(const Rb_base* base, Tree tree) noexcept;
+  void begin_portion(const FlatSpace& space) noexcept;
+  void look_further(const FlatSpace& space) noexcept;
+  void fetch_items(const FlatSpace& space) noexcept;
+  void fetch_records(const FlatSpace& space, Tree tree) noexcept;
 
-  std::array<Rb_node, 2 * portion + most_leaves_ahead> leaves_;
+  LeavesAhead ahead_;
+  std::array<Rb_node, least_leaves + LeavesAhead::room> leaves_;
   unsigned next_ = 0;  // the leaf that the next step is expected to go to
-  unsigned due_ = 0;   // where the next portion is to be asked for
+  unsigned due_ = 0;   // where the next look is to be taken
   unsigned records_ = 0;
   unsigned items_ = 0;
   unsigned count_ = 0;
+  unsigned wanted_ = 0;  // leaves, when more are looked for
   unsigned strays_ = 0;  // leaves in a row that were not expected
   Rb_node here_ = nullptr;
   bool leftward_ = false;
-  bool goes_on_ = false;  // has taken a portion of leaves already
 };
 
 }  // namespace cachet
