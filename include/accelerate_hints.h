@@ -40,6 +40,15 @@ inline std::size_t hint_limit() noexcept {
 // What the tables of the process take now.
 std::size_t hint_bytes() noexcept;
 
+// What a search key has to show for a hint.
+struct ExactKey {
+  bool is_exact = false;        // it can be equal to one node's key only
+  std::uint32_t hash = 0;       // if so
+  std::size_t text_length = 0;  // of a text that is its only field
+};
+
+inline constexpr std::size_t cache_line_bytes = 64;
+
 struct Hint {
   std::uint32_t hash;
   std::uint32_t node_number;
@@ -47,11 +56,27 @@ struct Hint {
 };
 static_assert(sizeof(Hint) == 16);
 
+// In a condition: a copy of where hints were when it found by one, so that the cache line of the next hint can be asked
+// for as soon as the next key is there; and that key. The copy may be out of date: it is for asking only.
+struct ExpectedHint {
+  signed char lone_type = 0;  // 0: nothing is expected
+  const char* lines = nullptr;
+  std::size_t last_line = 0;
+  ExactKey key;  // if it was asked for
+  bool has_key = false;
+
+  const char* line_of(std::uint32_t hash) const noexcept { return lines + (hash & last_line) * cache_line_bytes; }
+};
+
 // Used by one thread at a time, as the handle it belongs to.
 class HintTable {
  public:
-  // The type of the index's only field, if its keys are hashed in the short way; 0 otherwise.
-  signed char lone_type = 0;
+  // What all keys of the index have in common.
+  struct Keys {
+    signed char lone_type = 0;   // of the only field, if they are hashed in the short way; 0 otherwise
+    std::int32_t to_record = 0;  // how far behind a key block its record lies, as far as one was looked at
+  };
+  Keys keys;
 
   HintTable() = default;
   ~HintTable() { forget(); }
@@ -67,15 +92,16 @@ class HintTable {
   }
 
   // The hint for the hash of a key, if the tree is still in the era of the table; null when there is none.
-  const Hint* find(const Era& era, std::uint32_t hash) noexcept {
+  [[gnu::always_inline]] const Hint* find(const Era& era, std::uint32_t hash) noexcept {
     if (lines_ == nullptr || !era_.goes_on_as(era)) return nullptr;
-    const Line& own = line_of(hash);
-    if (const Hint* hint = own.find(hash)) return hint;
-    return own.full() ? neighbour_of(own).find(hash) : nullptr;
+    const Line* line = &line_of(hash);
+    const Hint* hint = line->find(hash);
+    if (hint == nullptr && line->full()) hint = neighbour_of(*line).find(hash);
+    return hint;
   }
-  // The same without a look into the second line.
-  [[gnu::always_inline]] const Hint* find_at_once(const Era& era, std::uint32_t hash) noexcept {
-    return era_.goes_on_as(era) ? line_of(hash).find(hash) : nullptr;
+  // Where the next hint may be asked for.
+  ExpectedHint expect() const noexcept {
+    return {keys.lone_type, reinterpret_cast<const char*>(lines_), line_count_ - 1, {}, false};
   }
   bool empty() const noexcept { return lines_ == nullptr; }
 
@@ -88,7 +114,7 @@ class HintTable {
   std::size_t bytes() const noexcept { return lines_ == nullptr ? 0 : line_count_ * sizeof(Line); }
 
  private:
-  struct alignas(64) Line {
+  struct alignas(cache_line_bytes) Line {
     static constexpr std::size_t slot_count = 4;
     Hint slots[slot_count];
 
@@ -115,7 +141,7 @@ class HintTable {
     }
     bool full() const noexcept { return slots[slot_count - 1].node_number != 0; }
   };
-  static_assert(sizeof(Line) == 64);
+  static_assert(sizeof(Line) == cache_line_bytes);
 
   Line& line_of(std::uint32_t hash) const noexcept { return lines_[hash & (line_count_ - 1)]; }
   Line& neighbour_of(const Line& line) const noexcept {
@@ -139,9 +165,12 @@ struct LearntHint {
   HintTable* table = nullptr;  // null: nothing
   Era era;
   Hint hint{};
+  std::int32_t to_record = 0;
 
   void keep() const noexcept {
-    if (table != nullptr) table->remember(era, hint);
+    if (table == nullptr) return;
+    table->keys.to_record = to_record;
+    table->remember(era, hint);
   }
 };
 

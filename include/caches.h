@@ -146,6 +146,7 @@ struct ZtCondition {
   int indexid = 0;
   bool overfull = false;                 // key fields were dropped; the next find refuses
   cachet::ValueBlock* blocks = nullptr;  // one for each field that the key has room for
+  cachet::ExpectedHint expected;
 };
 
 /* ---- rollback copies ---- */

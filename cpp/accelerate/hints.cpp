@@ -46,7 +46,7 @@ std::size_t hint_bytes() noexcept {
 }
 
 void HintTable::swap(HintTable& other) noexcept {
-  std::swap(lone_type, other.lone_type);
+  std::swap(keys, other.keys);
   std::swap(lines_, other.lines_);
   std::swap(line_count_, other.line_count_);
   std::swap(used_slots_, other.used_slots_);

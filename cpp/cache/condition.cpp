@@ -3,7 +3,9 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "accelerate/prefetch.h"
 #include "base/fatal.h"
+#include "cache/key_hash.h"
 #include "caches.h"
 
 using namespace cachet;
@@ -23,6 +25,16 @@ constexpr int longest_value = 65535;
   block = {static_cast<char*>(std::malloc(bytes)), bytes};
   if (block.data == nullptr) fatal::out_of_heap(fatal::condition_key_line);
   ZtAddConditionIndexItem(condition, type, len, value);
+}
+
+// The sooner the better: whoever sets a key searches for it next.
+void ask_for_hint(ZtConditionHandle condition) {
+  ExpectedHint& expected = condition->expected;
+  const ZtIndexField& field = *condition->indexitem.index;
+  expected.key =
+      field.type == FIELD_STRING ? exact_lone_key<FIELD_STRING>(field) : exact_lone_key<FIELD_INT8>(field);
+  expected.has_key = true;
+  prefetch(expected.line_of(expected.key.hash));
 }
 
 bool has_room(const ZtIndexItem& key, int len, const void* value) {
@@ -54,6 +66,7 @@ void ZtSetConditionIndex(ZtConditionHandle condition, int index) {
   condition->indexitem.point = 0;
   condition->overfull = false;
   condition->indexid = index;
+  condition->expected.has_key = false;
 }
 
 void ZtAddConditionIndexItem(ZtConditionHandle condition, int type, int len, const void* value) {
@@ -72,6 +85,7 @@ void ZtAddConditionIndexItem(ZtConditionHandle condition, int type, int len, con
   } else if (length != 0) {
     std::memcpy(block.data, value, length);
   }
+  if (key.point == 1 && type == condition->expected.lone_type) ask_for_hint(condition);
 }
 
 // `nodepoint` is left out: the copy goes on from the key, not from the record within it.

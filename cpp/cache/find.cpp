@@ -161,7 +161,7 @@ bool ZtFindRecord(ZtDbHandle database, int tableid, ZtConditionHandle condition,
   if (op != ZT_OP_EQUAL || database->base.isolate) return search(database, tableid, condition, op);
   const HintedIndex index = hinted_index(database, tableid, condition);
   if (index.table == nullptr) return search(database, tableid, condition, op);
-  const bool is_text = index.hints->lone_type == FIELD_STRING;
+  const bool is_text = index.hints->keys.lone_type == FIELD_STRING;
   if (database->base.mode == ZT_MODE_READ_ONLY) {
     return is_text ? find_hinted_unchanged<FIELD_STRING>(database, tableid, condition, index)
                    : find_hinted_unchanged<FIELD_INT8>(database, tableid, condition, index);

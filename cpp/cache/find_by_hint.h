@@ -26,7 +26,7 @@ struct HintedIndex {
   if (!has_element(table.hints, condition->indexid)) return {};
   HintTable& hints = table.hints[index_of_id(condition->indexid)];
   const ZtIndexItem& key = condition->indexitem;
-  if (hints.empty() || key.point != 1 || key.index->type != hints.lone_type) return {};
+  if (hints.empty() || key.point != 1 || key.index->type != hints.keys.lone_type) return {};
   const bool may_serve = !condition->overfull && hint_limit() != 0 && database->base.flat_begin != nullptr;
   return may_serve ? HintedIndex{&table, &hints} : HintedIndex{};
 }
@@ -37,12 +37,17 @@ template <signed char type, bool checked>
                                                  ZtConditionHandle condition) noexcept {
   const FlatSpace space(&database->base);
   const ZtIndexField& field = *condition->indexitem.index;
-  const ExactKey key = exact_lone_key<type>(field);
+  ExpectedHint& expected = condition->expected;
+  if (!expected.has_key) {
+    expected = index.hints->expect();
+    expected.key = exact_lone_key<type>(field);
+  }
+  const ExactKey key = expected.key;
   if (!key.is_exact) return false;
   const Rb_node head = index.table->indexs[static_cast<std::size_t>(condition->indexid)];
-  const Hint* const hint = index.hints->find_at_once(Era::of(&database->base, head), key.hash);
+  const Hint* const hint = index.hints->find(Era::of(&database->base, head), key.hash);
   if (hint == nullptr) return false;
-  fetch_hinted(space, *hint);
+  fetch_hinted(space, *hint, index.hints->keys.to_record, stored_bytes(*index.table));
   const char* const item = space.at(hint->key_offset);
   if (!leads_to_leaf(space, *hint)) return false;
   if (!equal_lone_keys<type, checked>(space, field, key.text_length, item)) return false;

@@ -75,12 +75,6 @@ inline bool add_number(KeyHash& hash, const ZtIndexField& field) noexcept {
   }
 }
 
-struct ExactKey {
-  bool is_exact = false;        // it can be equal to one node's key only
-  std::uint32_t hash = 0;       // if so
-  std::size_t text_length = 0;  // of a text that is its only field
-};
-
 // The types of the most frequent keys: those of one field, a number of eight bytes or a text.
 constexpr bool is_lone_type(signed char type) noexcept {
   return type == FIELD_INT8 || type == FIELD_STRING;

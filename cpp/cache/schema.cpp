@@ -88,6 +88,6 @@ void ZtAddIndexField(ZtDbHandle database, int tableid, int indexid, int fieldid)
   table->fielddescrible[static_cast<std::size_t>(fieldid)].indexed = 1;
   index->indexdescrible.push_back(fieldid);
   const int count = static_cast<int>(index->indexdescrible.size());
-  table->hints[static_cast<std::size_t>(indexid)].lone_type = lone_type_of(*table, *index);
+  table->hints[static_cast<std::size_t>(indexid)].keys.lone_type = lone_type_of(*table, *index);
   if (count > table->maxindexfield) table->maxindexfield = count;
 }
