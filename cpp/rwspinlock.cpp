@@ -263,6 +263,8 @@ void bind_slots(Crwspinlock& lock) {
   }
 }
 
+constexpr std::uint64_t no_epoch = 0;
+
 bool is_slot(int lockid) {
   return lockid >= 0 && lockid < lock_slots;
 }
@@ -281,7 +283,7 @@ void remove_semaphores(Crwspinlock& lock) {
 
 }  // namespace
 
-Crwspinlock::Crwspinlock() = default;
+Crwspinlock::Crwspinlock() : m_epoch(&no_epoch) {}
 
 bool Crwspinlock::Create(char* name, int dbsesion_mode) {
   const std::string page = std::string(name) + page_suffix;
@@ -329,7 +331,7 @@ bool Crwspinlock::Watch(char* name) {
 
 // Who watched kept the last user from seeing that it was the last; so it becomes a user and leaves as one.
 void Crwspinlock::CloseWatch() {
-  m_epoch = nullptr;
+  m_epoch = &no_epoch;
   shmdt(std::exchange(m_watched, nullptr));
   Crwspinlock lock;
   if (lock.m_lockpage.Open((m_watched_name + page_suffix).c_str(), lock_key_id, false)) lock.Close();
@@ -396,7 +398,7 @@ cachet::LockPage* Crwspinlock::RecoverablePage() const {
 void Crwspinlock::Close() {
   if (m_watched != nullptr) CloseWatch();
   m_open = false;
-  m_epoch = nullptr;
+  m_epoch = &no_epoch;
   if (m_lockpage.m_p == nullptr) return;
   const int page_id = m_lockpage.m_shamemid;
   const bool only_user = m_lockpage.usercount() == 1;

@@ -65,9 +65,7 @@ class CACHET_API Crwspinlock {
   // A counter of the whole database, in the page, for what the tables' and records' own marks do not show: a
   // rollback, which takes their counters back, raises it by 2; a reset makes it odd before its first store
   // and even behind its last. 0 for ever when the lock is neither open nor watched.
-  std::uint64_t Epoch() const {
-    return m_epoch != nullptr ? cachet::load_acquire<std::uint64_t>(m_epoch) : 0;
-  }
+  std::uint64_t Epoch() const { return cachet::load_acquire<std::uint64_t>(m_epoch); }
   void RaiseEpoch();
   void MakeEpochOdd();
   void MakeEpochEven();
@@ -90,7 +88,7 @@ class CACHET_API Crwspinlock {
   void CloseWatch();
 
   bool m_open = false;
-  const std::uint64_t* m_epoch = nullptr;  // in the page that is open or watched
+  const std::uint64_t* m_epoch;  // in the page that is open or watched, else one that stays 0
   const cachet::LockPage* m_watched = nullptr;
   std::string m_watched_name;
 };

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "accelerate/prefetch.h"
+#include "base/copy_bytes.h"
 #include "base/fatal.h"
 #include "cache/key_hash.h"
 #include "caches.h"
@@ -16,29 +17,40 @@ namespace {
 constexpr std::size_t padding_bytes = 8;
 constexpr int longest_value = 65535;
 
-// Makes the field's block large enough, and adds the value then. Apart, so that the common way saves no registers.
-[[gnu::noinline]] void add_to_larger_block(ZtConditionHandle condition, int type, int len,
-                                           const void* value) {
-  ValueBlock& block = condition->blocks[condition->indexitem.point];
-  const std::size_t bytes = static_cast<std::size_t>(len) + padding_bytes;
-  std::free(block.data);
-  block = {static_cast<char*>(std::malloc(bytes)), bytes};
-  if (block.data == nullptr) fatal::out_of_heap(fatal::condition_key_line);
-  ZtAddConditionIndexItem(condition, type, len, value);
+bool has_room(const ZtIndexItem& key, int len, const void* value) {
+  return key.point < key.count && len >= 0 && len <= longest_value && (len == 0 || value != nullptr);
 }
 
 // The sooner the better: whoever sets a key searches for it next.
-void ask_for_hint(ZtConditionHandle condition) {
+[[gnu::always_inline]] inline void ask_for_hint(ZtConditionHandle condition) {
   ExpectedHint& expected = condition->expected;
   const ZtIndexField& field = *condition->indexitem.index;
+  if (condition->indexitem.point != 1 || field.type != expected.lone_type) return;
   expected.key =
       field.type == FIELD_STRING ? exact_lone_key<FIELD_STRING>(field) : exact_lone_key<FIELD_INT8>(field);
   expected.has_key = true;
   prefetch(expected.line_of(expected.key.hash));
 }
 
-bool has_room(const ZtIndexItem& key, int len, const void* value) {
-  return key.point < key.count && len >= 0 && len <= longest_value && (len == 0 || value != nullptr);
+void note_value(ZtConditionHandle condition, int type, int len, char* value) {
+  ZtIndexItem& key = condition->indexitem;
+  key.index[key.point++] = {value, static_cast<signed char>(type), 0, static_cast<short>(len)};
+  std::memset(value + len, 0, padding_bytes);
+}
+
+// A value that takes a larger block, or a long copy. Apart, so that the common way saves no registers.
+[[gnu::noinline]] void add_long_value(ZtConditionHandle condition, int type, int len, const void* value) {
+  ValueBlock& block = condition->blocks[condition->indexitem.point];
+  const auto length = static_cast<std::size_t>(len);
+  if (block.bytes < length + padding_bytes) {
+    std::free(block.data);
+    block.bytes = length + padding_bytes;
+    block.data = static_cast<char*>(std::malloc(block.bytes));
+    if (block.data == nullptr) fatal::out_of_heap(fatal::condition_key_line);
+  }
+  if (length != 0) std::memcpy(block.data, value, length);
+  note_value(condition, type, len, block.data);
+  ask_for_hint(condition);
 }
 
 }  // namespace
@@ -77,15 +89,11 @@ void ZtAddConditionIndexItem(ZtConditionHandle condition, int type, int len, con
   }
   const auto length = static_cast<std::size_t>(len);
   const ValueBlock& block = condition->blocks[key.point];
-  if (block.bytes < length + padding_bytes) return add_to_larger_block(condition, type, len, value);
-  key.index[key.point++] = {block.data, static_cast<signed char>(type), 0, static_cast<short>(len)};
-  std::memset(block.data + length, 0, padding_bytes);
-  if (length == sizeof(ZTINT8)) {
-    std::memcpy(block.data, value, sizeof(ZTINT8));
-  } else if (length != 0) {
-    std::memcpy(block.data, value, length);
-  }
-  if (key.point == 1 && type == condition->expected.lone_type) ask_for_hint(condition);
+  if (!is_short_copy(length) || block.bytes < length + padding_bytes)
+    return add_long_value(condition, type, len, value);
+  copy_short(block.data, static_cast<const char*>(value), length);
+  note_value(condition, type, len, block.data);
+  ask_for_hint(condition);
 }
 
 // `nodepoint` is left out: the copy goes on from the key, not from the record within it.

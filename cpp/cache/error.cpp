@@ -51,8 +51,8 @@ ZtTable* loaded_table(ZtDbHandle database, int tableid) {
   return nullptr;
 }
 
-bool require_record(ZtDbHandle database, const ZtRecordRow* row) {
-  return row->record != nullptr || report(database, ZT_ERR_GENERAL, message::no_record);
+bool report_no_record(ZtDbHandle database) {
+  return report(database, ZT_ERR_GENERAL, message::no_record);
 }
 
 std::nullptr_t report_read_only(ZtDbHandle database, const ZtTable& table) {

@@ -44,8 +44,11 @@ inline const char* or_empty(const char* text) {
   return text != nullptr ? text : "";
 }
 
+[[gnu::cold]] bool report_no_record(ZtDbHandle database);
 // False, reported, for a record handle without a record.
-bool require_record(ZtDbHandle database, const ZtRecordRow* row);
+inline bool require_record(ZtDbHandle database, const ZtRecordRow* row) {
+  return row->record != nullptr || report_no_record(database);
+}
 
 // Whether this handle itself writes the shared memory.
 inline bool writes_locally(const ZtDb* database) {

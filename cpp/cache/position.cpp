@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "base/copy_bytes.h"
 #include "base/fatal.h"
 #include "cache/cursor.h"
 #include "cache/error.h"
@@ -68,23 +69,50 @@ void provide_buffer(const ZtTable& table, int tableid, ZtRecordRow* row) {
 void copy_unchanged(ZtDbHandle database, const ZtTable& table, int tableid, const ZtRecord* record,
                     ZtRecordRow* row) {
   provide_buffer(table, tableid, row);
-  const auto copy = [&] {
-    return std::memcpy(row->record, record, static_cast<std::size_t>(stored_bytes(table))) != nullptr;
-  };
-  if (!runs_unchanged(database, record, copy)) read_unchanged(database, record, copy);
-  end_read(database, true);
+  read_unchanged(database, record, [&] {
+    std::memcpy(row->record, record, static_cast<std::size_t>(stored_bytes(table)));
+    return true;
+  });
+  ZtUnLock(database);
 }
 
-// Hands a record out to a row that has a buffer of its own, or has to have one.
-[[gnu::noinline]] bool hand_out(ZtDbHandle database, int tableid, ZtRecord* record, ZtRecordRow* row) {
-  if (database->base.mode == ZT_MODE_READ_ONLY) {
-    copy_unchanged(database, database->database[static_cast<std::size_t>(tableid)], tableid, record, row);
+[[gnu::noinline]] bool get_record(ZtDbHandle database, const ZtTable& table, const ZtCondition* condition,
+                                  ZtRecordRow* row) {
+  const Rb_base* const base = &database->base;
+  if (base->memory == nullptr || !is_readable_data(base, condition->precord, stored_bytes(table)))
+    return report(database, ZT_ERR_GENERAL, message::no_position);
+  ZtRecord* const record = record_at(base, condition->precord);
+  if (base->mode == ZT_MODE_READ_ONLY) {
+    copy_unchanged(database, table, condition->tableid, record, row);
   } else {
-    release_row(row);
+    if (row->copied_bytes != 0) release_row(row);
     row->record = record;
   }
   row->newrow = false;
-  row->tableid = tableid;
+  row->tableid = condition->tableid;
+  return true;
+}
+
+// The same in one straight piece. False, and nothing is done, for what is out of the ordinary.
+[[gnu::always_inline]] inline bool get_at_once(const ZtDb* database, const ZtTable& table,
+                                               const ZtCondition* condition, ZtRecordRow* row) {
+  const FlatSpace space(&database->base);
+  const int bytes = stored_bytes(table);
+  if (!space || !space.has_data(condition->precord, bytes)) return false;
+  auto* const record = reinterpret_cast<ZtRecord*>(space.at(condition->precord));
+  if (database->base.mode != ZT_MODE_READ_ONLY) {
+    if (row->copied_bytes != 0) return false;
+    *row = {record, condition->tableid, false, 0};
+    return true;
+  }
+  const auto count = static_cast<std::size_t>(bytes);
+  const bool has_buffer = row->copied_bytes >= bytes && row->tableid == condition->tableid;
+  if (!has_buffer || !is_short_copy(count) || !database->locks.empty()) return false;
+  const auto copy = [&]() __attribute__((always_inline)) {
+    copy_short(bytes_of(row->record), bytes_of(record), count);
+  };
+  if (!runs_unchanged(database, record, copy)) return false;
+  row->newrow = false;
   return true;
 }
 
@@ -140,13 +168,6 @@ bool ZtGotoRecord(ZtDbHandle database, int tableid, int rowid, ZtConditionHandle
 bool ZtGetRecord(ZtDbHandle database, ZtConditionHandle condition, ZtRecordHandle recordrow) {
   const ZtTable* const table = table_at(database, condition->tableid);
   if (table == nullptr) return false;
-  const Rb_base* const base = &database->base;
-  if (base->memory == nullptr || !is_readable_data(base, condition->precord, stored_bytes(*table)))
-      [[unlikely]]
-    return report(database, ZT_ERR_GENERAL, message::no_position);
-  ZtRecord* const record = record_at(base, condition->precord);
-  if (base->mode == ZT_MODE_READ_ONLY || recordrow->copied_bytes != 0)
-    return hand_out(database, condition->tableid, record, recordrow);
-  *recordrow = {record, condition->tableid, false, 0};
-  return true;
+  return get_at_once(database, *table, condition, recordrow) ||
+         get_record(database, *table, condition, recordrow);
 }

@@ -3,6 +3,7 @@
 #include "cache/row.h"
 
 #include <cstdlib>
+#include <cstring>
 
 #include "base/fatal.h"
 #include "cache/error.h"
@@ -11,9 +12,11 @@
 namespace cachet {
 
 ZtRecord* allocate_row(const ZtTable& table, int line) {
-  void* const memory = std::calloc(1, static_cast<std::size_t>(stored_bytes(table)));
+  // Not calloc: it takes nothing from the cache that the row before has gone back to.
+  const auto bytes = static_cast<std::size_t>(stored_bytes(table));
+  void* const memory = std::malloc(bytes);
   if (memory == nullptr) fatal::out_of_heap(line);
-  return static_cast<ZtRecord*>(memory);
+  return static_cast<ZtRecord*>(std::memset(memory, 0, bytes));
 }
 
 void release_row(ZtRecordRow* row) {

@@ -2,8 +2,9 @@
 
 #include <algorithm>
 #include <bit>
-#include <cstring>
 #include <functional>
+
+#include "base/copy_bytes.h"
 
 namespace cachet {
 
@@ -24,7 +25,7 @@ bool is_below(const UndoArray::Entry& a, const UndoArray::Entry& b) {
 }  // namespace
 
 // Where the address is, or belongs.
-AddressSet::Slot& AddressSet::slot_of(const void* address) noexcept {
+inline AddressSet::Slot& AddressSet::slot_of(const void* address) noexcept {
   const std::uint64_t hash = reinterpret_cast<std::uintptr_t>(address) * golden_ratio;
   for (std::size_t number = hash >> hash_shift_;; number = (number + 1) & (slots_.size() - 1)) {
     Slot& slot = slots_[number];
@@ -62,11 +63,22 @@ void AddressSet::grow() {
   }
 }
 
+inline char* UndoArray::room_for(std::size_t bytes) {
+  if (bytes > large_bytes) return large_images_.emplace_back(new char[bytes]).get();
+  if (bytes > block_room_) {
+    blocks_.emplace_back(new char[block_bytes]);
+    block_room_ = block_bytes;
+  }
+  char* const room = blocks_.back().get() + (block_bytes - block_room_);
+  block_room_ -= bytes;
+  return room;
+}
+
 void UndoArray::keep(char* record, int length, int tableid) {
   if (!kept_.insert(record)) return;
   const auto bytes = static_cast<std::size_t>(length);
   char* const image = room_for(bytes);
-  std::memcpy(image, record, bytes);
+  copy_bytes(image, record, bytes);
   order_ = order_behind(record);
   entries_.push_back({record, image, length, tableid});
 }
@@ -94,17 +106,6 @@ void UndoArray::clear() noexcept {
   if (blocks_.size() > 1) blocks_.resize(1);
   block_room_ = blocks_.empty() ? 0 : block_bytes;
   large_images_.clear();
-}
-
-char* UndoArray::room_for(std::size_t bytes) {
-  if (bytes > large_bytes) return large_images_.emplace_back(new char[bytes]).get();
-  if (bytes > block_room_) {
-    blocks_.emplace_back(new char[block_bytes]);
-    block_room_ = block_bytes;
-  }
-  char* const room = blocks_.back().get() + (block_bytes - block_room_);
-  block_room_ -= bytes;
-  return room;
 }
 
 }  // namespace cachet
