@@ -1,5 +1,6 @@
 // The scenarios of one process that change rows. See operations.h.
 #include <algorithm>
+#include <utility>
 
 #include "clock.h"
 #include "interruption.h"
@@ -30,28 +31,29 @@ double sum_of_all(const Rows& rows) {
   return count * (count - 1) / 2;
 }
 
-// Reports nanoseconds per id, 100 to a transaction.
-template <typename Change>
-void change_all(const Session& session, const char* operation, const std::vector<std::int64_t>& ids,
-                Change change) {
+// Reports nanoseconds per item, 100 to a transaction.
+template <typename Item, typename Change>
+void change_all(const Session& session, const char* operation, const std::vector<Item>& items, Change change) {
   const Stopwatch stopwatch;
-  for (std::size_t i = 0; i < ids.size();) {
+  for (std::size_t i = 0; i < items.size();) {
     check_interruption();
-    const std::size_t end = std::min(i + rows_per_transaction, ids.size());
+    const std::size_t end = std::min(i + rows_per_transaction, items.size());
     session.system.begin();
-    for (; i < end; ++i) change(ids[i]);
+    for (; i < end; ++i) change(items[i]);
     session.system.commit();
   }
-  session.report(operation, stopwatch.elapsed_ns() / static_cast<double>(ids.size()));
+  session.report(operation, stopwatch.elapsed_ns() / static_cast<double>(items.size()));
 }
 
+// The new prices are looked up beforehand: they are the benchmark's memory, not the system's.
 void update(const Session& session) {
-  const std::vector<std::int64_t> ids =
-      distinct_ids(session.rows.count(), session.at_most(changes), session.seed);
-  change_all(session, "update", ids,
-             [&](std::int64_t id) { session.system.set_price(id, session.rows.price(id) + raise); });
+  std::vector<std::pair<std::int64_t, double>> prices;
+  for (const std::int64_t id : distinct_ids(session.rows.count(), session.at_most(changes), session.seed))
+    prices.emplace_back(id, session.rows.price(id) + raise);
+  change_all(session, "update", prices,
+             [&](const auto& price) { session.system.set_price(price.first, price.second); });
   check_sum(session.system.range(0, session.rows.count()),
-            sum_of_all(session.rows) + raise * static_cast<double>(ids.size()));
+            sum_of_all(session.rows) + raise * static_cast<double>(prices.size()));
 }
 
 // Of updates; only the taking back is measured.

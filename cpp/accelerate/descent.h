@@ -53,7 +53,7 @@ class Descent {
     if (node_ == head_) return false;
     const Rb_node last = node_at(base_, last_);
     const Comparison with_last = stored_.compare(last);
-    note(with_last.order, with_last.shared);
+    note(with_last.order > 0, with_last.shared);
     if (with_last.order == 0) return end(last, true);
     return with_last.order < 0 || end(head_, false);
   }
@@ -61,17 +61,12 @@ class Descent {
   // Goes down one level. False when the search has ended.
   [[gnu::always_inline]] bool step() noexcept {
     if (!is(node_, RB_INTERNAL)) return false;
-    int order = 0;
-    if (const SeparatorBytes separator(node_); features::separators && separator.header() == header_)
-        [[likely]] {
-      const std::uint64_t window = separator.window();
-      if (window == window_) return step_at_equal_window();
-      order = order_by_window(window);
-    } else {
-      order = order_at_other_separator(separator);
-      if (order == 0) return false;
-    }
-    return go_to_child(order);
+    const SeparatorBytes separator(node_);
+    if (!features::separators || separator.header() != header_) [[unlikely]]
+      return step_at_other_separator(separator);
+    const std::uint64_t window = separator.window();
+    if (window == window_) return step_at_equal_window();
+    return go_to_child(is_behind(window));
   }
 
   // Where it has got to: the result, when it has ended.
@@ -108,20 +103,25 @@ class Descent {
     equal_windows_decide_ = key_.is_whole() && key_.size() == skip + own.count;
   }
 
-  // By a window that is not equal, of a separator with that header.
-  int order_by_window(std::uint64_t window) noexcept {
-    const int order = window_ < window ? 1 : -1;
-    if (tracks_) note(order, skip_ + static_cast<unsigned>(std::countl_zero(window_ ^ window)) / 8);
-    return order;
+  // By a window that is not equal, of a separator with the expected header.
+  bool is_behind(std::uint64_t window) noexcept {
+    const bool behind = window_ < window;
+    if (tracks_) note(behind, skip_ + static_cast<unsigned>(std::countl_zero(window_ ^ window)) / 8);
+    return behind;
   }
 
   [[gnu::noinline]] bool step_at_equal_window() noexcept {
     const int order = equal_windows_decide_ ? 0 : order_of_greatest_left();
-    return order == 0 ? end_at_greatest_left() : go_to_child(order);
+    return order == 0 ? end_at_greatest_left() : go_to_child(order > 0);
+  }
+
+  [[gnu::noinline]] bool step_at_other_separator(const SeparatorBytes& separator) noexcept {
+    const int order = order_at_other_separator(separator);
+    return order != 0 && go_to_child(order > 0);
   }
 
   // 0 when the search has ended, which is noted already.
-  [[gnu::noinline]] int order_at_other_separator(const SeparatorBytes& separator) noexcept {
+  int order_at_other_separator(const SeparatorBytes& separator) noexcept {
     if (features::separators && separator.is_for(key_.first_type()) && shares(separator.skip())) {
       const unsigned skip = separator.skip();
       if (skip > skip_ && skip < key_.size()) expect(skip);
@@ -131,7 +131,7 @@ class Descent {
       // A byte that only one of the two has does not decide.
       if (valid != 0 && different >> (64 - 8 * valid) != 0) {
         const int order = searched < separator.window() ? 1 : -1;
-        note(order, skip + static_cast<unsigned>(std::countl_zero(different)) / 8);
+        note(order > 0, skip + static_cast<unsigned>(std::countl_zero(different)) / 8);
         return order;
       }
       if (key_.is_whole() && key_.size() != 0 && key_.size() <= skip + separator.count()) {
@@ -149,7 +149,7 @@ class Descent {
     const std::uint32_t lext = lext_of(node_);
     if (checked && !reach_.node(lext)) return give_up();
     const Comparison comparison = stored_.compare(node_at(base_, lext));
-    if (tracks_ && comparison.order != 0) note(comparison.order, comparison.shared);
+    if (tracks_ && comparison.order != 0) note(comparison.order > 0, comparison.shared);
     return comparison.order;
   }
 
@@ -164,31 +164,28 @@ class Descent {
     return end(node_at(base_, lext), true);
   }
 
-  [[gnu::always_inline]] bool go_to_child(int order) noexcept {
-    const std::uint32_t child = child_of(node_, order < 0);
+  // `behind`: the searched key belongs behind the node's.
+  [[gnu::always_inline]] bool go_to_child(bool behind) noexcept {
+    const std::uint32_t child = child_of(node_, !behind);
     if (checked && (depth_++ == max_depth || !reach_.node(child))) return false;
     node_ = node_at(base_, child);
     return true;
   }
 
-  // A key that the searched one belongs behind (`order` > 0) or before is the nearest one to its left or right now.
-  void note(int order, unsigned shared) noexcept {
+  // A key that the searched one belongs behind, or before, is the nearest one to its left, or right, now.
+  void note(bool behind, unsigned shared) noexcept {
     shared = std::min(shared, key_.ordered());
-    if (order > 0) {
-      left_shared_ = shared;
-      left_is_known_ = true;
-    } else {
-      right_shared_ = shared;
-    }
+    shared_with_[behind ? to_left : to_right] = shared;
+    left_is_known_ |= behind;
     lengths_seen_ |= std::uint64_t{1} << std::min(shared, longest_seen);
   }
 
   // Whether everything below this node shares `skip` bytes with the searched key.
   bool shares(unsigned skip) noexcept {
     if (skip == 0) return true;
-    if (skip > right_shared_) return false;
-    if (!left_is_known_) note(1, shared_with_first());
-    return skip <= left_shared_;
+    if (skip > shared_with_[to_right]) return false;
+    if (!left_is_known_) note(true, shared_with_first());
+    return skip <= shared_with_[to_left];
   }
 
   unsigned shared_with_first() noexcept {
@@ -202,9 +199,9 @@ class Descent {
   // at an end of the tree is.
   unsigned skip_for_entry() noexcept {
     if (!tracks_) return 0;
-    const unsigned to_left = left_is_known_ ? left_shared_ : 0;
+    const unsigned with_left = left_is_known_ ? shared_with_[to_left] : 0;
     lengths_seen_ |= std::uint64_t{1} << std::min({shared_with_first(), key_.ordered(), longest_seen});
-    const unsigned decisive = std::min(std::max(to_left, right_shared_), longest_seen);
+    const unsigned decisive = std::min(std::max(with_left, shared_with_[to_right]), longest_seen);
     const unsigned least = decisive < Separator::window_bytes ? 0 : decisive + 1 - Separator::window_bytes;
     return least + static_cast<unsigned>(std::countr_zero(lengths_seen_ >> least));
   }
@@ -222,8 +219,8 @@ class Descent {
   std::uint32_t header_ = 0;  // of the separators it compares with directly
   unsigned skip_ = 0;
   std::uint64_t lengths_seen_ = 0;  // bit n: some key on the way shares n bytes with the searched one
-  unsigned left_shared_ = 0;
-  unsigned right_shared_ = 0;
+  enum Side { to_right, to_left };
+  unsigned shared_with_[2] = {};  // bytes that the nearest key on that side shares with the searched one
   std::uint32_t last_ = 0;
   int depth_ = 0;
   bool tracks_;  // the searched key is long enough for separators that skip bytes

@@ -31,7 +31,7 @@ class LevelledDescent : public Descent<checked, Stored> {
   bool begin() noexcept {
     if (!Base::begin()) return false;
     if (levels_ == nullptr || from_ == From::root) return true;
-    shared_with_last_ = this->right_shared_;
+    shared_with_last_ = this->shared_with_[Base::to_right];
     return go_through_levels();
   }
 
@@ -40,7 +40,7 @@ class LevelledDescent : public Descent<checked, Stored> {
     const Rb_node here = this->node_;
     if (position_ < PackedLevels::end && is(here, RB_INTERNAL)) fill(here);
     if (!Base::step()) return false;
-    pass(here, number_of(this->node_) == left_of(here) ? -1 : 1);
+    pass(here, number_of(this->node_) != left_of(here));
     return true;
   }
 
@@ -49,8 +49,10 @@ class LevelledDescent : public Descent<checked, Stored> {
     if (!has_jumped_) return true;
     if (this->found_) return !decided_on_trust() || this->stored_.compare(this->node_).order == 0;
     if (is(this->node_, RB_INTERNAL)) return false;
-    const std::uint32_t right = right_ != nullptr ? lext_of(right_) : this->last_;
-    const std::uint32_t left = left_ != nullptr ? lext_of(left_) : number_of(this->head_);
+    const Rb_node larger = passed_[Base::to_right];
+    const Rb_node smaller = passed_[Base::to_left];
+    const std::uint32_t right = larger != nullptr ? lext_of(larger) : this->last_;
+    const std::uint32_t left = smaller != nullptr ? lext_of(smaller) : number_of(this->head_);
     if (right != number_of(this->node_) || left != blink_of(this->node_)) return false;
     return !decided_on_trust() || (proves(right, -1) && (left == number_of(this->head_) || proves(left, 1)));
   }
@@ -64,9 +66,9 @@ class LevelledDescent : public Descent<checked, Stored> {
   std::uint32_t number_of(Rb_node node) const noexcept { return value_of(node_number_of(this->base_, node)); }
 
   // Every position has at most two more below it: it stays beyond the end once it is there.
-  void pass(Rb_node node, int order) noexcept {
-    (order > 0 ? left_ : right_) = node;
-    if (position_ < PackedLevels::end) position_ = 2 * position_ + (order > 0 ? 1 : 0);
+  void pass(Rb_node node, bool behind) noexcept {
+    passed_[behind ? Base::to_left : Base::to_right] = node;
+    if (position_ < PackedLevels::end) position_ = 2 * position_ + (behind ? 1 : 0);
   }
 
   void fill(Rb_node node) noexcept {
@@ -77,20 +79,20 @@ class LevelledDescent : public Descent<checked, Stored> {
   bool go_through_levels() noexcept {
     if (levels_->at(PackedLevels::root).node_number != number_of(this->node_)) return true;
     has_jumped_ = true;
-    int order = 0;
+    bool behind = false;
     do {
       const PackedLevels::Entry& entry = levels_->at(position_);
-      if (entry.node_number == 0) return this->go_to_child(order);
+      if (entry.node_number == 0) return this->go_to_child(behind);
       if (checked && !this->reach_.node(entry.node_number)) return false;
       this->node_ = node_at(this->base_, entry.node_number);
       // What takes more than a look, or ends the search, is the step's own at this node.
       if (entry.header != this->header_ || entry.window == this->window_) {
         return true;
       }
-      order = this->order_by_window(entry.window);
-      pass(this->node_, order);
+      behind = this->is_behind(entry.window);
+      pass(this->node_, behind);
     } while (position_ < PackedLevels::end);
-    return this->go_to_child(order);
+    return this->go_to_child(behind);
   }
 
   bool decided_on_trust() noexcept {
@@ -101,7 +103,7 @@ class LevelledDescent : public Descent<checked, Stored> {
   bool proves(std::uint32_t external, int side) noexcept {
     if (!this->may_follow(external)) return false;
     const Comparison comparison = this->stored_.compare(node_at(this->base_, external));
-    this->note(comparison.order, comparison.shared);
+    this->note(comparison.order > 0, comparison.shared);
     return comparison.order == side;
   }
 
@@ -109,8 +111,7 @@ class LevelledDescent : public Descent<checked, Stored> {
   From from_;
   unsigned shared_with_last_ = 0;
   std::uint32_t position_ = PackedLevels::root;
-  Rb_node left_ = nullptr;   // the last node passed whose key lies to the left
-  Rb_node right_ = nullptr;  // and to the right; without one it is the tree's last
+  Rb_node passed_[2] = {};  // the last node whose key lies on that side; none to the right: it is the tree's last
   bool has_jumped_ = false;
 };
 

@@ -46,8 +46,9 @@ inline void set_root(Rb_node head, std::uint32_t to) noexcept {
 inline void set_child(Rb_node node, bool left, std::uint32_t to) noexcept {
   store_release<std::uint32_t>(bytes_of(node) + (left ? 0 : 4), to);
 }
+// Without a branch: which way a search goes nobody can foretell.
 inline std::uint32_t child_of(Rb_node node, bool left) noexcept {
-  return left ? left_of(node) : right_of(node);
+  return load_acquire<std::uint32_t>(bytes_of(node) + (left ? 0 : sizeof(std::uint32_t)));
 }
 
 // 4 bytes each: the rest of the two 8-byte fields of an internal node stays zero.

@@ -167,7 +167,7 @@ void audit(ZtDbHandle db, Board& board, std::mt19937& random) {
 void read(ZtDbHandle db, Board& board, std::mt19937& random) {
   Row row(db);
   const int id = static_cast<int>(random() % base_accounts);
-  if (!bank::find(db, id, row) || row.get<int>(bank::f_id) != id || !bank::is_whole(row)) ++board.faults;
+  if (!bank::find(db, id, row) || row.get<ZTINT8>(bank::f_id) != id || !bank::is_whole(row)) ++board.faults;
   if (random() % 64 == 0) bank::walk(db, static_cast<int>(random() % bank::indexes), random() % 2 == 0);
 }
 

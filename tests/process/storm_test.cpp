@@ -82,7 +82,7 @@ TEST_F(Storm, AMillionReadsBesideCommitsAndRollbacksAreNeverTorn) {
       const long before = board->ended;
       for (long read = 0; read < reads / 2 || board->ended - before < transactions; ++read) {
         const int id = static_cast<int>(own_random() % ids);
-        const bool sound = bank::find(own, id, row) && row.get<int>(bank::f_id) == id &&
+        const bool sound = bank::find(own, id, row) && row.get<ZTINT8>(bank::f_id) == id &&
                            bank::is_whole(row) && row.get<long long>(bank::f_amount) > 0;
         if (!sound) ++board->faults;
       }

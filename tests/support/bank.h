@@ -30,7 +30,7 @@ inline long long check_number(int id, long long amount) {
 
 inline void define(ZtDbHandle db) {
   ZtAddTable(db, "accounts");
-  ZtAddField(db, accounts, "id", FIELD_INT, 4, -1);
+  ZtAddField(db, accounts, "id", FIELD_INT8, 8, -1);
   ZtAddField(db, accounts, "name", FIELD_STRING, name_width, -1);
   ZtAddField(db, accounts, "team", FIELD_INT, 4, -1);
   ZtAddField(db, accounts, "amount", FIELD_INT8, 8, -1);
@@ -57,18 +57,19 @@ inline bool put(ZtDbHandle db, int id, long long amount) {
   Row row(db);
   char name[name_width] = {};
   std::snprintf(name, sizeof name, "n%d", id % names);
-  return ZtNewRecord(db, accounts, row) && row.set(f_id, id) && ZtSetField(db, row, f_name, name) &&
+  return ZtNewRecord(db, accounts, row) && row.set<ZTINT8>(f_id, id) && ZtSetField(db, row, f_name, name) &&
          row.set(f_team, id % teams) && row.set(f_amount, amount) &&
          row.set(f_check, check_number(id, amount)) && ZtPutRecord(db, row);
 }
 
 inline bool find(ZtDbHandle db, int id, Row& row) {
-  Condition condition(i_id, id);
+  Condition condition(i_id);
+  condition.add(ZTINT8{id});
   return ZtFindRecord(db, accounts, condition, ZT_OP_EQUAL) && ZtGetRecord(db, condition, row);
 }
 
 inline bool is_whole(const Row& row) {
-  return row.get<long long>(f_check) == check_number(row.get<int>(f_id), row.get<long long>(f_amount));
+  return row.get<long long>(f_check) == check_number(static_cast<int>(row.get<ZTINT8>(f_id)), row.get<long long>(f_amount));
 }
 
 inline std::optional<long long> amount_of(ZtDbHandle db, int id) {
@@ -97,7 +98,7 @@ inline Balances walk(ZtDbHandle db, int index, bool forward) {
   bool more = ZtListRecord(db, accounts, condition);
   if (more && !forward) more = ZtLastRecord(db, condition);
   while (more && ZtGetRecord(db, condition, row)) {
-    seen[row.get<int>(f_id)] = row.get<long long>(f_amount);
+    seen[static_cast<int>(row.get<ZTINT8>(f_id))] = row.get<long long>(f_amount);
     more = forward ? ZtNextRecord(db, condition) : ZtPrevRecord(db, condition);
   }
   return seen;
@@ -114,7 +115,7 @@ inline Balances check_everything(ZtDbHandle db) {
   Balances found;
   const LiveRecords live = check_table(db, accounts);
   for (const auto& [recordid, record] : live) {
-    const int id = field_of<int>(db, accounts, record, f_id);
+    const int id = static_cast<int>(field_of<ZTINT8>(db, accounts, record, f_id));
     found[id] = field_of<long long>(db, accounts, record, f_amount);
     EXPECT_EQ(field_of<long long>(db, accounts, record, f_check), check_number(id, found[id])) << id;
   }

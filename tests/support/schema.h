@@ -223,6 +223,7 @@ class Condition {
   Condition& operator=(const Condition&) = delete;
   operator ZtConditionHandle() const { return handle_; }
 
+  void add(ZTINT8 key) { ZtAddConditionIndexItem(handle_, FIELD_INT8, sizeof key, &key); }
   void add(int key) { ZtAddConditionIndexItem(handle_, FIELD_INT, sizeof key, &key); }
   void add(const char* key) {
     ZtAddConditionIndexItem(handle_, FIELD_STRING, static_cast<int>(std::strlen(key)) + 1, key);

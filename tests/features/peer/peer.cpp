@@ -58,8 +58,13 @@ void define(ZtDbHandle db) {
 
 class Peer {
  public:
-  explicit Peer(const char* directory) : directory_(directory) {}
+  explicit Peer(const char* directory) : directory_(directory) {
+    ZtCreateCondition(2, &condition_);
+    ZtCreateRecord(&row_);
+  }
   ~Peer() {
+    ZtCloseCondition(condition_);
+    ZtCloseRecord(reader_, row_);
     ZtDeleteDb(reader_);
     ZtDeleteDb(writer_);
   }
@@ -157,30 +162,26 @@ class Peer {
     out << (save ? ZtWriteDbFile(writer_, file.c_str()) : ZtReadDbFile(writer_, file.c_str()));
   }
 
-  static void show(ZtDbHandle db, ZtConditionHandle condition, std::ostream& out) {
-    ZtRecordHandle row = nullptr;
-    ZtCreateRecord(&row);
-    if (ZtGetRecord(db, condition, row)) {
-      int type = 0;
-      ZTINT8 id = 0;
-      std::memcpy(&id, ZtGetField(db, row, 0, &type), sizeof id);
-      out << ' ' << ZtGetRecordId(db, row) << ':' << id;
-    }
-    ZtCloseRecord(db, row);
+  void show(ZtDbHandle db, std::ostream& out) {
+    if (!ZtGetRecord(db, condition_, row_)) return;
+    int type = 0;
+    ZTINT8 id = 0;
+    std::memcpy(&id, ZtGetField(db, row_, 0, &type), sizeof id);
+    out << ' ' << ZtGetRecordId(db, row_) << ':' << id;
   }
 
-  static void add_key(ZtConditionHandle condition, int field, const std::string& text) {
+  void add_key(int field, const std::string& text) {
     if (field == 1) {
-      ZtAddConditionIndexItem(condition, FIELD_STRING, static_cast<int>(text.size()) + 1, text.c_str());
+      ZtAddConditionIndexItem(condition_, FIELD_STRING, static_cast<int>(text.size()) + 1, text.c_str());
     } else if (field == 2) {
       const int number = std::stoi(text);
-      ZtAddConditionIndexItem(condition, FIELD_INT, sizeof number, &number);
+      ZtAddConditionIndexItem(condition_, FIELD_INT, sizeof number, &number);
     } else if (field == 3) {
       const double number = std::strtod(text.c_str(), nullptr);
-      ZtAddConditionIndexItem(condition, FIELD_DOUBLE, sizeof number, &number);
+      ZtAddConditionIndexItem(condition_, FIELD_DOUBLE, sizeof number, &number);
     } else {
       const ZTINT8 number = std::stoll(text);
-      ZtAddConditionIndexItem(condition, FIELD_INT8, sizeof number, &number);
+      ZtAddConditionIndexItem(condition_, FIELD_INT8, sizeof number, &number);
     }
   }
 
@@ -189,26 +190,23 @@ class Peer {
     int table = 0, index = 0, op = 0, steps = 0;
     words >> handle >> table >> index >> op >> steps;
     ZtDbHandle const db = handle == 'r' ? reader_ : writer_;
-    ZtConditionHandle condition = nullptr;
-    ZtCreateCondition(2, &condition);
-    ZtSetConditionIndex(condition, index);
+    ZtSetConditionIndex(condition_, index);
     std::string key;
     words >> key;
-    add_key(condition, indexes[index].first, key);
-    if (words >> key) add_key(condition, indexes[index].second, key);
-    const bool found = ZtFindRecord(db, table, condition, op);
+    add_key(indexes[index].first, key);
+    if (words >> key) add_key(indexes[index].second, key);
+    const bool found = ZtFindRecord(db, table, condition_, op);
     out << found;
     if (found) {
-      show(db, condition, out);
+      show(db, out);
       bool stands = true;
       for (int step = 0; step < steps && stands; ++step) {
-        stands = ZtNextRecord(db, condition);
-        if (stands) show(db, condition, out);
+        stands = ZtNextRecord(db, condition_);
+        if (stands) show(db, out);
       }
       // Where a walk that ran out stands depends on who has unlinked deleted records before.
-      while (stands && ZtPrevRecord(db, condition)) show(db, condition, out);
+      while (stands && ZtPrevRecord(db, condition_)) show(db, out);
     }
-    ZtCloseCondition(condition);
   }
 
   void go_to(std::istream& words, std::ostream& out) {
@@ -216,13 +214,13 @@ class Peer {
     int table = 0, rowid = 0;
     words >> handle >> table >> rowid;
     ZtDbHandle const db = handle == 'r' ? reader_ : writer_;
-    ZtConditionHandle condition = nullptr;
-    ZtCreateCondition(1, &condition);
-    if (ZtGotoRecord(db, table, rowid, condition)) show(db, condition, out);
-    ZtCloseCondition(condition);
+    if (ZtGotoRecord(db, table, rowid, condition_)) show(db, out);
   }
 
   const char* directory_;
+  // One of each for all questions: what they keep of one handle, table or index must not show with the next.
+  ZtConditionHandle condition_ = nullptr;
+  ZtRecordHandle row_ = nullptr;
   ZtDbHandle writer_ = nullptr;
   ZtDbHandle reader_ = nullptr;
 };
