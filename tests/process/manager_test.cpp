@@ -323,14 +323,14 @@ TEST_F(ManagerTest, TurnsOtherHostsAway) {
 
 // ---- what they may do ----
 
-std::string account(int id, long long amount) {
-  std::string data(4 + bank::name_width + 4 + 8 + 8, 'n');
+std::string account(ZTINT8 id, long long amount) {
+  std::string data(8 + bank::name_width + 4 + 8 + 8, 'n');
   const int team = 0;
-  const long long check = bank::check_number(id, amount);
-  std::memcpy(data.data(), &id, 4);
-  std::memcpy(data.data() + 4 + bank::name_width, &team, 4);
-  std::memcpy(data.data() + 8 + bank::name_width, &amount, 8);
-  std::memcpy(data.data() + 16 + bank::name_width, &check, 8);
+  const long long check = bank::check_number(static_cast<int>(id), amount);
+  std::memcpy(data.data(), &id, 8);
+  std::memcpy(data.data() + 8 + bank::name_width, &team, 4);
+  std::memcpy(data.data() + 12 + bank::name_width, &amount, 8);
+  std::memcpy(data.data() + 20 + bank::name_width, &check, 8);
   return data;
 }
 
