@@ -368,7 +368,7 @@ TEST_F(ManagerTest, CarriesOutTheRemoteRequests) {
 
   EXPECT_EQ(peer.ask(CMD_QUERYTABLEDATA, ints({0, id - 1, 1000})), CMD_QUERYTABLEDATARESULT);
   std::string stored = account(50, 8);
-  stored[4 + bank::name_width - 1] = 0;
+  stored[8 + bank::name_width - 1] = 0;
   EXPECT_EQ(peer.answered_data().substr(4 + row.size()), ints({id}) + stored);
   EXPECT_EQ(peer.ask(CMD_REMOTEDELETE, ints({0, id})), CMD_OK);
   EXPECT_EQ(peer.refusal(CMD_REMOTEDELETE, ints({0, id})), failure(text::no_record));
