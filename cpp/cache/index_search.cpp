@@ -2,6 +2,7 @@
 
 #include "accelerate/levelled_descent.h"
 #include "base/features.h"
+#include "cache/entry.h"
 #include "cache/hinted_key.h"
 #include "cache/key.h"
 #include "cache/stored_keys.h"
@@ -99,17 +100,42 @@ class Round {
     descents_[count_++].make(base_, head, key.bytes(), StoredKeys<checked>(base_, key));
   }
   void run() { go_down_together(descents_, count_); }
-  // Asks for the leaves to whose other side a new one goes.
+  // Asks for what else an insertion at these places looks at: the leaf to whose other side the new one goes, and, for
+  // the balance, the other children of the two nodes above.
   void fetch_neighbours() const {
     for (std::size_t index = 0; index < count_; ++index) {
-      if (const std::uint32_t link = blink_of(at(index).node()); !checked || is_node(base_, link))
-        prefetch(node_at(base_, link));
+      const Rb_node leaf = at(index).node();
+      if (at(index).found()) {
+        prefetch(address_of(base_, FlatOffset{key_offset_of(leaf)}));
+        continue;
+      }
+      fetch(blink_of(leaf));
+      Rb_node node = leaf;
+      for (int level = 0; level < 2 && !is(node, RB_ROOT | RB_HEAD); ++level) {
+        const std::uint32_t parent = parent_of(node);
+        if (!may_follow(parent)) break;
+        const bool is_left = is(node, RB_LEFT);
+        node = node_at(base_, parent);
+        fetch(child_of(node, !is_left));
+      }
+    }
+  }
+  // And, where the key is there already, the last entry of its list, for which the item has been asked.
+  void fetch_tails() const {
+    for (std::size_t index = 0; index < count_; ++index) {
+      if (!at(index).found()) continue;
+      if (const ZtIndexItem* const item = stored_item(base_, at(index).node())) fetch(OriginList::tail(item));
     }
   }
   const IndexDescent<checked>& at(std::size_t index) const { return descents_[index].value; }
   IndexDescent<checked>& at(std::size_t index) { return descents_[index].value; }
 
  private:
+  bool may_follow(std::uint32_t link) const { return !checked || is_node(base_, link); }
+  void fetch(std::uint32_t link) const {
+    if (may_follow(link)) prefetch(node_at(base_, link));
+  }
+
   Rb_base* base_;
   std::size_t count_ = 0;
   std::array<Later<IndexDescent<checked>>, width> descents_;
@@ -166,6 +192,7 @@ void find_some_places(Rb_base* base, const ZtTable& table, ZtRecord* row, std::s
   round.run();
   round.fetch_neighbours();
   for (std::size_t id = first; id < end; ++id) places[id] = place_for_entry(round.at(id - first));
+  round.fetch_tails();
 }
 
 template <bool checked>
