@@ -6,8 +6,7 @@ namespace cachet {
 
 namespace {
 
-void carry_out(const Rb_base* base, const StagedStore& store) {
-  char* const address = address_of(base, FlatOffset{store.offset});
+[[gnu::always_inline]] inline void carry_out(char* address, const StagedStore& store) {
   if (store.width_bytes == 1) {
     store_release<std::uint8_t>(address, static_cast<std::uint8_t>(store.value));
   } else {
@@ -44,7 +43,11 @@ void Stage::publish(StageLog& log, std::uint32_t resume_at) const {
 
 void Stage::run(std::uint32_t resume_at) {
   if (base_->stages != nullptr) publish(*base_->stages, resume_at);
-  for (int index = 0; index < count_; ++index) carry_out(base_, stores_[index]);
+  const FlatSpace space(base_);
+  for (int index = 0; index < count_; ++index) {
+    const StagedStore& store = stores_[index];
+    carry_out(space ? space.at(store.offset) : address_of(base_, FlatOffset{store.offset}), store);
+  }
 }
 
 std::optional<int> redo_current_step(Rb_base* base) {
@@ -55,7 +58,8 @@ std::optional<int> redo_current_step(Rb_base* base) {
   base->stage_step = record.step;
   const bool in_round = record.count == StageRecord::round;
   for (int index = 0; !in_round && index < record.count; ++index) {
-    carry_out(base, record.stores[index]);
+    const StagedStore& store = record.stores[index];
+    carry_out(address_of(base, FlatOffset{store.offset}), store);
   }
   if (record.resume_at != 0) resume_recolouring(base, record.resume_at, in_round);
   return record.step;
