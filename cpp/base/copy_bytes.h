@@ -12,13 +12,18 @@ struct CopyPiece {
 };
 
 constexpr bool is_short_copy(std::size_t count) noexcept {
-  return count == sizeof(std::uint64_t) || (count >= sizeof(CopyPiece) && count <= 8 * sizeof(CopyPiece));
+  return count == sizeof(std::uint64_t) || count == sizeof(std::uint32_t) ||
+         (count >= sizeof(CopyPiece) && count <= 8 * sizeof(CopyPiece));
 }
 
 // For such a count. The last piece may overlap the one before.
 [[gnu::always_inline]] inline void copy_short(char* to, const char* from, std::size_t count) noexcept {
   if (count == sizeof(std::uint64_t)) {
     std::memcpy(to, from, sizeof(std::uint64_t));
+    return;
+  }
+  if (count == sizeof(std::uint32_t)) {
+    std::memcpy(to, from, sizeof(std::uint32_t));
     return;
   }
   const std::size_t last = count - sizeof(CopyPiece);

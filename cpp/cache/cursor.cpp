@@ -157,7 +157,7 @@ template <class Direction>
 [[gnu::always_inline]] inline bool move_at_once(ZtDbHandle database, ZtConditionHandle condition) {
   const FlatSpace space(&database->base);
   const int tableid = condition->tableid;
-  if (!space || !walks_index(condition) || !has_element(database->database, tableid)) return false;
+  if (!space || !walks_index(condition) || !names_table(database, tableid, condition)) return false;
   const int record_bytes = stored_bytes(database->database[index_of_id(tableid)]);
   NextRow row;
   bool found = false;
