@@ -126,8 +126,8 @@ inline bool is_readable_data(const Rb_base* base, std::int64_t offset, std::int6
   return space ? space.has_data(offset, length) : is_data(base, offset, length);
 }
 
-// The same questions, many times in a row: the fronts are kept, and looked at again only for what lies beyond
-// them. A front that a reset has taken back meanwhile is noticed late: what lies behind it is memory all the same.
+// is_node, many times in a row: the front is kept, and looked at again only for what lies beyond it. A front that a
+// reset has taken back meanwhile is noticed late: what lies behind it is memory all the same.
 class Reach {
  public:
   explicit Reach(const Rb_base* base) noexcept : base_(base) {
@@ -139,32 +139,20 @@ class Reach {
   bool node(std::uint32_t number) noexcept {
     return is_behind_front(number) || (look(), is_behind_front(number));
   }
-  bool data(std::int64_t offset, std::int64_t length) noexcept {
-    return is_before_front(offset, length) || (look(), is_before_front(offset, length));
-  }
 
  private:
   void look() noexcept {
-    const std::int64_t end = flat_bytes(base_);
     const std::int64_t front = load_acquire<ZTINT8>(&base_->memory->nodeoffset);
-    node_front_ = front <= end ? front : 0;
-    data_front_ = std::max<std::int64_t>(1, load_acquire<ZTINT8>(&base_->memory->dataoffset));
-    end_ = end;
+    node_front_ = front <= flat_bytes(base_) ? front : 0;
   }
   bool is_behind_front(std::uint32_t number) const noexcept {
     const std::int64_t begin = std::int64_t{number} << slot_bits;
     return begin >= least_node_ && begin + slot_bytes <= node_front_;
   }
-  bool is_before_front(std::int64_t offset, std::int64_t length) const noexcept {
-    return offset >= data_front_ && length >= 0 && length <= end_ && offset <= end_ - length &&
-           (length == 0 || in_one_segment(offset, offset + length - 1));
-  }
 
   const Rb_base* base_;
   std::int64_t least_node_;
   std::int64_t node_front_ = 0;
-  std::int64_t data_front_ = 0;
-  std::int64_t end_ = 0;
 };
 
 // Whether an address lies in the flat space.
