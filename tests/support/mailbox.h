@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <initializer_list>
 #include <random>
 #include <string>
 #include <string_view>
@@ -25,6 +26,16 @@ inline void fill(_VEMROMSG& message, char cmd, std::string_view body) {
 
 inline std::string_view body_of(const _VEMROMSG& message) {
   return {message.body.buffer, static_cast<std::size_t>(message.head.length)};
+}
+
+// Parts of bodies: numbers one after the other, and a name in its field.
+inline std::string ints(std::initializer_list<int> values) {
+  return {reinterpret_cast<const char*>(values.begin()), values.size() * sizeof(int)};
+}
+
+inline std::string padded(std::string text, std::size_t size = 256) {
+  text.resize(size);
+  return text;
 }
 
 // A body of any length, which tells its number.
