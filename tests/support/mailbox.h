@@ -48,23 +48,13 @@ inline std::string numbered_body(unsigned number) {
 
 enum BoxState { box_empty = 0, box_full = 1, box_awaited = 2 };
 
-class RawBox {
+// A box by its segment's key file.
+class RawBox : public RawSegment {
  public:
-  // `name`: the segment's key file.
-  explicit RawBox(const std::string& name)
-      : id_(segment_id(name)), memory_(static_cast<char*>(shmat(id_, nullptr, 0))) {}
-  ~RawBox() { shmdt(memory_); }
-  RawBox(const RawBox&) = delete;
-  RawBox& operator=(const RawBox&) = delete;
-
-  std::atomic_ref<int> lock_word() const { return std::atomic_ref(reinterpret_cast<int*>(memory_)[0]); }
-  std::atomic_ref<int> state() const { return std::atomic_ref(reinterpret_cast<int*>(memory_)[1]); }
-  char* frame() const { return memory_ + 8; }
-  std::size_t bytes() const { return segment_status(id_).shm_segsz; }
-
- private:
-  int id_;
-  char* memory_;
+  using RawSegment::RawSegment;
+  std::atomic_ref<int> lock_word() const { return std::atomic_ref(*reinterpret_cast<int*>(place(0))); }
+  std::atomic_ref<int> state() const { return std::atomic_ref(*reinterpret_cast<int*>(place(4))); }
+  char* frame() const { return place(8); }
 };
 
 // The semaphore set behind a key file, -1 without one.
