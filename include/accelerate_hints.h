@@ -65,7 +65,9 @@ struct ExpectedHint {
   ExactKey key;  // if it was asked for
   bool has_key = false;
 
-  const char* line_of(std::uint32_t hash) const noexcept { return lines + (hash & last_line) * cache_line_bytes; }
+  const char* line_of(std::uint32_t hash) const noexcept {
+    return lines + (hash & last_line) * cache_line_bytes;
+  }
 };
 
 // Used by one thread at a time, as the handle it belongs to.

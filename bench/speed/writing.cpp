@@ -33,7 +33,8 @@ double sum_of_all(const Rows& rows) {
 
 // Reports nanoseconds per item, 100 to a transaction.
 template <typename Item, typename Change>
-void change_all(const Session& session, const char* operation, const std::vector<Item>& items, Change change) {
+void change_all(const Session& session, const char* operation, const std::vector<Item>& items,
+                Change change) {
   const Stopwatch stopwatch;
   for (std::size_t i = 0; i < items.size();) {
     check_interruption();

@@ -111,7 +111,8 @@ class LevelledDescent : public Descent<checked, Stored> {
   From from_;
   unsigned shared_with_last_ = 0;
   std::uint32_t position_ = PackedLevels::root;
-  Rb_node passed_[2] = {};  // the last node whose key lies on that side; none to the right: it is the tree's last
+  Rb_node passed_[2] =
+      {};  // the last node whose key lies on that side; none to the right: it is the tree's last
   bool has_jumped_ = false;
 };
 

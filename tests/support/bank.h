@@ -69,7 +69,8 @@ inline bool find(ZtDbHandle db, int id, Row& row) {
 }
 
 inline bool is_whole(const Row& row) {
-  return row.get<long long>(f_check) == check_number(static_cast<int>(row.get<ZTINT8>(f_id)), row.get<long long>(f_amount));
+  return row.get<long long>(f_check) ==
+         check_number(static_cast<int>(row.get<ZTINT8>(f_id)), row.get<long long>(f_amount));
 }
 
 inline std::optional<long long> amount_of(ZtDbHandle db, int id) {
