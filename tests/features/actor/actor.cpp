@@ -17,8 +17,10 @@
 #include <iostream>
 #include <map>
 #include <memory>
+#include <optional>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "accelerate_hints.h"
@@ -80,12 +82,6 @@ class Row {
   ZtDbHandle db_;
   ZtRecordHandle handle_ = nullptr;
 };
-
-// The record id under the cursor.
-int id_at(ZtDbHandle db, const Condition& condition) {
-  const Row row(db);
-  return ZtGetRecord(db, condition.get(), row) ? ZtGetRecordId(db, row) : -1;
-}
 
 class Random {
  public:
@@ -159,8 +155,10 @@ class Database {
     ZtOpenDb(&reader_, path, name.c_str(), "1", ZT_MODE_READ_ONLY, 0, false, 0, 0, 1);
     ZtLoadDbInfo(reader_);
     ready(reader_);
+    row_.emplace(reader_);
   }
   ~Database() {
+    row_.reset();
     ZtDeleteDb(reader_);
     ZtDeleteDb(writer_);
   }
@@ -191,9 +189,8 @@ class Database {
     const ZtDbHandle db = handle == 'r' ? reader_ : writer_;
     for (int left = 6; left > 0; --left) search_one(db, random);
     search_many(db, random);
-    const Condition place = new_condition(-1);
-    if (ZtGotoRecord(db, random.table(), static_cast<int>(random.below(2 * range_)), place.get())) {
-      std::cout << " at " << id_at(db, place);
+    if (ZtGotoRecord(db, random.table(), static_cast<int>(random.below(2 * range_)), condition_.get())) {
+      std::cout << " at " << id_at(db, condition_);
     }
     if (random.one_in(8)) walk(db, random);
   }
@@ -241,47 +238,52 @@ class Database {
   }
 
   // Now and then a key that does not fit its index: fewer fields or more, of other types, too short.
-  static Condition random_key(Random& random, int table) {
+  static void set_random_key(ZtConditionHandle key, Random& random, int table) {
     const auto index = random.below(static_cast<unsigned>(tables[table].size()));
     const std::vector<int>& key_fields = tables[table][index].fields;
-    Condition key = new_condition(static_cast<int>(index));
+    ZtSetConditionIndex(key, static_cast<int>(index));
     const unsigned count = random.one_in(4) ? random.below(4) : static_cast<unsigned>(key_fields.size());
     for (unsigned i = 0; i < count; ++i) {
       int type = i < key_fields.size() ? fields[key_fields[i]].type : FIELD_INT;
       if (random.one_in(25)) type = static_cast<int>(random.below(11));
       std::string value = random.value(type);
       if (random.one_in(25)) value.resize(random.below(static_cast<unsigned>(value.size()) + 1));
-      ZtAddConditionIndexItem(key.get(), type, static_cast<int>(value.size()), value.data());
+      ZtAddConditionIndexItem(key, type, static_cast<int>(value.size()), value.data());
     }
-    return key;
+  }
+
+  // The record id under the cursor.
+  int id_at(ZtDbHandle db, const Condition& condition) {
+    return ZtGetRecord(db, condition.get(), *row_) ? ZtGetRecordId(db, *row_) : -1;
   }
 
   // Some steps on, and back again from where that ends; where a walk that ran out stands depends on who has unlinked
   // deleted records before.
-  static void search_one(ZtDbHandle db, Random& random) {
+  void search_one(ZtDbHandle db, Random& random) {
     const int table = random.table();
-    const Condition condition = random_key(random, table);
+    set_random_key(condition_.get(), random, table);
     const int op = random.one_in(2) ? ZT_OP_EQUAL : ZT_OP_LESS + static_cast<int>(random.below(5));
-    bool stands = ZtFindRecord(db, table, condition.get(), op);
+    bool stands = ZtFindRecord(db, table, condition_.get(), op);
     std::cout << ' ' << op << ':';
     for (unsigned left = random.one_in(3) ? 40 : random.below(5); stands && left > 0; --left) {
-      std::cout << id_at(db, condition) << ',';
-      stands = ZtNextRecord(db, condition.get());
+      std::cout << id_at(db, condition_) << ',';
+      stands = ZtNextRecord(db, condition_.get());
     }
-    if (!stands && op >= ZT_OP_GREATER_EQUAL) stands = ZtLastRecord(db, condition.get());
+    if (!stands && op >= ZT_OP_GREATER_EQUAL) stands = ZtLastRecord(db, condition_.get());
     for (int left = 20; stands && left > 0; --left) {
-      std::cout << id_at(db, condition) << ';';
-      stands = ZtPrevRecord(db, condition.get());
+      std::cout << id_at(db, condition_) << ';';
+      stands = ZtPrevRecord(db, condition_.get());
     }
   }
 
-  static void search_many(ZtDbHandle db, Random& random) {
+  void search_many(ZtDbHandle db, Random& random) {
     constexpr int count = 37;
     const int table = random.table();
     std::vector<Condition> conditions;
     std::vector<ZtConditionHandle> handles;
     for (int left = count; left > 0; --left) {
-      handles.push_back(conditions.emplace_back(random_key(random, table)).get());
+      handles.push_back(conditions.emplace_back(new_condition(0)).get());
+      set_random_key(handles.back(), random, table);
     }
     bool found[count] = {};
     const int op = ZT_OP_LESS + static_cast<int>(random.below(5));
@@ -289,12 +291,13 @@ class Database {
     for (std::size_t i = 0; i < count; ++i) std::cout << ',' << (found[i] ? id_at(db, conditions[i]) : -1);
   }
 
-  static void walk(ZtDbHandle db, Random& random) {
+  void walk(ZtDbHandle db, Random& random) {
     const int table = random.table();
-    const Condition list = new_condition(static_cast<int>(random.below(5)));
+    ZtSetConditionIndex(condition_.get(), static_cast<int>(random.below(5)));
     unsigned long sum = 0;
-    for (bool stands = ZtListRecord(db, table, list.get()); stands; stands = ZtNextRecord(db, list.get()))
-      sum = sum * 31 + static_cast<unsigned>(id_at(db, list));
+    ZtConditionHandle const list = condition_.get();
+    for (bool stands = ZtListRecord(db, table, list); stands; stands = ZtNextRecord(db, list))
+      sum = sum * 31 + static_cast<unsigned>(id_at(db, condition_));
     std::cout << " all " << sum;
   }
 
@@ -302,6 +305,9 @@ class Database {
   bool in_transaction_ = false;
   ZtDbHandle writer_ = nullptr;
   ZtDbHandle reader_ = nullptr;
+  // One of each for all questions: what they keep of one handle, table or index must not show with the next.
+  Condition condition_ = new_condition(-1);
+  std::optional<Row> row_;
 };
 
 }  // namespace
