@@ -29,6 +29,7 @@
 
 #include "base/messages.h"
 #include "base/thread_identity.h"
+#include "base/thread_sanitizer.h"
 #include "lock_page.h"
 #include "lock_section.h"
 
@@ -108,7 +109,12 @@ class SlotWork {
         self_(this_thread()),
         words_(page_of(lock).slots[lockid]),
         heir_(lock),
-        section_(page_of(lock), lockid, lock.m_lock[lockid], heir_) {}
+        section_(page_of(lock), lockid, lock.m_lock[lockid], heir_) {
+    tell_taken(lock.m_lockpage.m_shamemid, lockid);
+  }
+  ~SlotWork() { tell_given_back(lock_.m_lockpage.m_shamemid, lockid_); }
+  SlotWork(const SlotWork&) = delete;
+  SlotWork& operator=(const SlotWork&) = delete;
 
   void lock_for_writing() {
     if (words_.writers_waiting > 0 || words_.writers_holding > 0) {
@@ -225,9 +231,11 @@ class SlotWork {
 
   // Outside the section; true when a post came.
   bool wait(Cztsema& semaphore) {
+    tell_given_back(lock_.m_lockpage.m_shamemid, lockid_);
     section_.leave();
     const bool posted = wait_for_hint(semaphore);
     section_.enter();
+    tell_taken(lock_.m_lockpage.m_shamemid, lockid_);
     return posted;
   }
 

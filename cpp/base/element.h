@@ -17,6 +17,7 @@ template <class T>
 bool has_element(const std::vector<T>& elements, int id) noexcept {
   const auto* const begin = reinterpret_cast<const char*>(elements.data());
   const auto* const end = reinterpret_cast<const char*>(std::to_address(elements.end()));
+  // NOLINTNEXTLINE(bugprone-sizeof-expression): where the elements are pointers, their own size is meant
   return index_of_id(id) * sizeof(T) < static_cast<std::size_t>(end - begin);
 }
 

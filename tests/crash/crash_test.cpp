@@ -5,17 +5,15 @@
 #include <atomic>
 #include <csignal>
 #include <functional>
-#include <map>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "lock_page.h"
+#include "support/bank.h"
 #include "support/child_process.h"
-#include "support/schema.h"
 #include "support/settings.h"
 #include "support/shared.h"
-#include "support/whole_check.h"
 
 namespace cachet {
 extern long crash_countdown;
@@ -24,96 +22,35 @@ extern long crash_countdown;
 namespace cachet::test {
 namespace {
 
-using Model = std::map<int, double>;  // price by id; the team is id % 3, the name has the id
-
-void put(ZtDbHandle db, int id, double price) {
-  ZtRecordHandle row;
-  ZtCreateRecord(&row);
-  ZtNewRecord(db, items, row);
-  char name[name_bytes] = {};
-  std::snprintf(name, sizeof name, "item %07d", id);
-  const int team = id % 3;
-  ZtSetField(db, row, item_id, &id);
-  ZtSetField(db, row, item_name, name);
-  ZtSetField(db, row, item_team, &team);
-  ZtSetField(db, row, item_price, &price);
-  ASSERT_TRUE(ZtPutRecord(db, row));
-  ZtCloseRecord(db, row);
-}
-
-// Calls `act` with a row handle that stands on the item.
-void with_item(ZtDbHandle db, int id, const std::function<void(ZtRecordHandle)>& act) {
-  ZtConditionHandle condition;
-  ZtRecordHandle row;
-  ZtCreateCondition(1, &condition);
-  ZtCreateRecord(&row);
-  ZtSetConditionIndex(condition, by_id);
-  ZtAddConditionIndexItem(condition, FIELD_INT, 4, &id);
-  if (ZtFindRecord(db, items, condition, ZT_OP_EQUAL) && ZtGetRecord(db, condition, row)) act(row);
-  ZtCloseRecord(db, row);
-  ZtCloseCondition(condition);
-}
-
-void set_price(ZtDbHandle db, int id, double price) {
-  with_item(db, id, [&](ZtRecordHandle row) { ZtSetField(db, row, item_price, &price); });
-}
-
-void erase(ZtDbHandle db, int id) {
-  with_item(db, id, [&](ZtRecordHandle row) { ZtDeleteRecord(db, row); });
-}
-
-// Walks an index from end to end, which unlinks deleted records.
-void walk(ZtDbHandle db, int index, bool forward) {
-  ZtConditionHandle condition;
-  ZtCreateCondition(1, &condition);
-  ZtSetConditionIndex(condition, index);
-  bool more = ZtListRecord(db, items, condition);
-  while (more && forward) more = ZtNextRecord(db, condition);
-  if (!forward) more = ZtLastRecord(db, condition);
-  while (more && !forward) more = ZtPrevRecord(db, condition);
-  ZtCloseCondition(condition);
-}
+using namespace bank;
+using Model = Balances;
 
 void check(ZtDbHandle db, const std::vector<Model>& allowed) {
-  const LiveRecords live = check_table(db, items);
-  Model found;
-  for (const auto& [recordid, record] : live) {
-    found[field_of<int>(db, items, record, item_id)] = field_of<double>(db, items, record, item_price);
-  }
-  EXPECT_EQ(found.size(), live.size()) << "an id twice";
+  const Model found = check_everything(db);
   EXPECT_NE(std::find(allowed.begin(), allowed.end(), found), allowed.end())
       << ::testing::PrintToString(found);
-  check_unmarked(db, items);
   check_idle(db);
 }
 
-// What readers without a lock can see at this moment, also between two stores of somebody's: the prices of the records
-// that nobody marked in a table that nobody marked.
+// What readers without a lock can see at this moment, also between two stores of somebody's: the amounts of the
+// records that nobody marked in a table that nobody marked.
 Model visible(ZtDbHandle db) {
   Model seen;
   Rb_base* const base = &db->base;
   const auto* const page = reinterpret_cast<const LockPage*>(db->lock.m_lockpage.m_p);
-  if (base->table[items].duty != 0 || page->epoch % 2 != 0) return seen;
-  const Rb_node head = db->database[items].listindex;
+  if (base->table[accounts].duty != 0 || page->epoch % 2 != 0) return seen;
+  const Rb_node head = db->database[accounts].listindex;
   for (Rb_node node = rb_first(base, head); node != head; node = rb_next(base, node)) {
     const auto* item = reinterpret_cast<const ZtListItem*>(rb_key(base, node));
     const auto* record = reinterpret_cast<const ZtRecord*>(address_of(base, FlatOffset{item->precord}));
     if (record->duty != 0 || record->deleted != 0) continue;
-    seen[field_of<int>(db, items, record, item_id)] = field_of<double>(db, items, record, item_price);
+    seen[static_cast<int>(field_of<ZTINT8>(db, accounts, record, f_id))] =
+        field_of<long long>(db, accounts, record, f_amount);
   }
   return seen;
 }
 
 // ---- killing ----
-
-Database open_tracked(const TempDirectory& directory, int mode = ZT_MODE_READ_WRITE) {
-  Database db;
-  const int shared_store = mode == ZT_MODE_READ_WRITE ? 1 : 0;
-  EXPECT_TRUE(
-      ZtOpenDb(db.out(), directory.path().c_str(), "d", version_text, mode, 0, false, 0, shared_store, 1));
-  finish_open(db);
-  return db;
-}
 
 // Where the process that will die and a live one meet.
 struct Meeting {
@@ -125,7 +62,7 @@ struct Meeting {
 bool killed_at(const TempDirectory& directory, long n, int mode,
                const std::function<void(ZtDbHandle)>& work) {
   Child child([&](Gate&) {
-    Database db = open_tracked(directory, mode);
+    Database db = open(directory, mode);
     crash_countdown = n;
     work(db);
     crash_countdown = 0;
@@ -150,11 +87,11 @@ struct Scenario {
   int position = 0;
 };
 
-const Model start = {{10, 1.0}, {20, 2.0}, {30, 3.0}, {40, 4.0}, {50, 5.0}, {60, 6.0}, {70, 7.0}};
+const Model start = {{10, 1}, {20, 2}, {30, 3}, {40, 4}, {50, 5}, {60, 6}, {70, 7}};
 
-Model with(std::map<int, double> changes, std::vector<int> gone = {}) {
+Model with(const Model& changes, std::vector<int> gone = {}) {
   Model model = start;
-  for (const auto& [id, price] : changes) model[id] = price;
+  for (const auto& [id, amount] : changes) model[id] = amount;
   for (const int id : gone) model.erase(id);
   return model;
 }
@@ -164,28 +101,28 @@ std::vector<Scenario> scenarios() {
       {"insert and commit",
        [](ZtDbHandle db) {
          ZtBeginTransaction(db);
-         for (const int id : {15, 25, 5, 80, 33}) put(db, id, 9.0);
+         for (const int id : {15, 25, 5, 80, 33}) put(db, id, 9);
          ZtCommitTransaction(db);
        },
        {start, with({{15, 9}, {25, 9}, {5, 9}, {80, 9}, {33, 9}})}},
       {"update, delete, commit",
        [](ZtDbHandle db) {
          ZtBeginTransaction(db);
-         set_price(db, 10, 0.5);
-         set_price(db, 20, 2.5);
+         set_amount(db, 10, 100);
+         set_amount(db, 20, 200);
          erase(db, 30);
          ZtCommitTransaction(db);
        },
-       {start, with({{10, 0.5}, {20, 2.5}}, {30})}},
+       {start, with({{10, 100}, {20, 200}}, {30})}},
       {"insert, update, delete, walk, roll back",
        [](ZtDbHandle db) {
          ZtBeginTransaction(db);
-         put(db, 12, 9.0);
-         set_price(db, 20, 2.5);
+         put(db, 12, 9);
+         set_amount(db, 20, 200);
          for (const int id : {30, 10, 60}) erase(db, id);
-         walk(db, by_team, true);
-         walk(db, by_id, false);
-         put(db, 60, 9.0);
+         walk(db, i_team, true);
+         walk(db, i_id, false);
+         put(db, 60, 9);
          ZtRollbackTransaction(db);
        },
        {start}},
@@ -193,9 +130,9 @@ std::vector<Scenario> scenarios() {
        [](ZtDbHandle db) {
          ZtBeginTransaction(db);
          for (const int id : {40, 70}) erase(db, id);
-         walk(db, by_team, false);
-         walk(db, by_id, true);
-         put(db, 70, 9.0);
+         walk(db, i_team, false);
+         walk(db, i_id, true);
+         put(db, 70, 9);
          ZtCommitTransaction(db);
        },
        {start, with({{70, 9}}, {40})}},
@@ -216,9 +153,9 @@ std::vector<Scenario> scenarios() {
        {start, {}}},
       {"walk outside a transaction",
        [](ZtDbHandle db) {
-         walk(db, by_team, true);
-         walk(db, by_id, false);
-         walk(db, by_name, true);
+         walk(db, i_team, true);
+         walk(db, i_id, false);
+         walk(db, i_name, true);
        },
        {with({}, {30, 40})},
        [](ZtDbHandle db) {
@@ -229,8 +166,8 @@ std::vector<Scenario> scenarios() {
        }},
       {"put outside a transaction",
        [](ZtDbHandle db) {
-         put(db, 15, 9.0);
-         put(db, 80, 9.0);
+         put(db, 15, 9);
+         put(db, 80, 9);
        },
        {start, with({{15, 9}}), with({{15, 9}, {80, 9}})},
        {},
@@ -267,10 +204,10 @@ class Crash : public DatabaseTest {
   // A database as it was at the start, in a place of its own memory.
   Database fresh(const Scenario& scenario) {
     Database creator = begin_create(directory);
-    define_items(creator);
+    define(creator);
     finish_create(creator);
     ZtBeginTransaction(creator);
-    for (const auto& [id, price] : start) put(creator, id, price);
+    for (const auto& [id, amount] : start) EXPECT_TRUE(put(creator, id, amount));
     ZtCommitTransaction(creator);
     if (scenario.prepare) scenario.prepare(creator);
     return creator;
@@ -278,24 +215,24 @@ class Crash : public DatabaseTest {
 
   // What a survivor's clearing has to leave, and that the database still serves.
   void clear_and_check(Database creator, const Scenario& scenario) {
-    Database db = open_tracked(directory);
+    Database db = open(directory);
     creator.close();
     const Model seen = visible(db);
     ASSERT_TRUE(ZtClearDBWildTrans(db));
     const Model left = visible(db);
-    for (const auto& [id, price] : seen) {
+    for (const auto& [id, amount] : seen) {
       const auto place = left.find(id);
       if (place == left.end()) continue;
-      EXPECT_EQ(place->second, price) << "taken back after readers could see it, id " << id;
+      EXPECT_EQ(place->second, amount) << "taken back after readers could see it, id " << id;
     }
     if (!scenario.in_transaction) {
       ZtBeginTransaction(db);
-      put(db, 999, 1.0);
+      put(db, 999, 1);
       ZtRollbackTransaction(db);
     }
     check(db, scenario.allowed);
     ZtBeginTransaction(db);
-    put(db, 1000, 1.0);
+    put(db, 1000, 1);
     ZtRollbackTransaction(db);
     check(db, scenario.allowed);
   }
@@ -305,7 +242,7 @@ class Crash : public DatabaseTest {
     constexpr long never = 1'000'000'000;
     Shared<long> count;
     Child child([&](Gate&) {
-      Database db = open_tracked(directory, scenario.mode);
+      Database db = open(directory, scenario.mode);
       crash_countdown = never;
       scenario.work(db);
       *count = never - crash_countdown;
@@ -335,7 +272,7 @@ class Crash : public DatabaseTest {
     Shared<Meeting> meeting;
     const int position = scenario.position;
     Child companion([&](Gate& gate) {
-      Database db = open_tracked(directory);
+      Database db = open(directory);
       const bool holds = scenario.companion == Companion::holds;
       if (holds) ZtLockPosition(db, position);
       gate.tell('r');
@@ -358,7 +295,7 @@ class Crash : public DatabaseTest {
       ZtUnLock(db);
     });
     meeting->released = true;
-    Database db = open_tracked(directory);
+    Database db = open(directory);
     EXPECT_TRUE(ZtClearDBWildTrans(db));
     EXPECT_EQ(companion.exit_status(), 0);
     creator.close();

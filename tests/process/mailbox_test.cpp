@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -12,6 +11,7 @@
 
 #include "support/child_process.h"
 #include "support/shared.h"
+#include "support/signals.h"
 #include "support/temp_database.h"
 
 namespace {
@@ -45,14 +45,6 @@ class Mailbox : public DatabaseTest {
 // An answer begins where its request ends.
 std::string answer_to(unsigned number) {
   return numbered_body(number + 1'000'000);
-}
-
-void interrupt_every(int microseconds) {
-  struct sigaction action = {};
-  action.sa_handler = [](int) {};
-  sigaction(SIGALRM, &action, nullptr);
-  const itimerval interval{{0, microseconds}, {0, microseconds}};
-  setitimer(ITIMER_REAL, &interval, nullptr);
 }
 
 // As the exchanges do it: an interrupted wait is resumed.

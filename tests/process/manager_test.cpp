@@ -369,11 +369,11 @@ TEST_F(ManagerTest, CarriesOutTheRemoteRequests) {
   EXPECT_EQ(peer.ask(CMD_QUERYTABLEDATA, ints({0, id - 1, 1000})), CMD_QUERYTABLEDATARESULT);
   std::string stored = account(50, 8);
   stored[8 + bank::name_width - 1] = 0;
-  EXPECT_EQ(peer.answered_data().substr(4 + row.size()), ints({id}) + stored);
+  EXPECT_EQ(body_of(peer.message).substr(4 + row.size()), ints({id}) + stored);
   EXPECT_EQ(peer.ask(CMD_REMOTEDELETE, ints({0, id})), CMD_OK);
   EXPECT_EQ(peer.refusal(CMD_REMOTEDELETE, ints({0, id})), failure(text::no_record));
   EXPECT_EQ(peer.ask(CMD_QUERYTABLEDATA, ints({0, id, 1000})), CMD_QUERYTABLEDATARESULT);
-  EXPECT_EQ(peer.answered_data(), "");
+  EXPECT_EQ(body_of(peer.message), "");
 
   EXPECT_EQ(peer.ask(CMD_QUERYDBRESULT), CMD_QUERYDBRESULT);
   EXPECT_STREQ(peer.message.body.querydbresult.dbversion, version_text);

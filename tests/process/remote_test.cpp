@@ -2,13 +2,13 @@
 // damage, silence and death.
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/time.h>
 
 #include <functional>
 #include <string>
 #include <vector>
 
 #include "support/scripted_manager.h"
+#include "support/signals.h"
 #include "support/texts.h"
 
 namespace cachet::test {
@@ -52,15 +52,6 @@ struct Operation {
   std::function<bool(ZtDbHandle)> run;
 };
 
-std::string ints(std::initializer_list<int> values) {
-  return {reinterpret_cast<const char*>(values.begin()), values.size() * sizeof(int)};
-}
-
-std::string padded(std::string text, std::size_t size) {
-  text.resize(size);
-  return text;
-}
-
 std::vector<Operation> all_operations() {
   static char data[] = "abcde";
   static char path[] = "/some/where";
@@ -77,11 +68,11 @@ std::vector<Operation> all_operations() {
        [](ZtDbHandle db) { return ZtRemoteUpdate(db, 3, 8, 2, 4, data); }},
       {"delete", CMD_ERASE, ints({3, 8}), false, [](ZtDbHandle db) { return ZtRemoteDelete(db, 3, 8); }},
       {"reset", CMD_CONNECT_OK, "", false, ZtRemoteResetDb},
-      {"read folder", CMD_LOADDIR, padded(path, 256), true,
+      {"read folder", CMD_LOADDIR, padded(path), true,
        [](ZtDbHandle db) { return ZtRemoteReadDbDir(db, path); }},
-      {"read table", CMD_BCPIN, ints({3}) + padded(path, 256), true,
+      {"read table", CMD_BCPIN, ints({3}) + padded(path), true,
        [](ZtDbHandle db) { return ZtRemoteReadDbTable(db, 3, path); }},
-      {"read file", CMD_RESTORE, padded(path, 256), true,
+      {"read file", CMD_RESTORE, padded(path), true,
        [](ZtDbHandle db) { return ZtRemoteReadDbFile(db, path); }},
       {"lock", CMD_LOCK, "", false, ZtRemoteLock},
       {"unlock", CMD_UNLOCK, "", false, ZtRemoteUnLock},
@@ -166,19 +157,14 @@ TEST_F(Remote, ASlowManagerIsWaitedForThroughSignalsAndTheAnswersStayInStep) {
   });
   Database db = manager.open(directory);
   ASSERT_TRUE(db.opened);
-  struct sigaction ignore {};
-  ignore.sa_handler = [](int) {};
-  sigaction(SIGALRM, &ignore, nullptr);
-  const itimerval storm{{0, 300}, {0, 300}};
-  setitimer(ITIMER_REAL, &storm, nullptr);
+  interrupt_every(300);
   char data[] = "x";
   for (int i = 1; i <= 40; ++i) {
     unsigned long offset = 0;
     EXPECT_TRUE(ZtRemoteInsert(db, i, 1, data, &offset));
     EXPECT_EQ(offset, static_cast<unsigned long>(i));
   }
-  const itimerval calm{};
-  setitimer(ITIMER_REAL, &calm, nullptr);
+  interrupt_every(0);
 }
 
 TEST_F(Remote, AManagerThatDiesEndsTheWaitAndEveryLaterOne) {

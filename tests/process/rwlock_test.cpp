@@ -1,16 +1,13 @@
-// The lock between processes: who gets in, who waits, who goes first, and that neither signals nor the death
-// of a waiter or of a releaser lets two writers in or leaves anybody outside for ever.
+// The lock between processes: who gets in, who waits, who goes first, and that the death of a waiter or of a releaser
+// leaves nobody outside for ever.
 #include "rwlock.h"
 
 #include <gtest/gtest.h>
 #include <sys/sem.h>
-#include <sys/time.h>
 
 #include <array>
-#include <atomic>
 #include <cerrno>
 #include <csignal>
-#include <deque>
 #include <memory>
 #include <string>
 #include <vector>
@@ -21,6 +18,7 @@
 #include "support/child_process.h"
 #include "support/ledger.h"
 #include "support/shared.h"
+#include "support/signals.h"
 
 namespace {
 
@@ -192,58 +190,6 @@ TEST_F(ProcessLock, AReleaserThatDiesBeforeItsPostStrandsNobody) {
   }
 }
 
-struct Storm {
-  std::atomic<int> inside, violations;
-  int plain;  // changed only inside
-};
-
-void start_1_khz_signals() {
-  struct sigaction action = {};
-  action.sa_handler = [](int) {};  // without SA_RESTART: every wait is interrupted
-  sigaction(SIGALRM, &action, nullptr);
-  const itimerval every_ms = {{0, 1000}, {0, 1000}};
-  setitimer(ITIMER_REAL, &every_ms, nullptr);
-}
-
-TEST_F(ProcessLock, NeverHoldsTwoWritersInAStormOfSignalsAndPosts) {
-  constexpr int rounds = 400, writer_count = 4, reader_count = 2;
-  Shared<Storm> storm;
-  std::deque<Child> children;
-  for (int i = 0; i < writer_count + reader_count; ++i) {
-    const Level level = i < writer_count ? writing : reading;
-    children.emplace_back([&, level](Gate& gate) {
-      Crwspinlock own;
-      std::string path = name;
-      if (!own.Open(path.data(), 1)) return 1;
-      start_1_khz_signals();
-      gate.tell('r');
-      for (int round = 0; round < rounds; ++round) {
-        if (!own.Lock(0, level)) return 2;
-        if (level == writing) {
-          if (storm->inside.fetch_add(1) != 0) ++storm->violations;
-          const int seen = storm->plain;
-          for (int pause = round % 8; pause > 0; --pause) sched_yield();
-          storm->plain = seen + 1;
-          storm->inside.fetch_sub(1);
-        }
-        own.Unlock(0, level, -1, nullptr);
-      }
-      own.Close();
-      return 0;
-    });
-  }
-  for (Child& child : children) ASSERT_TRUE(child.wait_for('r'));
-  for (int post = 0; post < 200; ++post) {
-    lock.m_w_sema[0].Release();
-    lock.m_r_sema[0].Release();
-    sched_yield();
-  }
-  for (Child& child : children) EXPECT_EQ(child.exit_status(), 0);
-  EXPECT_EQ(storm->violations, 0);
-  EXPECT_EQ(storm->plain, rounds * writer_count);
-  for (Word w : {spin, writers, writers_waiting, readers, readers_waiting}) EXPECT_EQ(word(w), 0) << w;
-}
-
 TEST(SpinLock, IsNotRaisedByContendersThatDie) {
   Shared<std::int32_t> word;
   Cspinlock lock;
@@ -267,11 +213,10 @@ TEST(SpinLock, IsNotRaisedByContendersThatDie) {
 }
 
 TEST_F(ProcessLock, ASemaphoreReportsAnInterruptedWait) {
-  start_1_khz_signals();
+  interrupt_every(1000);
   EXPECT_EQ(lock.m_w_sema[0].Wait(-1), -1);
   EXPECT_EQ(errno, EINTR);
-  const itimerval off = {};
-  setitimer(ITIMER_REAL, &off, nullptr);
+  interrupt_every(0);
 }
 
 TEST(LockPosition, IsTakenOnceAtTheLevelOfTheHandlesMode) {

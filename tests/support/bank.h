@@ -19,7 +19,7 @@ enum : int { accounts = 0 };
 enum : int { f_id, f_name, f_team, f_amount, f_check };
 enum : int { i_id, i_name, i_team, indexes };
 inline constexpr int name_width = 12;
-inline constexpr int teams = 5;
+inline constexpr int teams = 3;
 inline constexpr int names = 20;
 
 using Balances = std::map<int, long long>;

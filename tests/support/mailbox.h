@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <initializer_list>
 #include <random>
 #include <string>
 #include <string_view>
@@ -27,6 +28,16 @@ inline std::string_view body_of(const _VEMROMSG& message) {
   return {message.body.buffer, static_cast<std::size_t>(message.head.length)};
 }
 
+// Parts of bodies: numbers one after the other, and a name in its field.
+inline std::string ints(std::initializer_list<int> values) {
+  return {reinterpret_cast<const char*>(values.begin()), values.size() * sizeof(int)};
+}
+
+inline std::string padded(std::string text, std::size_t size = 256) {
+  text.resize(size);
+  return text;
+}
+
 // A body of any length, which tells its number.
 inline std::string numbered_body(unsigned number) {
   std::mt19937 random(number);
@@ -37,23 +48,13 @@ inline std::string numbered_body(unsigned number) {
 
 enum BoxState { box_empty = 0, box_full = 1, box_awaited = 2 };
 
-class RawBox {
+// A box by its segment's key file.
+class RawBox : public RawSegment {
  public:
-  // `name`: the segment's key file.
-  explicit RawBox(const std::string& name)
-      : id_(segment_id(name)), memory_(static_cast<char*>(shmat(id_, nullptr, 0))) {}
-  ~RawBox() { shmdt(memory_); }
-  RawBox(const RawBox&) = delete;
-  RawBox& operator=(const RawBox&) = delete;
-
-  std::atomic_ref<int> lock_word() const { return std::atomic_ref(reinterpret_cast<int*>(memory_)[0]); }
-  std::atomic_ref<int> state() const { return std::atomic_ref(reinterpret_cast<int*>(memory_)[1]); }
-  char* frame() const { return memory_ + 8; }
-  std::size_t bytes() const { return segment_status(id_).shm_segsz; }
-
- private:
-  int id_;
-  char* memory_;
+  using RawSegment::RawSegment;
+  std::atomic_ref<int> lock_word() const { return std::atomic_ref(*reinterpret_cast<int*>(place(0))); }
+  std::atomic_ref<int> state() const { return std::atomic_ref(*reinterpret_cast<int*>(place(4))); }
+  char* frame() const { return place(8); }
 };
 
 // The semaphore set behind a key file, -1 without one.

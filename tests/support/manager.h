@@ -15,8 +15,8 @@
 #include <string>
 #include <vector>
 
-#include "memchanel.h"
 #include "support/child_process.h"
+#include "support/mailbox.h"
 #include "support/schema.h"
 #include "tcpchanel.h"
 
@@ -122,15 +122,6 @@ class Manager {
   int port_ = 0;
 };
 
-inline std::string ints(std::initializer_list<int> values) {
-  return {reinterpret_cast<const char*>(values.begin()), values.size() * sizeof(int)};
-}
-
-inline std::string padded(std::string text, std::size_t size = 256) {
-  text.resize(size);
-  return text;
-}
-
 class Peer {
  public:
   explicit Peer(const Manager& manager) {
@@ -146,12 +137,7 @@ class Peer {
     return message.head.cmd == CMD_CONNECT_OK && mailbox.Open(welcome.name, welcome.keyid);
   }
 
-  void set(int command, const std::string& body) {
-    message.head = {};
-    message.head.cmd = static_cast<char>(command);
-    message.head.length = static_cast<int>(body.size());
-    body.copy(message.body.buffer, sizeof message.body.buffer);
-  }
+  void set(int command, const std::string& body) { fill(message, static_cast<char>(command), body); }
 
   // The command of the answer, which is in `message`; -1 for none.
   int ask(int command, const std::string& body = "") {
@@ -166,9 +152,6 @@ class Peer {
   Error refusal(int command, const std::string& body = "") {
     if (ask(command, body) != CMD_ERROR) return {};
     return {message.body.error.errcode, message.body.error.errmsg};
-  }
-  std::string answered_data() const {
-    return {message.body.buffer, static_cast<std::size_t>(message.head.length)};
   }
 
   VemroTcpChanel chanel;

@@ -25,6 +25,34 @@ inline shmid_ds segment_status(int id) {
   return status;
 }
 
+// One segment, found through its key file, read and written bytewise.
+class RawSegment {
+ public:
+  explicit RawSegment(const std::string& key_file)
+      : id_(segment_id(key_file)), bytes_(static_cast<char*>(shmat(id_, nullptr, 0))) {}
+  ~RawSegment() { shmdt(bytes_); }
+  RawSegment(const RawSegment&) = delete;
+  RawSegment& operator=(const RawSegment&) = delete;
+
+  std::size_t size() const { return segment_status(id_).shm_segsz; }
+  char* place(long offset) const { return bytes_ + offset; }
+  template <class T>
+  T at(long offset) const {
+    T value;
+    std::memcpy(&value, bytes_ + offset, sizeof value);
+    return value;
+  }
+  template <class T>
+  void put(long offset, T value) const {
+    std::memcpy(bytes_ + offset, &value, sizeof value);
+  }
+  std::string bytes(long offset, std::size_t count) const { return {bytes_ + offset, count}; }
+
+ private:
+  int id_;
+  char* bytes_;
+};
+
 // How many attachments segment 0 of the database with this base path has.
 inline int attachments(const std::string& base) {
   return static_cast<int>(segment_status(segment_id(base + "00.data")).shm_nattch);

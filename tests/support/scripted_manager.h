@@ -9,8 +9,8 @@
 #include <functional>
 #include <string>
 
-#include "memchanel.h"
 #include "support/child_process.h"
+#include "support/mailbox.h"
 #include "support/schema.h"
 #include "support/shared.h"
 #include "tcpchanel.h"
@@ -47,34 +47,22 @@ class ScriptedManager {
 
   static bool welcome(VemroTcpChanel& chanel, const std::string& mailbox_name) {
     _VEMROMSG answer{};
-    answer.head.cmd = CMD_CONNECT_OK;
-    answer.head.length = sizeof(_CONNECT_OK);
+    fill(answer, CMD_CONNECT_OK, std::string(sizeof(_CONNECT_OK), '\0'));
     mailbox_name.copy(answer.body.connectok.name, sizeof answer.body.connectok.name - 1);
     answer.body.connectok.keyid = keyid;
     return chanel.Send(&answer);
   }
 
-  static void answer(Cztmemchanel& mailbox, char command) {
+  static void answer(Cztmemchanel& mailbox, char command, const std::string& body = {}) {
     _VEMROMSG message{};
-    message.head.cmd = command;
+    fill(message, command, body);
     mailbox.PutAnswer(&message);
   }
-
   static void refuse(Cztmemchanel& mailbox, int code, const std::string& text) {
-    _VEMROMSG message{};
-    message.head.cmd = CMD_ERROR;
-    message.head.length = sizeof(_ERRORMSG);
-    message.body.error.errcode = code;
-    text.copy(message.body.error.errmsg, sizeof message.body.error.errmsg);
-    mailbox.PutAnswer(&message);
+    answer(mailbox, CMD_ERROR, ints({code}) + padded(text, sizeof _ERRORMSG::errmsg));
   }
-
   static void stored_at(Cztmemchanel& mailbox, std::uint64_t offset) {
-    _VEMROMSG message{};
-    message.head.cmd = CMD_INSERT_OK;
-    message.head.length = sizeof(_INSERT_OK);
-    message.body.insert_ok.offset = offset;
-    mailbox.PutAnswer(&message);
+    answer(mailbox, CMD_INSERT_OK, {reinterpret_cast<const char*>(&offset), sizeof offset});
   }
 
  private:

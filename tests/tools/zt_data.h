@@ -8,7 +8,7 @@
 
 namespace cachet::test {
 
-// "@" stands for a name in Chinese.
+// To be put in Chinese.
 inline constexpr char goods[] = R"({"tables": [
 {"name": "@",
  "fields": [
@@ -22,15 +22,6 @@ inline constexpr char goods[] = R"({"tables": [
 ]}
 ]}
 )";
-
-inline std::string in_chinese(std::string text) {
-  for (std::size_t at; (at = text.find('@')) != std::string::npos;) text.replace(at, 1, goods_utf8);
-  return text;
-}
-
-inline bool contains(const std::string& text, const std::string& part) {
-  return text.find(part) != std::string::npos;
-}
 
 class ZtData : public Zt {
  protected:

@@ -221,34 +221,26 @@ TEST_F(ZtRows, ChangesAndDeletesAllThatMatchOrNothing) {
 TEST_F(ZtRows, TellsByItsStatusWhatWentWrong) {
   const Database db = create_items(directory);
   commit_item(db, 1);
-  const struct {
-    const char* command;
-    Words more;
-    int status;
-  } cases[] = {
-      {"get", {"nothing"}, not_found},
-      {"get", {"items", "--index", "by nothing"}, not_found},
-      {"get", {"items", "--id", "7"}, not_found},
-      {"get", {"items", "--index", "by id", "=7"}, ok},
-      {"get", {"items", "--index", "by id", "~7"}, usage},
-      {"get", {"items", "--index", "by id", "=x"}, usage},
-      {"get", {"items", "--index", "by id", "=", "1", "2"}, usage},
-      {"get", {"items", "--id", "-1"}, usage},
-      {"insert", {"items", "nothing=1"}, not_found},
-      {"insert", {"items", "id"}, usage},
-      {"insert", {"items", "id=1", "id=2"}, usage},
-      {"insert", {"items", "id=1"}, failure},
-      {"set", {"items", "price=1"}, usage},
-      {"set", {"items", "--id", "0"}, usage},
-      {"set", {"items", "price=1", "--id", "7"}, not_found},
-      {"delete", {"items"}, usage},
-      {"delete", {"items", "--index", "by id", "=7"}, not_found},
-      {"delete", {"items", "--id", "7", "--dry-run"}, not_found},
-  };
-  for (const auto& each : cases) {
-    const Result run = on(each.command, each.more);
-    EXPECT_EQ(run.status, each.status) << each.command << ::testing::PrintToString(each.more) << run.err;
-  }
+  expect_statuses({
+      {{"get", path(), "nothing"}, not_found},
+      {{"get", path(), "items", "--index", "by nothing"}, not_found},
+      {{"get", path(), "items", "--id", "7"}, not_found},
+      {{"get", path(), "items", "--index", "by id", "=7"}, ok},
+      {{"get", path(), "items", "--index", "by id", "~7"}, usage},
+      {{"get", path(), "items", "--index", "by id", "=x"}, usage},
+      {{"get", path(), "items", "--index", "by id", "=", "1", "2"}, usage},
+      {{"get", path(), "items", "--id", "-1"}, usage},
+      {{"insert", path(), "items", "nothing=1"}, not_found},
+      {{"insert", path(), "items", "id"}, usage},
+      {{"insert", path(), "items", "id=1", "id=2"}, usage},
+      {{"insert", path(), "items", "id=1"}, failure},
+      {{"set", path(), "items", "price=1"}, usage},
+      {{"set", path(), "items", "--id", "0"}, usage},
+      {{"set", path(), "items", "price=1", "--id", "7"}, not_found},
+      {{"delete", path(), "items"}, usage},
+      {{"delete", path(), "items", "--index", "by id", "=7"}, not_found},
+      {{"delete", path(), "items", "--id", "7", "--dry-run"}, not_found},
+  });
   EXPECT_EQ(on("get", {"items", "--tsv"}).out, "id\tname\tteam\tprice\n1\t\t0\t0\n");
 }
 

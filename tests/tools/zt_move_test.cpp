@@ -328,10 +328,7 @@ TEST_F(ZtMove, MovesTheLibrarysOwnFiles) {
 
 TEST_F(ZtMove, TellsByItsStatusWhatWentWrong) {
   const Database db = create_items(directory);
-  const struct {
-    Words arguments;
-    int status;
-  } cases[] = {
+  expect_statuses({
       {{"import", path(), "items"}, usage},
       {{"import", path(), "items", "x.what"}, usage},
       {{"import", path(), "items", "x.csv", "--format", "what"}, usage},
@@ -347,11 +344,7 @@ TEST_F(ZtMove, TellsByItsStatusWhatWentWrong) {
       {{"save", path(), files.path()}, refused},
       {{"load", path(), files.file("no")}, not_found},
       {{"bench", "--rows", "1"}, usage},
-  };
-  for (const auto& each : cases) {
-    const Result run = zt(each.arguments);
-    EXPECT_EQ(run.status, each.status) << ::testing::PrintToString(each.arguments) << run.err;
-  }
+  });
   EXPECT_EQ(files.names(), std::vector<std::string>{});
 }
 

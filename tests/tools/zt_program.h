@@ -22,6 +22,16 @@ enum : int { ok = 0, failure = 1, usage = 2, not_found = 3, damaged = 4, refused
 inline constexpr char goods_gbk[] = "\xc9\xcc\xc6\xb7";
 inline constexpr char goods_utf8[] = "\xe5\x95\x86\xe5\x93\x81";
 
+// Puts a name in Chinese for every "@".
+inline std::string in_chinese(std::string text) {
+  for (std::size_t at; (at = text.find('@')) != std::string::npos;) text.replace(at, 1, goods_utf8);
+  return text;
+}
+
+inline bool contains(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
+
 using Words = std::vector<std::string>;
 
 struct Surroundings {
@@ -66,6 +76,19 @@ inline Result zt(const Words& arguments, const Surroundings& around = {}) {
 class Zt : public DatabaseTest {
  protected:
   std::string path(const char* name = "d") const { return directory.path() + "/" + name; }
+
+  struct Outcome {
+    Words arguments;
+    int status;
+  };
+  // Runs the tool with each of the arguments; what went wrong is said by the tool itself.
+  static void expect_statuses(const std::vector<Outcome>& outcomes) {
+    for (const auto& [arguments, status] : outcomes) {
+      const Result run = zt(arguments);
+      EXPECT_EQ(run.status, status) << ::testing::PrintToString(arguments) << run.err;
+      EXPECT_TRUE(status <= usage || run.err.rfind("zt: ", 0) == 0) << run.err;
+    }
+  }
 
   Database create_goods() {
     Database db = begin_create(directory);

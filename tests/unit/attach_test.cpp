@@ -18,13 +18,8 @@
 #include "rb/address_range.h"
 #include "support/child_process.h"
 #include "support/raw_memory.h"
+#include "support/sanitizers.h"
 #include "support/schema.h"
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool limits_addresses = false;  // a sanitizer has taken most of them
-#else
-constexpr bool limits_addresses = true;
-#endif
 
 namespace {
 
@@ -193,7 +188,7 @@ TEST_F(Attach, OfAChildEndsWithoutTheParents) {
 
 // Room for the database once, and a little more: not for a range and a look at the header.
 TEST_F(Attach, GoesAnywhereWhenAddressesAreScarce) {
-  if (!limits_addresses) GTEST_SKIP();
+  if (sanitized) GTEST_SKIP() << "a sanitizer has taken most addresses";
   constexpr ZTINT8 bytes = 256 << 20;
   const Database db = create_items(directory, bytes);
   ASSERT_TRUE(commit_item(db, 5));

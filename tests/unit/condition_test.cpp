@@ -1,4 +1,5 @@
-// A condition that is filled again and again: the values are its own, end in zeros, and take no new memory.
+// A condition that is filled again and again: the values are its own, end in zeros, so that a key of another width than
+// its index's is compared without reading past it, and take no new memory.
 #include <gtest/gtest.h>
 
 #include <cstring>

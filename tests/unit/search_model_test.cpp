@@ -162,14 +162,4 @@ TEST(Search, ReportsAKeyThatLostFields) {
   }
 }
 
-// So that a key of another width than the index's is compared without reading past it.
-TEST(ConditionKey, IsFollowedByEightZeroBytes) {
-  Condition condition(0);
-  for (int type : {FIELD_STRING, FIELD_INT8}) ZtAddConditionIndexItem(condition, type, 2, "abcdefghijkl");
-  for (int i : {0, 1}) {
-    const char* const data = static_cast<ZtConditionHandle>(condition)->indexitem.index[i].data;
-    EXPECT_EQ(std::string(data, 10), "ab" + std::string(8, '\0'));
-  }
-}
-
 }  // namespace

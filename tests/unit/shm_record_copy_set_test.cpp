@@ -22,33 +22,9 @@ namespace {
 
 using cachet::test::Child;
 using cachet::test::Gate;
+using cachet::test::RawSegment;
 
 constexpr long segment = 0x8000000;
-
-// A store's segment as any program sees it: found through its key file, read and written bytewise.
-class RawSegment {
- public:
-  explicit RawSegment(const std::string& key_file)
-      : bytes_(static_cast<char*>(shmat(cachet::test::segment_id(key_file), nullptr, 0))) {}
-  ~RawSegment() { shmdt(bytes_); }
-  RawSegment(const RawSegment&) = delete;
-  RawSegment& operator=(const RawSegment&) = delete;
-
-  template <class T>
-  T at(long offset) const {
-    T value;
-    std::memcpy(&value, bytes_ + offset, sizeof value);
-    return value;
-  }
-  template <class T>
-  void put(long offset, T value) {
-    std::memcpy(bytes_ + offset, &value, sizeof value);
-  }
-  std::string bytes(long offset, std::size_t count) const { return {bytes_ + offset, count}; }
-
- private:
-  char* bytes_;
-};
 
 // A record of any length up to a segment, all zeros, that takes no memory.
 class BigRecord {

@@ -109,17 +109,6 @@ TEST_F(TableFile, WritesTheExtremesOfEveryType) {
                 "d2=1000000000.00;d=-inf;big=9223372036854775807;raw=\n");
 }
 
-TEST_F(TableFile, ReadsBackWhatTextCanCarry) {
-  Database db = create_all(directory);
-  Values values = typical;
-  values.t = "a b=c\t,";
-  EXPECT_TRUE(put(db, values));
-  const std::string text = exported(db);
-  const std::string binary = exported(db, ZtWriteTableBinary);
-  EXPECT_EQ(imported(db, text), text + text);
-  EXPECT_EQ(imported(db, binary, ZtReadTableBinary), text + text + text);
-}
-
 TEST_F(TableFile, TakesWhatItCanFromAHandMadeLine) {
   const struct {
     const char* what;

@@ -340,14 +340,6 @@ std::string with_length(int length, const std::string& rest) {
   return bytes + rest;
 }
 
-std::string of_version(std::int16_t version) {
-  auto msg = message(CMD_INSERT, 0);
-  msg.head.version = version;
-  msg.head.lorn = VEMRO_NET;
-  msg.head.crc = VEMROCRC(&msg, VEMRO_HEAD_BYTES);
-  return {reinterpret_cast<const char*>(&msg), VEMRO_HEAD_BYTES};
-}
-
 std::string with_damage(std::string bytes, std::size_t at) {
   bytes[at] = static_cast<char>(bytes[at] ^ 0x10);
   return bytes;
@@ -367,8 +359,6 @@ std::vector<Hostile> hostile_peers() {
       {"a wrong check", with_damage(frame, 6), false, 0},
       {"a damaged body", with_damage(frame, 200), false, 0},
       {"another command", with_damage(frame, 4), false, 0},
-      {"version 2", of_version(2), false, 0},
-      {"version 0", of_version(0), false, 0},
       {"silence", "", true, 0},
   };
 }
