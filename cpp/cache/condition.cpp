@@ -21,15 +21,18 @@ bool has_room(const ZtIndexItem& key, int len, const void* value) {
   return key.point < key.count && len >= 0 && len <= longest_value && (len == 0 || value != nullptr);
 }
 
-// The sooner the better: whoever sets a key searches for it next.
-[[gnu::always_inline]] inline void ask_for_hint(ZtConditionHandle condition) {
-  ExpectedHint& expected = condition->expected;
-  const ZtIndexField& field = *condition->indexitem.index;
-  if (condition->indexitem.point != 1 || field.type != expected.lone_type) return;
-  expected.key =
-      field.type == FIELD_STRING ? exact_lone_key<FIELD_STRING>(field) : exact_lone_key<FIELD_INT8>(field);
-  expected.has_key = true;
+// The sooner the better: whoever sets a key searches for it next. `given` is the caller's value, which has no room behind
+// its end: a text is left to the search when its last word is not whole.
+[[gnu::always_inline]] inline void ask_for_hint(ExpectedHint& expected, const ZtIndexField& given) {
+  if (given.type == FIELD_INT8) {
+    expected.key = exact_lone_key<FIELD_INT8>(given);
+  } else if (static_cast<unsigned short>(given.length) % sizeof(std::uint64_t) == 0) {
+    expected.key = exact_lone_key<FIELD_STRING>(given);
+  } else {
+    return;
+  }
   prefetch(expected.line_of(expected.key.hash));
+  expected.has_key = true;
 }
 
 void note_value(ZtConditionHandle condition, int type, int len, char* value) {
@@ -50,7 +53,6 @@ void note_value(ZtConditionHandle condition, int type, int len, char* value) {
   }
   if (length != 0) std::memcpy(block.data, value, length);
   note_value(condition, type, len, block.data);
-  ask_for_hint(condition);
 }
 
 }  // namespace
@@ -87,13 +89,16 @@ void ZtAddConditionIndexItem(ZtConditionHandle condition, int type, int len, con
     condition->overfull = true;
     return;
   }
+  if (key.point == 0 && type == condition->expected.lone_type) {
+    char* const given = static_cast<char*>(const_cast<void*>(value));
+    ask_for_hint(condition->expected, {given, static_cast<signed char>(type), 0, static_cast<short>(len)});
+  }
   const auto length = static_cast<std::size_t>(len);
   const ValueBlock& block = condition->blocks[key.point];
   if (!is_short_copy(length) || block.bytes < length + padding_bytes)
     return add_long_value(condition, type, len, value);
   copy_short(block.data, static_cast<const char*>(value), length);
   note_value(condition, type, len, block.data);
-  ask_for_hint(condition);
 }
 
 // `nodepoint` is left out: the copy goes on from the key, not from the record within it.

@@ -125,6 +125,7 @@ template <signed char type>
 template <signed char type>
 [[gnu::noinline]] bool find_hinted_unchanged(ZtDbHandle database, int tableid, ZtConditionHandle condition,
                                              HintedIndex index) {
+  if (!database->locks.empty()) return search(database, tableid, condition, ZT_OP_EQUAL);
   bool stands = false;
   const auto attempt = [&]() __attribute__((always_inline)) {
     stands = stand_by_hint<type, true>(database, index, condition);
@@ -132,7 +133,7 @@ template <signed char type>
   if (!runs_unchanged(database, catalog_of(database, tableid), attempt) || !stands)
     return search(database, tableid, condition, ZT_OP_EQUAL);
   begin_search(tableid, condition, ZT_OP_EQUAL);
-  return end_read(database, true);
+  return true;
 }
 
 }  // namespace

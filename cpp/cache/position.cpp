@@ -107,9 +107,9 @@ void copy_unchanged(ZtDbHandle database, const ZtTable& table, int tableid, cons
   }
   const auto count = static_cast<std::size_t>(bytes);
   const bool has_buffer = row->copied_bytes >= bytes && row->tableid == condition->tableid;
-  if (!has_buffer || !is_short_copy(count) || !database->locks.empty()) return false;
+  if (!has_buffer || !is_block(count) || !database->locks.empty()) return false;
   const auto copy = [&]() __attribute__((always_inline)) {
-    copy_short(bytes_of(row->record), bytes_of(record), count);
+    copy_block(bytes_of(row->record), bytes_of(record), count);
   };
   if (!runs_unchanged(database, record, copy)) return false;
   row->newrow = false;
