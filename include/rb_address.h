@@ -110,7 +110,14 @@ class FlatSpace {
            begin + slot_bytes <= front && front <= bytes_;
   }
   [[gnu::always_inline]] bool has_data(std::int64_t offset, std::int64_t length) const noexcept {
-    const std::int64_t front = load_relaxed<ZTINT8>(at(offsetof(Rb_memory, dataoffset)));
+    return has_data_behind(data_front(), offset, length);
+  }
+  // The same for several in a row: the front only goes down.
+  std::int64_t data_front() const noexcept {
+    return load_relaxed<ZTINT8>(at(offsetof(Rb_memory, dataoffset)));
+  }
+  [[gnu::always_inline]] bool has_data_behind(std::int64_t front, std::int64_t offset,
+                                              std::int64_t length) const noexcept {
     return offset > 0 && offset >= front && offset <= bytes_ - length;
   }
 
