@@ -15,9 +15,9 @@ ZtRecord* allocate_row(const ZtTable& table, int line) {
   // Not calloc, which takes nothing from where the row before has gone back to. The compiler would make it one of
   // malloc and memset, if it saw that they are for the same memory.
   const auto bytes = static_cast<std::size_t>(stored_bytes(table));
-  void* memory = std::malloc(bytes);
+  void* const memory = std::malloc(bytes);
   if (memory == nullptr) fatal::out_of_heap(line);
-  asm("" : "+r"(memory));
+  asm volatile("" : : "r"(memory) : "memory");
   return static_cast<ZtRecord*>(std::memset(memory, 0, bytes));
 }
 
