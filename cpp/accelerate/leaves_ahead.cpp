@@ -9,9 +9,6 @@ namespace cachet {
 
 namespace {
 
-// No balanced tree is higher; a tree under change may seem to be.
-constexpr unsigned max_height = 60;
-
 // The nodes that there are at one moment.
 class NodesNow {
  public:

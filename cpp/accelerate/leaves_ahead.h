@@ -17,6 +17,8 @@ namespace cachet {
 
 class LeavesAhead {
  public:
+  // No balanced tree is higher; a tree under change may seem to be.
+  static constexpr unsigned max_height = 60;
   // What is found at once, at most.
   static constexpr unsigned room = 64;
 

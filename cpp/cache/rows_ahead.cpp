@@ -33,12 +33,15 @@ void RowsAhead::begin_portion(const FlatSpace& space) noexcept {
   wanted_ = most_leaves;
 }
 
-// One level further, or, with nothing known, all at once.
+// One level further, or, with nothing known, all at once. Links that lead in circles never come to a leaf: what takes
+// more levels than a tree has is given up.
 void RowsAhead::look_further(const FlatSpace& space) noexcept {
   if (count_ == 0) begin_portion(space);
+  unsigned levels_left = LeavesAhead::max_height;
   do {
     if (count_ < least_leaves) count_ += ahead_.advance(space, leaves_.data() + count_);
-  } while (count_ == 0 && ahead_.goes_on());
+  } while (count_ == 0 && ahead_.goes_on() && --levels_left != 0);
+  if (count_ == 0) ahead_.stop();
 }
 
 // Items of the portion behind the one whose records are asked for. Each reads what the look before has asked for, but
