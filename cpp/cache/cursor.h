@@ -82,21 +82,14 @@ inline Standing stand_on_list_item(ZtDbHandle database, ZtConditionHandle condit
   return stand_on_record(database, condition, load_unaligned<std::int64_t>(&item->precord));
 }
 
-// Puts it on the first record of a key. An empty key leaves `nodepoint` as it is.
-template <class Direction>
-[[gnu::always_inline]] inline Standing stand_on_item(ZtDbHandle database, ZtConditionHandle condition,
-                                                     const ZtIndexItem* item) {
-  const std::uint32_t first = Direction::Records::head(item);
-  return first != 0 ? stand_on_entry(database, condition, first) : Standing::empty_key;
-}
-
-// Puts an index cursor on the first record of the key at `point`.
+// Puts an index cursor on the first record of the key at `point`. An empty key leaves `nodepoint` as it is.
 template <class Direction>
 [[gnu::always_inline]] inline Standing stand_on_key(ZtDbHandle database, ZtConditionHandle condition) {
   const ZtIndexItem* const item = stored_item(&database->base, condition->point);
   if (item == nullptr) [[unlikely]]
     return Standing::unreadable;
-  return stand_on_item<Direction>(database, condition, item);
+  const std::uint32_t first = Direction::Records::head(item);
+  return first != 0 ? stand_on_entry(database, condition, first) : Standing::empty_key;
 }
 
 // Whether the condition names a loaded table (and an index) of this database.
