@@ -30,10 +30,16 @@ namespace cachet::mailbox {
 
 class Box;
 
-// What the getter of a box has learned of waiting awake: times of CLOCK_MONOTONIC in nanoseconds, 0 for "now".
+// What the getter of a box has learned of waiting awake.
 struct Habit {
-  std::int64_t awake_again_ns = 0;  // until then it sleeps at once
-  std::int64_t yield_again_ns = 0;  // until then it does not give the processor away in between
+  // What it does without, until when (CLOCK_MONOTONIC), and how long that was; 0 after it has paid.
+  struct Rest {
+    std::int64_t end_ns = 0;
+    std::int64_t length_ns = 0;
+  };
+  Rest from_waiting;    // it sleeps at once
+  Rest from_yields;     // it does not give the processor away in between
+  int hasty_waits = 0;  // so many more in which it gives the processor away almost at once
 };
 
 }  // namespace cachet::mailbox

@@ -3,6 +3,7 @@
 #include <immintrin.h>
 #include <sched.h>
 
+#include <algorithm>
 #include <ctime>
 
 #include "shared_word.h"
@@ -11,15 +12,26 @@ namespace cachet::mailbox {
 
 namespace {
 
+// Together longer than the other side takes to be woken up. Otherwise, once one side has slept, each would wait in vain
+// for the other one to wake, and sleep in its turn, for good.
 constexpr int pauses = 256;
-constexpr int yields = 50;
+constexpr int yields = 150;
+
+// What came only as this side gave its processor away may need that to come at all. So many waits pause less then, before
+// one finds out whether that is still so.
+constexpr int pauses_in_haste = 16;
+constexpr int waits_in_haste = 64;
 
 // A yield that took longer has let another program run, not just the other side.
-constexpr std::int64_t long_yield_ns = 20'000;
+constexpr std::int64_t long_yield_ns = 300'000;
 
-// How long a disappointed getter does without. A wait in vain costs microseconds, a long yield milliseconds.
-constexpr std::int64_t rest_from_waiting_ns = 2'000'000;
-constexpr std::int64_t rest_from_yields_ns = 1'000'000'000;
+// How long a disappointed getter does without: twice as long each time in a row.
+struct RestLimits {
+  std::int64_t shortest_ns;
+  std::int64_t longest_ns;
+};
+constexpr RestLimits after_wait_in_vain = {250'000, 4'000'000};       // which costs tens of microseconds
+constexpr RestLimits after_long_yield = {16'000'000, 1'000'000'000};  // which costs milliseconds
 
 std::int64_t monotonic_ns() noexcept {
   timespec now;
@@ -31,24 +43,40 @@ bool has_come(std::int32_t* state, std::int32_t value) noexcept {
   return load_relaxed<std::int32_t>(state) == value;
 }
 
-bool comes_while_pausing(std::int32_t* state, std::int32_t value) noexcept {
-  for (int i = 0; i < pauses; ++i) {
-    if (has_come(state, value)) return true;
-    _mm_pause();
+bool comes_while_pausing(std::int32_t* state, std::int32_t value, Habit& habit) noexcept {
+  const int most = habit.hasty_waits > 0 ? pauses_in_haste : pauses;
+  for (int i = 0; i < most; ++i) {
+    if (!has_come(state, value)) {
+      _mm_pause();
+      continue;
+    }
+    habit.hasty_waits = 0;
+    return true;
   }
   return false;
 }
 
+void begin_rest(Habit::Rest& rest, const RestLimits& limits) noexcept {
+  rest.length_ns = std::clamp(2 * rest.length_ns, limits.shortest_ns, limits.longest_ns);
+  rest.end_ns = monotonic_ns() + rest.length_ns;
+}
+
 bool comes_while_yielding(std::int32_t* state, std::int32_t value, Habit& habit) noexcept {
   std::int64_t before_ns = monotonic_ns();
-  if (before_ns < habit.yield_again_ns) return false;
+  if (before_ns < habit.from_yields.end_ns) return false;
   for (int i = 0; i < yields; ++i) {
     sched_yield();
     const std::int64_t now_ns = monotonic_ns();
-    const bool was_long = now_ns - before_ns > long_yield_ns;
-    if (was_long) habit.yield_again_ns = now_ns + rest_from_yields_ns;
-    if (has_come(state, value)) return true;
-    if (was_long) return false;
+    if (now_ns - before_ns > long_yield_ns) {
+      begin_rest(habit.from_yields, after_long_yield);
+      habit.hasty_waits = 0;
+      return has_come(state, value);
+    }
+    if (has_come(state, value)) {
+      habit.from_yields = {};
+      habit.hasty_waits = habit.hasty_waits > 0 ? habit.hasty_waits - 1 : waits_in_haste;
+      return true;
+    }
     before_ns = now_ns;
   }
   return false;
@@ -57,9 +85,13 @@ bool comes_while_yielding(std::int32_t* state, std::int32_t value, Habit& habit)
 }  // namespace
 
 void wait_awake(std::int32_t* state, std::int32_t value, Habit& habit) noexcept {
-  if (habit.awake_again_ns != 0 && monotonic_ns() < habit.awake_again_ns) return;
-  const bool paid = comes_while_pausing(state, value) || comes_while_yielding(state, value, habit);
-  habit.awake_again_ns = paid ? 0 : monotonic_ns() + rest_from_waiting_ns;
+  Habit::Rest& rest = habit.from_waiting;
+  if (rest.end_ns != 0 && monotonic_ns() < rest.end_ns) return;
+  if (comes_while_pausing(state, value, habit) || comes_while_yielding(state, value, habit)) {
+    rest = {};
+  } else {
+    begin_rest(rest, after_wait_in_vain);
+  }
 }
 
 int Deadline::rest_ms() noexcept {

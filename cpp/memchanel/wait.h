@@ -12,7 +12,7 @@
 
 namespace cachet::mailbox {
 
-// Returns as soon as the word `state` is `value`, and otherwise after some 20 microseconds, or at once after it was in
+// Returns as soon as the word `state` is `value`, and otherwise after some 60 microseconds, or at once after it was in
 // vain lately.
 void wait_awake(std::int32_t* state, std::int32_t value, Habit& habit) noexcept;
 
