@@ -127,11 +127,12 @@ int DBSessions::EntryOf(SessionType type, const cachet::ThreadIdentity& owner, i
 void DBSessions::ClearEntry(int entry, const cachet::ThreadIdentity& owner, int slot, int mover) {
   if (entry < 0 || shm_base_addr_ == nullptr) return;
   MemBlock& block = wtread_ssions_[entry];
-  const int status = cachet::load_acquire<int>(&block.status);
-  const bool is_owners =
-      status == in_use && has_sid(block, cachet::sid_of(owner).data()) && SlotOf(block.trans) == slot;
-  if (!is_owners && status != -mover) return;
-  cachet::store_release<int>(&block.status, -mover);
+  int status = cachet::load_acquire<int>(&block.status);
+  if (status == in_use && has_sid(block, cachet::sid_of(owner).data()) && SlotOf(block.trans) == slot &&
+      status_of(block).compare_exchange_strong(status, -mover)) {
+    status = -mover;
+  }
+  if (status != -mover) return;
   block.trans = TransInfo{};
   status_of(block).store(0, std::memory_order_release);
 }

@@ -64,7 +64,7 @@ class CACHET_API DBSessions {
   bool ClaimEntry(int entry, int slot);
   int EntryOf(SessionType type, const cachet::ThreadIdentity& owner, int slot) const;
   // Removes the entry if it is the owner's on this slot, or half-way in or out by thread `mover`; else does
-  // nothing. Inside the slot's section, so that nobody else removes it too.
+  // nothing.
   void ClearEntry(int entry, const cachet::ThreadIdentity& owner, int slot, int mover);
   static int SlotOf(const TransInfo& session);
   static cachet::ThreadIdentity OwnerOf(const char* sid);
