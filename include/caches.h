@@ -119,11 +119,24 @@ static_assert(sizeof(ZtListItem) == 16);
 
 /* ---- process-local handles ---- */
 
+namespace cachet {
+// What a row that was read keeps of its table, so that the next reads look up neither table nor field. It counts on the
+// handle that has the same number (ZtDb::schema). There, the row's `record` is what the handle's mode makes of a stored
+// record: a private copy with room for `record_bytes`, or the stored record itself.
+struct RowShape {
+  std::uint64_t schema = 0;             // 0: nothing is kept
+  const ZtDataField* fields = nullptr;  // of the table
+  std::size_t field_count = 0;
+  int record_bytes = 0;  // header and fields
+};
+}  // namespace cachet
+
 struct ZtRecordRow {
   ZtRecord* record = nullptr;  // private buffer (newrow, or a read-only copy), or the stored record
   int tableid = 0;
   bool newrow = false;
   int copied_bytes = 0;  // room of `record` when it is a private copy of a stored record, owned by this row
+  cachet::RowShape shape;
 };
 
 namespace cachet {
@@ -210,6 +223,7 @@ struct ZtDb {
   // The handle's own state, behind the documented fields.
   std::string lock_name;                          // base path of the lock's and the store's key files
   int creator_pid = 0;                            // who made the handle; a forked child is somebody else
+  std::uint64_t schema = 0;                       // new, and nobody else's, with the handle and every field
   cachet::UndoArray undo;                         // in place of `recordcopy`
   cachet::AddressSet shared_undo;                 // in place of `shmrcset_index`
   std::set<long long>::node_type spare_lock;      // of `locks`, for the next position

@@ -110,15 +110,18 @@ class FlatSpace {
            begin + slot_bytes <= front && front <= bytes_;
   }
   [[gnu::always_inline]] bool has_data(std::int64_t offset, std::int64_t length) const noexcept {
-    return has_data_behind(data_front(), offset, length);
+    return offset > 0 && offset >= load_relaxed<ZTINT8>(at(offsetof(Rb_memory, dataoffset))) &&
+           offset <= bytes_ - length;
   }
-  // The same for several in a row: the front only goes down.
-  std::int64_t data_front() const noexcept {
-    return load_relaxed<ZTINT8>(at(offsetof(Rb_memory, dataoffset)));
+  // Whether they lie anywhere in it, for who learns afterwards whether they were what he took them for: both at once, as
+  // the sign of two differences.
+  [[gnu::always_inline]] bool can_read(std::int64_t offset, std::int64_t length) const noexcept {
+    const auto position = static_cast<std::uint64_t>(offset);
+    const auto last = static_cast<std::uint64_t>(bytes_ - length);
+    return static_cast<std::int64_t>((position - 1) | (last - position)) >= 0;
   }
-  [[gnu::always_inline]] bool has_data_behind(std::int64_t front, std::int64_t offset,
-                                              std::int64_t length) const noexcept {
-    return offset > 0 && offset >= front && offset <= bytes_ - length;
+  [[gnu::always_inline]] bool can_read_node(std::uint32_t number) const noexcept {
+    return can_read(std::int64_t{number} << slot_bits, slot_bytes);
   }
 
  private:

@@ -66,6 +66,8 @@ class CACHET_API Crwspinlock {
   // rollback, which takes their counters back, raises it by 2; a reset makes it odd before its first store
   // and even behind its last. 0 for ever when the lock is neither open nor watched.
   std::uint64_t Epoch() const { return cachet::load_acquire<std::uint64_t>(m_epoch); }
+  // Where it lies, until the lock is closed.
+  const std::uint64_t* EpochWord() const { return m_epoch; }
   void RaiseEpoch();
   void MakeEpochOdd();
   void MakeEpochEven();

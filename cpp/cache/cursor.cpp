@@ -160,15 +160,12 @@ template <class Direction>
   if (!space || !walks_index(condition) || !names_table(database, tableid, condition)) return false;
   const int record_bytes = stored_bytes(database->database[index_of_id(tableid)]);
   NextRow row;
-  bool found = false;
   const auto find = [&]() __attribute__((always_inline)) {
-    found = find_next_row<Direction>(space, condition, record_bytes, row);
+    return find_next_row<Direction>(space, condition, record_bytes, row);
   };
-  if (database->base.mode != ZT_MODE_READ_ONLY) {
-    find();
-  } else if (!runs_unchanged(database, catalog_of(database, tableid), find)) {
-    return false;
-  }
+  const bool found = database->base.mode != ZT_MODE_READ_ONLY
+                         ? find()
+                         : runs_unchanged(database, catalog_of(database, tableid), find);
   if (!found) return false;
   condition->nodepoint = row.entry;
   condition->precord = row.record;

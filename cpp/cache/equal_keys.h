@@ -27,25 +27,27 @@ namespace cachet {
          (stored.length == length || stored.data[length] == 0);
 }
 
-// For a key of one field of this type (is_lone): `own` is its text, with the length of an ExactKey, or its number.
-// `checked` as in KeyFields; `front` is the space's data_front.
+// Whether a stored key has one field: two bytes of its item, seen at once.
+[[gnu::always_inline]] inline bool has_one_field(const char* item) noexcept {
+  constexpr std::size_t point_at = offsetof(ZtIndexItem, point);
+  static_assert(offsetof(ZtIndexItem, sharememory) == point_at + 2);
+  return (load_unaligned<std::uint32_t>(item + point_at) & 0x00FF00FF) == 0x00010001;
+}
+
+// For a key of one field of this type (is_lone). `checked` as in KeyFields.
 template <signed char type, bool checked>
-[[gnu::always_inline]] inline bool equal_lone_keys(const FlatSpace& space, std::int64_t front,
-                                                   const Value& own, const char* item) noexcept {
-  const auto own_number = type == FIELD_STRING ? 0 : load_unaligned<std::int64_t>(own.data);
+[[gnu::always_inline]] inline bool equal_lone_keys(const FlatSpace& space, const ZtIndexField& field,
+                                                   const ExactKey& exact, const char* item) noexcept {
+  constexpr std::size_t number_bytes = sizeof exact.content;
   const auto stored_at = load_unaligned<std::int64_t>(item + offsetof(ZtIndexItem, index));
-  const bool is_of_one_field =
-      load_unaligned<unsigned char>(item + offsetof(ZtIndexItem, sharememory)) == 1 &&
-      load_unaligned<signed char>(item + offsetof(ZtIndexItem, point)) == 1;
-  if (!is_of_one_field || (checked && !space.has_data_behind(front, stored_at, sizeof(ZtIndexField))))
-    return false;
+  if (!has_one_field(item) || (checked && !space.can_read(stored_at, sizeof(ZtIndexField)))) return false;
   const char* const stored = space.at(stored_at);
   const auto length = load_unaligned<unsigned short>(stored + offsetof(ZtIndexField, length));
   const auto data_at = load_unaligned<std::int64_t>(stored + offsetof(ZtIndexField, data));
-  if (checked && !space.has_data_behind(front, data_at, length)) return false;
+  if (checked && !space.can_read(data_at, type == FIELD_STRING ? length : number_bytes)) return false;
   const Value value{space.at(data_at), length};
-  if constexpr (type == FIELD_STRING) return equal_texts(own, value);
-  return value.length >= sizeof(std::int64_t) && own_number == load_unaligned<std::int64_t>(value.data);
+  if constexpr (type == FIELD_STRING) return equal_texts({field.data, exact.content}, value);
+  return length >= number_bytes && exact.content == load_unaligned<std::uint64_t>(value.data);
 }
 
 template <bool checked>
@@ -53,10 +55,9 @@ template <bool checked>
                                   const char* item) noexcept {
   if (is_lone(key)) {
     const FlatSpace space(base);
-    const std::int64_t front = space.data_front();
-    const Value own{key.index->data, exact.text_length};
-    return key.index->type == FIELD_STRING ? equal_lone_keys<FIELD_STRING, checked>(space, front, own, item)
-                                           : equal_lone_keys<FIELD_INT8, checked>(space, front, own, item);
+    return key.index->type == FIELD_STRING
+               ? equal_lone_keys<FIELD_STRING, checked>(space, *key.index, exact, item)
+               : equal_lone_keys<FIELD_INT8, checked>(space, *key.index, exact, item);
   }
   const KeyFields<checked> stored(base, item);
   if (!stored.readable() || stored.count() != key.point) return false;

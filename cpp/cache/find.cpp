@@ -116,24 +116,21 @@ Outcome find(ZtDbHandle database, const ZtTable& table, ZtConditionHandle condit
 template <signed char type>
 [[gnu::noinline]] bool find_hinted(ZtDbHandle database, int tableid, ZtConditionHandle condition,
                                    HintedIndex index) {
-  if (!stand_by_hint<type, false>(database, index, condition))
-    return search(database, tableid, condition, ZT_OP_EQUAL);
   begin_search(tableid, condition, ZT_OP_EQUAL);
-  return true;
+  return stand_by_hint<type, false>(database, index, condition) ||
+         search(database, tableid, condition, ZT_OP_EQUAL);
 }
 
 template <signed char type>
 [[gnu::noinline]] bool find_hinted_unchanged(ZtDbHandle database, int tableid, ZtConditionHandle condition,
                                              HintedIndex index) {
   if (!database->locks.empty()) return search(database, tableid, condition, ZT_OP_EQUAL);
-  bool stands = false;
-  const auto attempt = [&]() __attribute__((always_inline)) {
-    stands = stand_by_hint<type, true>(database, index, condition);
-  };
-  if (!runs_unchanged(database, catalog_of(database, tableid), attempt) || !stands)
-    return search(database, tableid, condition, ZT_OP_EQUAL);
   begin_search(tableid, condition, ZT_OP_EQUAL);
-  return true;
+  const auto attempt = [&]() __attribute__((always_inline)) {
+    return stand_by_hint<type, true>(database, index, condition);
+  };
+  return runs_unchanged(database, catalog_of(database, tableid), attempt) ||
+         search(database, tableid, condition, ZT_OP_EQUAL);
 }
 
 }  // namespace

@@ -42,7 +42,7 @@ template <signed char type, bool checked>
     expected = index.hints->expect();
     expected.key = exact_lone_key<type>(field);
   }
-  const ExactKey key = expected.key;
+  const ExactKey& key = expected.key;
   if (!key.is_exact) return false;
   const Rb_node head = index.table->indexs[static_cast<std::size_t>(condition->indexid)];
   const Hint* const found = index.hints->find(Era::of(&database->base, head), key.hash);
@@ -51,19 +51,17 @@ template <signed char type, bool checked>
   // next search is seen.
   const Hint hint = *found;
   const int record_bytes = stored_bytes(*index.table);
-  const std::int64_t front = space.data_front();
-  const Value own{field.data, key.text_length};
   fetch_hinted(space, hint, index.hints->keys.to_record, record_bytes);
   const Rb_node node = space.node(hint.node_number);
   const char* const item = space.at(hint.key_offset);
   if (!leads_to_leaf(space, hint)) return false;
-  if (!equal_lone_keys<type, checked>(space, front, own, item)) return false;
+  if (!equal_lone_keys<type, checked>(space, field, key, item)) return false;
 
   const std::uint32_t first = CurrentList::head(reinterpret_cast<const ZtIndexItem*>(item));
-  if (!space.has_node(first)) return false;
+  if (!space.can_read_node(first)) return false;
   auto* const entry = reinterpret_cast<ZtIndexNode*>(space.node(first));
   const std::int64_t record = record_offset_of(entry);
-  if (!space.has_data_behind(front, record, record_bytes)) return false;
+  if (!space.can_read(record, record_bytes)) return false;
   if (is_deleted(reinterpret_cast<const ZtRecord*>(space.at(record)))) return false;
   condition->begin = condition->point = condition->end = node;
   condition->nodepoint = entry;

@@ -92,8 +92,8 @@ template <signed char type>
     const std::size_t length = add_text(hash, field);
     return {length != SIZE_MAX, hash.value(), length};
   } else {
-    const bool is_exact = add_number<std::uint64_t>(hash, field);
-    return {is_exact, hash.value(), 0};
+    if (!add_number<std::uint64_t>(hash, field)) return {};
+    return {true, hash.value(), load_unaligned<std::uint64_t>(field.data)};
   }
 }
 

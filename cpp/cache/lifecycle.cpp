@@ -12,6 +12,7 @@
 #include "base/file.h"
 #include "cache/error.h"
 #include "cache/file_lock.h"
+#include "cache/row.h"
 #include "cache/shared_store.h"
 #include "cache/transaction.h"
 
@@ -32,6 +33,7 @@ ZtDb* make_handle(ZtDbHandle* database, int mode, bool exist) {
   handle->base.exist = exist;
   handle->base.owner = !exist;
   handle->creator_pid = getpid();
+  handle->schema = next_schema();
   *database = handle.release();
   return *database;
 }

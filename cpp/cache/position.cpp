@@ -76,9 +76,11 @@ void copy_unchanged(ZtDbHandle database, const ZtTable& table, int tableid, cons
   ZtUnLock(database);
 }
 
-[[gnu::noinline]] bool get_record(ZtDbHandle database, const ZtTable& table, const ZtCondition* condition,
-                                  ZtRecordRow* row) {
+[[gnu::noinline]] bool get_record(ZtDbHandle database, const ZtCondition* condition, ZtRecordRow* row) {
   const Rb_base* const base = &database->base;
+  const ZtTable* const found = table_at(database, condition->tableid);
+  if (found == nullptr) return false;
+  const ZtTable& table = *found;
   if (base->memory == nullptr || !is_readable_data(base, condition->precord, stored_bytes(table)))
     return report(database, ZT_ERR_GENERAL, message::no_position);
   ZtRecord* const record = record_at(base, condition->precord);
@@ -90,29 +92,30 @@ void copy_unchanged(ZtDbHandle database, const ZtTable& table, int tableid, cons
   }
   row->newrow = false;
   row->tableid = condition->tableid;
+  keep_shape(row, database, table);
   return true;
 }
 
-// The same in one straight piece. False, and nothing is done, for what is out of the ordinary.
-[[gnu::always_inline]] inline bool get_at_once(const ZtDb* database, const ZtTable& table,
-                                               const ZtCondition* condition, ZtRecordRow* row) {
+// The same in one straight piece, for a row that has held a record of this table before. False, and nothing is done, for
+// what is out of the ordinary.
+[[gnu::always_inline]] inline bool get_again(const ZtDb* database, const ZtCondition* condition,
+                                             ZtRecordRow* row) {
   const FlatSpace space(&database->base);
-  const int bytes = stored_bytes(table);
-  if (!space || !space.has_data(condition->precord, bytes)) return false;
+  const int bytes = row->shape.record_bytes;
+  if (!has_shape(row, database) || row->tableid != condition->tableid) return false;
+  if (!space.can_read(condition->precord, bytes)) return false;
   auto* const record = reinterpret_cast<ZtRecord*>(space.at(condition->precord));
   if (database->base.mode != ZT_MODE_READ_ONLY) {
-    if (row->copied_bytes != 0) return false;
-    *row = {record, condition->tableid, false, 0};
-    return true;
+    row->record = record;
+  } else {
+    const auto count = static_cast<std::size_t>(bytes);
+    if (!is_block(count) || !database->locks.empty()) return false;
+    const auto copy = [&]() __attribute__((always_inline)) {
+      copy_block(bytes_of(row->record), bytes_of(record), count);
+      return true;
+    };
+    if (!runs_unchanged(database, record, copy)) return false;
   }
-  const auto count = static_cast<std::size_t>(bytes);
-  const bool has_buffer = row->copied_bytes >= bytes && row->tableid == condition->tableid;
-  if (!has_buffer || !is_block(count) || !database->locks.empty()) return false;
-  const auto copy = [&]() __attribute__((always_inline)) {
-    copy_block(bytes_of(row->record), bytes_of(record), count);
-  };
-  if (!runs_unchanged(database, record, copy)) return false;
-  row->newrow = false;
   return true;
 }
 
@@ -166,8 +169,5 @@ bool ZtGotoRecord(ZtDbHandle database, int tableid, int rowid, ZtConditionHandle
 }
 
 bool ZtGetRecord(ZtDbHandle database, ZtConditionHandle condition, ZtRecordHandle recordrow) {
-  const ZtTable* const table = table_at(database, condition->tableid);
-  if (table == nullptr) return false;
-  return get_at_once(database, *table, condition, recordrow) ||
-         get_record(database, *table, condition, recordrow);
+  return get_again(database, condition, recordrow) || get_record(database, condition, recordrow);
 }

@@ -25,6 +25,7 @@ void release_row(ZtRecordRow* row) {
   std::free(row->record);
   row->record = nullptr;
   row->copied_bytes = 0;
+  row->shape = {};
 }
 
 }  // namespace cachet
@@ -56,5 +57,6 @@ bool ZtNewRecord(ZtDbHandle database, int tableid, ZtRecordHandle record) {
   record->tableid = tableid;
   record->newrow = true;
   record->copied_bytes = 0;
+  record->shape = {};
   return true;
 }

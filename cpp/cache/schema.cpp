@@ -1,10 +1,12 @@
 // The schema calls. They only build this process's descriptors; the catalog is replayed through the same
 // calls, so every process derives the same ids, offsets and record lengths.
+#include <atomic>
 #include <climits>
 #include <cstring>
 
 #include "cache/error.h"
 #include "cache/key_hash.h"
+#include "cache/row.h"
 
 using namespace cachet;
 
@@ -43,6 +45,11 @@ signed char lone_type_of(const ZtTable& table, const ZtIndexDescrible& index) {
 
 }  // namespace
 
+std::uint64_t cachet::next_schema() noexcept {
+  static std::atomic<std::uint64_t> last{0};
+  return last.fetch_add(1, std::memory_order_relaxed) + 1;
+}
+
 void ZtAddTable(ZtDbHandle database, const char* name) {
   if (!check_name(database, name)) return;
   copy_name(database->database.emplace_back().name, name);
@@ -63,6 +70,7 @@ void ZtAddField(ZtDbHandle database, int tableid, const char* name, int type, in
   field.length = static_cast<unsigned short>(length);
   copy_name(field.name, name);
   table->recordlength += length;
+  database->schema = next_schema();
 }
 
 void ZtAddIndex(ZtDbHandle database, int tableid, const char* name, int indextype) {

@@ -24,17 +24,18 @@ class WriterWait {
 };
 
 // Runs `attempt` once, unless what `watched` marks (a table's catalog record, or a record) is under change. True when
-// it ran and overlapped no change. The epoch is read first and compared last: a rollback raises it after the restored
+// it said so and overlapped no change. The epoch is read first and compared last: a rollback raises it after the restored
 // counters and before the marks clear, so a clear mark behind a rollback always shows the new epoch.
 template <class Watched, class Attempt>
 [[gnu::always_inline]] inline bool runs_unchanged(const ZtDb* database, const Watched* watched,
                                                   const Attempt& attempt) {
-  const std::uint64_t epoch = database->lock.Epoch();
+  const std::uint64_t* const epoch_word = database->lock.EpochWord();
+  const auto epoch = load_acquire<std::uint64_t>(epoch_word);
   const ChangeMark before = mark_of(watched);
   if (before.duty || epoch % 2 != 0) return false;
-  attempt();
+  if (!attempt()) return false;
   std::atomic_thread_fence(std::memory_order_acquire);
-  return mark_of(watched) == before && database->lock.Epoch() == epoch;
+  return mark_of(watched) == before && load_acquire<std::uint64_t>(epoch_word) == epoch;
 }
 
 // Runs `attempt` until a run of it overlapped no change, and returns its result.
@@ -43,7 +44,11 @@ auto read_unchanged(ZtDbHandle database, const Watched* watched, const Attempt& 
   WriterWait wait_for_writers(database);
   for (;;) {
     decltype(attempt()) result;
-    if (runs_unchanged(database, watched, [&] { result = attempt(); })) return result;
+    const auto look = [&] {
+      result = attempt();
+      return true;
+    };
+    if (runs_unchanged(database, watched, look)) return result;
     wait_for_writers();
   }
 }

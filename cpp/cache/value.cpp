@@ -8,6 +8,7 @@
 #include "cache/copies.h"
 #include "cache/error.h"
 #include "cache/record.h"
+#include "cache/row.h"
 
 using namespace cachet;
 
@@ -71,6 +72,18 @@ const ZtDataField* column(ZtDbHandle database, const ZtRecordRow* row, int col) 
   return table == nullptr ? nullptr : field_at(database, *table, col);
 }
 
+[[gnu::always_inline]] inline char* get_field(const ZtRecordRow* row, const ZtDataField& field,
+                                              int* fieldtype) {
+  *fieldtype = field.type;
+  return field_bytes(row->record, field);
+}
+
+[[gnu::noinline]] char* look_up_field(ZtDbHandle database, const ZtRecordRow* row, int fieldid,
+                                      int* fieldtype) {
+  const ZtDataField* const field = row->record == nullptr ? nullptr : column(database, row, fieldid);
+  return field == nullptr ? nullptr : get_field(row, *field, fieldtype);
+}
+
 }  // namespace
 
 void Fjust(double& value, int dec) {
@@ -91,11 +104,10 @@ bool ZtSetField(ZtDbHandle database, ZtRecordHandle record, int fieldid, const v
 }
 
 char* ZtGetField(ZtDbHandle database, ZtRecordHandle record, int fieldid, int* fieldtype) {
-  if (record->record == nullptr) return nullptr;
-  const ZtDataField* const field = column(database, record, fieldid);
-  if (field == nullptr) return nullptr;
-  *fieldtype = field->type;
-  return field_bytes(record->record, *field);
+  const RowShape& shape = record->shape;
+  if (!has_shape(record, database) || index_of_id(fieldid) >= shape.field_count)
+    return look_up_field(database, record, fieldid, fieldtype);
+  return get_field(record, shape.fields[index_of_id(fieldid)], fieldtype);
 }
 
 int ZtGetRecordId(ZtDbHandle database, ZtRecordHandle record) {

@@ -80,7 +80,7 @@ TEST_F(Write, StoresOrRegistersARecordInPlaceWithoutAUniqueCheck) {
     record->updateno = 9;
     record->duty = record->deleted = 1;
     Row row(db);
-    raw(row) = {record, 0, true, false};
+    raw(row) = {record, 0, true, 0, {}};
     ASSERT_TRUE(load ? ZtLoadRecord(db, row) : ZtPutRecord2(db, row));
     EXPECT_EQ(raw(row).record, record);
     EXPECT_EQ(raw(row).newrow, load) << "left as it was, when loaded";
