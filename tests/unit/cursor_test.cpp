@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "rb/node.h"
 #include "support/ledger.h"
 #include "support/lists.h"
 
@@ -247,6 +248,47 @@ TEST(Cursors, KeepTheListsWholeInAnyMix) {
         }
       }
       ASSERT_EQ(FixedHeader(ledger), header) << i;
+    }
+  }
+}
+
+void collect_internal_nodes(const Rb_base* base, Rb_node node, std::vector<Rb_node>& nodes) {
+  if (!cachet::is(node, RB_INTERNAL)) return;
+  nodes.push_back(node);
+  for (const bool left : {true, false})
+    collect_internal_nodes(base, cachet::node_at(base, cachet::child_of(node, left)), nodes);
+}
+
+// A walk follows the list of leaves; it reads ahead through the tree above, and must come to an end there, too.
+TEST(CursorWalk, SeesEveryRowWhereverTheLinksOfTheTreeLead) {
+  constexpr int rows = 300;
+  Ledger ledger;
+  ZtDbHandle db = ledger.writer();
+  {
+    Transaction all(db);
+    for (int row = 0; row < rows; ++row) Ledger::put(db, row * 7 % rows, 0);
+  }
+  const Rb_base* const base = &db->base;
+  const Rb_node head = db->database[0].indexs[Ledger::on_id];
+  const std::uint32_t root = cachet::root_of(head);
+  std::vector<Rb_node> nodes;
+  collect_internal_nodes(base, cachet::node_at(base, root), nodes);
+  ASSERT_EQ(nodes.size(), rows - 1U);
+  const auto number = [&](const void* node) { return value_of(cachet::node_number_of(base, node)); };
+  for (std::size_t at = 0; at < nodes.size(); at += 7) {
+    const srb_node whole = *nodes[at];
+    for (const std::uint32_t wrong : {number(nodes[at]), whole.p.parent, root, number(head), 0U, ~0U}) {
+      for (std::uint32_t* const link :
+           {&nodes[at]->c.child.left, &nodes[at]->c.child.right, &nodes[at]->p.parent}) {
+        *link = wrong;
+        Query query(db, Ledger::on_id);
+        int seen = 0;
+        for (bool placed = query.list(); placed; placed = query.next()) ++seen;
+        EXPECT_EQ(seen, rows);
+        for (bool placed = query.last(); placed; placed = query.prev()) --seen;
+        EXPECT_EQ(seen, 0);
+        *nodes[at] = whole;
+      }
     }
   }
 }
