@@ -42,10 +42,9 @@ std::size_t hint_bytes() noexcept;
 
 // What a search key has to show for a hint.
 struct ExactKey {
-  bool is_exact = false;   // it can be equal to one node's key only
-  std::uint32_t hash = 0;  // if so
-  std::uint64_t content =
-      0;  // of its only field, in the short way: the number itself, or the length of the text
+  bool is_exact = false;      // it can be equal to one node's key only
+  std::uint32_t hash = 0;     // if so
+  std::uint64_t content = 0;  // of a lone key (key_hash.h): its number, or the length of its text
 };
 
 inline constexpr std::size_t cache_line_bytes = 64;

@@ -101,30 +101,29 @@ class FlatSpace {
   Rb_node node(std::uint32_t number) const noexcept {
     return reinterpret_cast<Rb_node>(at(std::int64_t{number} << slot_bits));
   }
-  // The same as is_node and is_readable_data.
+  // The same as is_node and is_readable_data, with all bounds at once, as the sign of their differences: none of them is
+  // ever crossed, so nothing is gained by looking at one before the other. A bound's own sign is among them, so that no
+  // difference can wrap unseen, whatever lies in the memory.
   [[gnu::always_inline]] bool has_node(std::uint32_t number) const noexcept {
-    const std::int64_t begin = std::int64_t{number} << slot_bits;
-    const std::int64_t front = load_acquire<ZTINT8>(at(offsetof(Rb_memory, nodeoffset)));
-    return begin >= static_cast<std::int64_t>(sizeof(Rb_memory)) &&
-           begin >= load_relaxed<ZTINT8>(at(offsetof(Rb_memory, memoryheadsize))) &&
-           begin + slot_bytes <= front && front <= bytes_;
+    const std::uint64_t begin = std::uint64_t{number} << slot_bits;
+    const auto head = load_relaxed<std::uint64_t>(at(offsetof(Rb_memory, memoryheadsize)));
+    const auto front = load_acquire<std::uint64_t>(at(offsetof(Rb_memory, nodeoffset)));
+    const auto end = static_cast<std::uint64_t>(bytes_);
+    return none_is_negative((begin - sizeof(Rb_memory)) | (begin - head) | (front - slot_bytes - begin) |
+                            front | (end - front));
   }
   [[gnu::always_inline]] bool has_data(std::int64_t offset, std::int64_t length) const noexcept {
-    return offset > 0 && offset >= load_relaxed<ZTINT8>(at(offsetof(Rb_memory, dataoffset))) &&
-           offset <= bytes_ - length;
-  }
-  // Whether they lie anywhere in it, for who learns afterwards whether they were what he took them for: both at once, as
-  // the sign of two differences.
-  [[gnu::always_inline]] bool can_read(std::int64_t offset, std::int64_t length) const noexcept {
     const auto position = static_cast<std::uint64_t>(offset);
+    const auto front = load_relaxed<std::uint64_t>(at(offsetof(Rb_memory, dataoffset)));
     const auto last = static_cast<std::uint64_t>(bytes_ - length);
-    return static_cast<std::int64_t>((position - 1) | (last - position)) >= 0;
-  }
-  [[gnu::always_inline]] bool can_read_node(std::uint32_t number) const noexcept {
-    return can_read(std::int64_t{number} << slot_bits, slot_bytes);
+    return none_is_negative((position - 1) | (position - front) | last | (last - position));
   }
 
  private:
+  static bool none_is_negative(std::uint64_t united) noexcept {
+    return static_cast<std::int64_t>(united) >= 0;
+  }
+
   char* begin_;
   std::int64_t bytes_;
 };

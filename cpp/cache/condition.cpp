@@ -16,48 +16,42 @@ namespace {
 // Zeros behind every value, so that a comparison of a wider type, or of a text, finds an end.
 constexpr std::size_t padding_bytes = 8;
 constexpr int longest_value = 65535;
-constexpr short number_bytes = sizeof(std::int64_t);
+constexpr int number_bytes = sizeof(std::int64_t);
 
 bool has_room(const ZtIndexItem& key, int len, const void* value) {
   return key.point < key.count && len >= 0 && len <= longest_value && (len == 0 || value != nullptr);
 }
 
-// The sooner the better: whoever sets a key searches for it next. `given` is the caller's text, which has no room behind
-// its end: it is left to the search when its last word is not whole.
-[[gnu::always_inline]] inline void ask_for_hint(ExpectedHint& expected, const ZtIndexField& given) {
-  if (static_cast<unsigned short>(given.length) % sizeof(std::uint64_t) != 0) return;
-  expected.key = exact_lone_key<FIELD_STRING>(given);
+// The sooner the better: whoever sets a key searches for it next. `given` is the caller's value, which has no room behind
+// its end: a text is left to the search when its last word is not whole.
+template <signed char type>
+[[gnu::always_inline]] inline void ask_for_hint(ExpectedHint& expected, const void* given, int len) {
+  if (type == FIELD_STRING && static_cast<std::size_t>(len) % sizeof(std::uint64_t) != 0) return;
+  char* const bytes = static_cast<char*>(const_cast<void*>(given));
+  expected.key = exact_lone_key<type>({bytes, type, 0, static_cast<short>(len)});
   prefetch(expected.line_of(expected.key.hash));
   expected.has_key = true;
+}
+
+[[gnu::always_inline]] inline void note_value(ZtConditionHandle condition, int type, int len, char* value) {
+  ZtIndexItem& key = condition->indexitem;
+  key.index[key.point++] = {value, static_cast<signed char>(type), 0, static_cast<short>(len)};
+  std::memset(value + len, 0, padding_bytes);
 }
 
 // The most frequent key in one straight piece: a number of eight bytes that is the whole of a key for which there may be a
 // hint. False, and nothing is done, for any other.
 [[gnu::always_inline]] inline bool add_hinted_number(ZtConditionHandle condition, int type, int len,
                                                      const void* value) {
-  ZtIndexItem& key = condition->indexitem;
-  ExpectedHint& expected = condition->expected;
-  if (type != FIELD_INT8 || expected.lone_type != FIELD_INT8 || len != number_bytes) return false;
+  const ZtIndexItem& key = condition->indexitem;
+  if (type != FIELD_INT8 || condition->expected.lone_type != FIELD_INT8 || len != number_bytes) return false;
   if (key.point != 0 || key.count <= 0 || value == nullptr) return false;
   const ValueBlock& block = condition->blocks[0];
   if (block.bytes < number_bytes + padding_bytes) return false;
-  const auto number = load_unaligned<std::uint64_t>(value);
-  KeyHash hash;
-  hash.add(number);
-  prefetch(expected.line_of(hash.value()));
-  expected.key = {true, hash.value(), number};
-  expected.has_key = true;
-  std::memcpy(block.data, &number, number_bytes);
-  std::memset(block.data + number_bytes, 0, padding_bytes);
-  *key.index = {block.data, FIELD_INT8, 0, number_bytes};
-  key.point = 1;
+  ask_for_hint<FIELD_INT8>(condition->expected, value, number_bytes);
+  std::memcpy(block.data, value, number_bytes);
+  note_value(condition, FIELD_INT8, number_bytes, block.data);
   return true;
-}
-
-void note_value(ZtConditionHandle condition, int type, int len, char* value) {
-  ZtIndexItem& key = condition->indexitem;
-  key.index[key.point++] = {value, static_cast<signed char>(type), 0, static_cast<short>(len)};
-  std::memset(value + len, 0, padding_bytes);
 }
 
 // A value that takes a larger block, or a long copy. Apart, so that the common way saves no registers.
@@ -80,10 +74,8 @@ void note_value(ZtConditionHandle condition, int type, int len, char* value) {
     condition->overfull = true;
     return;
   }
-  if (key.point == 0 && type == FIELD_STRING && type == condition->expected.lone_type) {
-    char* const given = static_cast<char*>(const_cast<void*>(value));
-    ask_for_hint(condition->expected, {given, FIELD_STRING, 0, static_cast<short>(len)});
-  }
+  if (key.point == 0 && type == FIELD_STRING && type == condition->expected.lone_type)
+    ask_for_hint<FIELD_STRING>(condition->expected, value, len);
   const auto length = static_cast<std::size_t>(len);
   const ValueBlock& block = condition->blocks[key.point];
   if (!is_short_copy(length) || block.bytes < length + padding_bytes)

@@ -38,16 +38,15 @@ namespace cachet {
 template <signed char type, bool checked>
 [[gnu::always_inline]] inline bool equal_lone_keys(const FlatSpace& space, const ZtIndexField& field,
                                                    const ExactKey& exact, const char* item) noexcept {
-  constexpr std::size_t number_bytes = sizeof exact.content;
   const auto stored_at = load_unaligned<std::int64_t>(item + offsetof(ZtIndexItem, index));
-  if (!has_one_field(item) || (checked && !space.can_read(stored_at, sizeof(ZtIndexField)))) return false;
+  if (!has_one_field(item) || (checked && !space.has_data(stored_at, sizeof(ZtIndexField)))) return false;
   const char* const stored = space.at(stored_at);
   const auto length = load_unaligned<unsigned short>(stored + offsetof(ZtIndexField, length));
   const auto data_at = load_unaligned<std::int64_t>(stored + offsetof(ZtIndexField, data));
-  if (checked && !space.can_read(data_at, type == FIELD_STRING ? length : number_bytes)) return false;
+  if (checked && !space.has_data(data_at, length)) return false;
   const Value value{space.at(data_at), length};
   if constexpr (type == FIELD_STRING) return equal_texts({field.data, exact.content}, value);
-  return length >= number_bytes && exact.content == load_unaligned<std::uint64_t>(value.data);
+  return length >= sizeof exact.content && exact.content == load_unaligned<std::uint64_t>(value.data);
 }
 
 template <bool checked>

@@ -58,10 +58,10 @@ template <signed char type, bool checked>
   if (!equal_lone_keys<type, checked>(space, field, key, item)) return false;
 
   const std::uint32_t first = CurrentList::head(reinterpret_cast<const ZtIndexItem*>(item));
-  if (!space.can_read_node(first)) return false;
+  if (!space.has_node(first)) return false;
   auto* const entry = reinterpret_cast<ZtIndexNode*>(space.node(first));
   const std::int64_t record = record_offset_of(entry);
-  if (!space.can_read(record, record_bytes)) return false;
+  if (!space.has_data(record, record_bytes)) return false;
   if (is_deleted(reinterpret_cast<const ZtRecord*>(space.at(record)))) return false;
   condition->begin = condition->point = condition->end = node;
   condition->nodepoint = entry;

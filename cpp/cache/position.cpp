@@ -103,7 +103,7 @@ void copy_unchanged(ZtDbHandle database, const ZtTable& table, int tableid, cons
   const FlatSpace space(&database->base);
   const int bytes = row->shape.record_bytes;
   if (!has_shape(row, database) || row->tableid != condition->tableid) return false;
-  if (!space.can_read(condition->precord, bytes)) return false;
+  if (!space.has_data(condition->precord, bytes)) return false;
   auto* const record = reinterpret_cast<ZtRecord*>(space.at(condition->precord));
   if (database->base.mode != ZT_MODE_READ_ONLY) {
     row->record = record;

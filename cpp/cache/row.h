@@ -19,6 +19,7 @@ std::uint64_t next_schema() noexcept;
   return row->shape.schema == database->schema;
 }
 inline void keep_shape(ZtRecordRow* row, const ZtDb* database, const ZtTable& table) noexcept {
+  row->shape = {};
   if (database->base.flat_begin == nullptr) return;
   row->shape = {database->schema, table.fielddescrible.data(), table.fielddescrible.size(),
                 table.recordlength + ZT_RECORD_HEADER};

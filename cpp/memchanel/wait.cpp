@@ -44,14 +44,12 @@ bool has_come(std::int32_t* state, std::int32_t value) noexcept {
 }
 
 bool comes_while_pausing(std::int32_t* state, std::int32_t value, Habit& habit) noexcept {
-  const int most = habit.hasty_waits > 0 ? pauses_in_haste : pauses;
-  for (int i = 0; i < most; ++i) {
-    if (!has_come(state, value)) {
-      _mm_pause();
-      continue;
+  for (int left = habit.hasty_waits > 0 ? pauses_in_haste : pauses; left > 0; --left) {
+    if (has_come(state, value)) {
+      habit.hasty_waits = 0;
+      return true;
     }
-    habit.hasty_waits = 0;
-    return true;
+    _mm_pause();
   }
   return false;
 }
