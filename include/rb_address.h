@@ -101,31 +101,55 @@ class FlatSpace {
   Rb_node node(std::uint32_t number) const noexcept {
     return reinterpret_cast<Rb_node>(at(std::int64_t{number} << slot_bits));
   }
-  // The same as is_node and is_readable_data, with all bounds at once, as the sign of their differences: none of them is
-  // ever crossed, so nothing is gained by looking at one before the other. A bound's own sign is among them, so that no
-  // difference can wrap unseen, whatever lies in the memory.
+  // The same as is_node and is_readable_data.
   [[gnu::always_inline]] bool has_node(std::uint32_t number) const noexcept {
-    const std::uint64_t begin = std::uint64_t{number} << slot_bits;
-    const auto head = load_relaxed<std::uint64_t>(at(offsetof(Rb_memory, memoryheadsize)));
-    const auto front = load_acquire<std::uint64_t>(at(offsetof(Rb_memory, nodeoffset)));
-    const auto end = static_cast<std::uint64_t>(bytes_);
-    return none_is_negative((begin - sizeof(Rb_memory)) | (begin - head) | (front - slot_bytes - begin) |
-                            front | (end - front));
+    const std::int64_t begin = std::int64_t{number} << slot_bits;
+    const std::int64_t front = load_acquire<ZTINT8>(at(offsetof(Rb_memory, nodeoffset)));
+    return begin >= static_cast<std::int64_t>(sizeof(Rb_memory)) &&
+           begin >= load_relaxed<ZTINT8>(at(offsetof(Rb_memory, memoryheadsize))) &&
+           begin + slot_bytes <= front && front <= bytes_;
   }
   [[gnu::always_inline]] bool has_data(std::int64_t offset, std::int64_t length) const noexcept {
-    const auto position = static_cast<std::uint64_t>(offset);
-    const auto front = load_relaxed<std::uint64_t>(at(offsetof(Rb_memory, dataoffset)));
-    const auto last = static_cast<std::uint64_t>(bytes_ - length);
-    return none_is_negative((position - 1) | (position - front) | last | (last - position));
+    const std::int64_t front = load_relaxed<ZTINT8>(at(offsetof(Rb_memory, dataoffset)));
+    return offset > 0 && offset >= front && offset <= bytes_ - length;
   }
 
  private:
-  static bool none_is_negative(std::uint64_t united) noexcept {
-    return static_cast<std::int64_t>(united) >= 0;
-  }
-
   char* begin_;
   std::int64_t bytes_;
+};
+
+// Where what has a length may begin, as the fronts are now: for several questions in a row, each of them one comparison.
+// A front that damage or a reset has put anywhere leaves no place at all, or places inside the memory.
+class Places {
+ public:
+  // Of allocated node slots.
+  [[gnu::always_inline]] static Places of_nodes(const FlatSpace& space) noexcept {
+    const auto head = load_relaxed<ZTINT8>(space.at(offsetof(Rb_memory, memoryheadsize)));
+    const auto front = load_acquire<ZTINT8>(space.at(offsetof(Rb_memory, nodeoffset)));
+    const std::int64_t first = std::max<std::int64_t>(sizeof(Rb_memory), head);
+    return {first, front > 0 && front <= space.bytes() ? front - slot_bytes : 0};
+  }
+  // Of `length` bytes in the data area.
+  [[gnu::always_inline]] static Places of_data(const FlatSpace& space, std::int64_t length) noexcept {
+    const auto front = load_relaxed<ZTINT8>(space.at(offsetof(Rb_memory, dataoffset)));
+    return {std::max<std::int64_t>(front, 1), space.bytes() - length};
+  }
+
+  [[gnu::always_inline]] bool have(std::int64_t offset) const noexcept {
+    return static_cast<std::uint64_t>(offset) - first_ < count_;
+  }
+  [[gnu::always_inline]] bool have_node(std::uint32_t number) const noexcept {
+    return have(std::int64_t{number} << slot_bits);
+  }
+
+ private:
+  Places(std::int64_t first, std::int64_t last) noexcept
+      : first_(static_cast<std::uint64_t>(first)),
+        count_(last >= first ? static_cast<std::uint64_t>(last - first) + 1 : 0) {}
+
+  std::uint64_t first_;  // at least 1
+  std::uint64_t count_;
 };
 
 // Whether the `length` bytes at `offset` lie in the data area, and can be read from its address on. Less to ask than

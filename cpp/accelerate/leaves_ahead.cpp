@@ -12,17 +12,11 @@ namespace {
 // The nodes that there are at one moment.
 class NodesNow {
  public:
-  explicit NodesNow(const FlatSpace& space) noexcept
-      : space_(space),
-        first_(std::max<std::int64_t>(sizeof(Rb_memory),
-                                      load_relaxed<ZTINT8>(space.at(offsetof(Rb_memory, memoryheadsize))))),
-        end_(std::min<std::int64_t>(space.bytes(),
-                                    load_acquire<ZTINT8>(space.at(offsetof(Rb_memory, nodeoffset))))) {}
+  explicit NodesNow(const FlatSpace& space) noexcept : space_(space), nodes_(Places::of_nodes(space)) {}
 
   // Null for a link that leads nowhere; asked for otherwise.
   [[gnu::always_inline]] Rb_node fetch(std::uint32_t number) const noexcept {
-    const std::int64_t offset = std::int64_t{number} << slot_bits;
-    if (offset < first_ || offset + slot_bytes > end_) return nullptr;
+    if (!nodes_.have_node(number)) return nullptr;
     const Rb_node node = space_.node(number);
     prefetch(node);
     return node;
@@ -30,8 +24,7 @@ class NodesNow {
 
  private:
   FlatSpace space_;
-  std::int64_t first_;
-  std::int64_t end_;
+  Places nodes_;
 };
 
 }  // namespace

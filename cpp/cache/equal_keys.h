@@ -34,16 +34,19 @@ namespace cachet {
   return (load_unaligned<std::uint32_t>(item + point_at) & 0x00FF00FF) == 0x00010001;
 }
 
-// For a key of one field of this type (is_lone). `checked` as in KeyFields.
+// For a key of one field of this type (is_lone). `checked` as in KeyFields. `places` are those of a record of
+// `record_bytes` bytes: no less than a field of it, and than the block that describes one.
 template <signed char type, bool checked>
-[[gnu::always_inline]] inline bool equal_lone_keys(const FlatSpace& space, const ZtIndexField& field,
+[[gnu::always_inline]] inline bool equal_lone_keys(const FlatSpace& space, const Places& places,
+                                                   int record_bytes, const ZtIndexField& field,
                                                    const ExactKey& exact, const char* item) noexcept {
+  static_assert(sizeof(ZtIndexField) < ZT_RECORD_HEADER);
   const auto stored_at = load_unaligned<std::int64_t>(item + offsetof(ZtIndexItem, index));
-  if (!has_one_field(item) || (checked && !space.has_data(stored_at, sizeof(ZtIndexField)))) return false;
+  if (!has_one_field(item) || (checked && !places.have(stored_at))) return false;
   const char* const stored = space.at(stored_at);
   const auto length = load_unaligned<unsigned short>(stored + offsetof(ZtIndexField, length));
   const auto data_at = load_unaligned<std::int64_t>(stored + offsetof(ZtIndexField, data));
-  if (checked && !space.has_data(data_at, length)) return false;
+  if (checked && (length > record_bytes || !places.have(data_at))) return false;
   const Value value{space.at(data_at), length};
   if constexpr (type == FIELD_STRING) return equal_texts({field.data, exact.content}, value);
   return length >= sizeof exact.content && exact.content == load_unaligned<std::uint64_t>(value.data);
@@ -51,12 +54,13 @@ template <signed char type, bool checked>
 
 template <bool checked>
 [[gnu::noinline]] bool equal_keys(const Rb_base* base, const ZtIndexItem& key, const ExactKey& exact,
-                                  const char* item) noexcept {
+                                  const char* item, int record_bytes) noexcept {
   if (is_lone(key)) {
     const FlatSpace space(base);
-    return key.index->type == FIELD_STRING
-               ? equal_lone_keys<FIELD_STRING, checked>(space, *key.index, exact, item)
-               : equal_lone_keys<FIELD_INT8, checked>(space, *key.index, exact, item);
+    const Places places = Places::of_data(space, record_bytes);
+    const auto equal_lone = key.index->type == FIELD_STRING ? equal_lone_keys<FIELD_STRING, checked>
+                                                            : equal_lone_keys<FIELD_INT8, checked>;
+    return equal_lone(space, places, record_bytes, *key.index, exact, item);
   }
   const KeyFields<checked> stored(base, item);
   if (!stored.readable() || stored.count() != key.point) return false;

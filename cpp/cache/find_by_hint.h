@@ -51,17 +51,19 @@ template <signed char type, bool checked>
   // next search is seen.
   const Hint hint = *found;
   const int record_bytes = stored_bytes(*index.table);
+  const Places records = Places::of_data(space, record_bytes);
+  const Places entries = Places::of_nodes(space);
   fetch_hinted(space, hint, index.hints->keys.to_record, record_bytes);
   const Rb_node node = space.node(hint.node_number);
   const char* const item = space.at(hint.key_offset);
   if (!leads_to_leaf(space, hint)) return false;
-  if (!equal_lone_keys<type, checked>(space, field, key, item)) return false;
+  if (!equal_lone_keys<type, checked>(space, records, record_bytes, field, key, item)) return false;
 
   const std::uint32_t first = CurrentList::head(reinterpret_cast<const ZtIndexItem*>(item));
-  if (!space.has_node(first)) return false;
+  if (!entries.have_node(first)) return false;
   auto* const entry = reinterpret_cast<ZtIndexNode*>(space.node(first));
   const std::int64_t record = record_offset_of(entry);
-  if (!space.has_data(record, record_bytes)) return false;
+  if (!records.have(record)) return false;
   if (is_deleted(reinterpret_cast<const ZtRecord*>(space.at(record)))) return false;
   condition->begin = condition->point = condition->end = node;
   condition->nodepoint = entry;

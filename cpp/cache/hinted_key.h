@@ -67,7 +67,8 @@ class HintedKey {
   template <bool checked>
   Rb_node prove() const noexcept {
     if (taken_ == nullptr || !leads_to_leaf(space_, *taken_)) return nullptr;
-    const bool holds = equal_keys<checked>(base_, *key_, exact_, space_.at(taken_->key_offset));
+    const bool holds =
+        equal_keys<checked>(base_, *key_, exact_, space_.at(taken_->key_offset), record_bytes_);
     return holds ? space_.node(taken_->node_number) : nullptr;
   }
 
